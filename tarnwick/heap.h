@@ -1,0 +1,16 @@
+#pragma once
+
+#include <tarnwick/export.h>
+
+#include <cstddef>
+
+namespace tarnwick
+{
+
+/// The bytes of C heap now in use by this process, in all arenas of the allocator, large blocks that it maps separately
+/// included. May be called from any thread while others allocate; the number then lies between what was in use when the
+/// call began and when it ended. Small blocks that the allocator keeps for a thread's next allocation count as in use.
+/// The cost grows with the number of arenas and free lists, not with the number of blocks in use.
+TARNWICK_EXPORT size_t count_heap_used_bytes();
+
+} // namespace tarnwick

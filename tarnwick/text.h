@@ -1,0 +1,18 @@
+#pragma once
+
+#include <tarnwick/export.h>
+
+#include <string>
+
+namespace tarnwick
+{
+
+/// Converts a UTF-8 file name to the wide path with which a file stream opens that file: UTF-16 where `wchar_t` has 16
+/// bits, UTF-32 elsewhere. Each byte that is no part of well-formed UTF-8 becomes U+FFFD, so the function never fails
+/// on bad text; such a path leads to no file.
+TARNWICK_EXPORT std::wstring utf8_to_filesystem_unicode(const std::string& text);
+
+/// Converts Latin-1 text (ISO 8859-1) to UTF-8: every byte above 127 becomes two bytes, NUL bytes stay.
+TARNWICK_EXPORT std::string latin1_to_utf8(const std::string& text);
+
+} // namespace tarnwick

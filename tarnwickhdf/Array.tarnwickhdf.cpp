@@ -1,0 +1,460 @@
+#include <tarnwickhdf/IArray.h>
+#include <tarnwickhdf/IFile.h>
+#include <tarnwickhdf/internal/CheckResult.h>
+#include <tarnwickhdf/internal/HandOver.h>
+#include <tarnwickhdf/internal/IDataSetBuilder.h>
+#include <tarnwickhdf/internal/ObjectLookup.h>
+#include <tarnwickhdf/internal/ScopedId.h>
+
+#include <tarnwick/IException.h>
+
+#include <algorithm>
+#include <memory>
+#include <stdexcept>
+#include <utility>
+
+namespace tarnwick::hdf
+{
+
+namespace
+{
+
+constexpr int kMostDimensions = 2;
+const char* const kNotOneDimension = "Error reading hyperslab from a multidimensional array!";
+const char* const kWrongDimensions = "Error reading hyperslab: the number of dimensions doesn't match the array!";
+
+struct Extent
+{
+    int rank = 0;
+    hsize_t dimensions[kMostDimensions] = {0, 0};
+    hsize_t maximum[kMostDimensions] = {0, 0};
+};
+
+Extent ExtentOf(hid_t dataSet)
+{
+    const ScopedSpace space(H5Dget_space(dataSet));
+    Extent extent;
+    extent.rank = H5Sget_simple_extent_ndims(space.get());
+    if (extent.rank > 0 && extent.rank <= kMostDimensions)
+    {
+        H5Sget_simple_extent_dims(space.get(), extent.dimensions, extent.maximum);
+    }
+    return extent;
+}
+
+// The type of the strings that an array is made of: `size` bytes, padded with NUL bytes.
+ScopedType CreateFileStringType(size_t size, H5T_cset_t encoding, const std::string& name)
+{
+    ScopedType type(H5Tcopy(H5T_C_S1));
+    CheckResult(type.get(), "could not H5Tcopy to write array: " + name);
+    if (size != 0)
+    {
+        CheckResult(H5Tset_size(type.get(), size), "error calling H5Tset_size of array: " + name);
+    }
+    CheckResult(H5Tset_strpad(type.get(), H5T_STR_NULLPAD), "error calling H5Tset_strpad of array: " + name);
+    CheckResult(H5Tset_cset(type.get(), encoding), "error calling H5Tset_cset for array: " + name);
+    return type;
+}
+
+// The type of the same strings in the caller's buffer; what HDF5 refuses here shows at the transfer.
+ScopedType CopyMemoryStringType(size_t size)
+{
+    ScopedType type(H5Tcopy(H5T_C_S1));
+    H5Tset_size(type.get(), size);
+    H5Tset_strpad(type.get(), H5T_STR_NULLPAD);
+    return type;
+}
+
+// The memory type of a read. Strings need a type of the array's own size and character set, because the predefined one
+// holds a single byte and HDF5 doesn't convert between character sets.
+class MemoryType
+{
+public:
+    MemoryType(TDataType::TDataType requested, TDataType::TDataType own, hid_t storedType, size_t components)
+    {
+        const TDataType::TDataType type = requested == TDataType::Undefined ? own : requested;
+        m_id = INode::DataTypeToHDFType(type);
+        if (type == TDataType::String && own == TDataType::String && components > 0)
+        {
+            m_strings = CopyMemoryStringType(components);
+            H5Tset_cset(m_strings.get(), H5Tget_cset(storedType));
+            m_id = m_strings.get();
+        }
+    }
+
+    hid_t get() const { return m_id; }
+
+private:
+    ScopedType m_strings;
+    hid_t m_id = -1;
+};
+
+hsize_t Widen(int value)
+{
+    return static_cast<hsize_t>(value);
+}
+
+// A product of two `int` arguments wraps as 32-bit arithmetic does and keeps its sign when it is widened.
+hsize_t WidenProduct(int one, int other)
+{
+    return Widen(static_cast<int>(static_cast<unsigned int>(one) * static_cast<unsigned int>(other)));
+}
+
+struct Hyperslab
+{
+    hsize_t start[kMostDimensions];
+    hsize_t stride[kMostDimensions];
+    hsize_t count[kMostDimensions];
+};
+
+void CopyEntries(const size_t* from, size_t entries, hsize_t* to)
+{
+    std::copy(from, from + entries, to);
+}
+
+// HDF5 reads as many entries of a selection's arguments as the space has dimensions. A space without any is left to
+// HDF5, which refuses to select in it.
+void CheckRank(const ScopedSpace& fileSpace, size_t dimensions, const char* message)
+{
+    const int rank = H5Sget_simple_extent_ndims(fileSpace.get());
+    CheckResult(rank > 0 && static_cast<size_t>(rank) != dimensions ? -1 : 0, message);
+}
+
+void ReadSelection(hid_t dataSet, const MemoryType& memoryType, const ScopedSpace& memorySpace,
+                   const ScopedSpace& fileSpace, void* buffer)
+{
+    CheckResult(H5Dread(dataSet, memoryType.get(), memorySpace.get(), fileSpace.get(), H5P_DEFAULT, buffer),
+                "Error reading from dataset to a memory hyperslab!");
+}
+
+// Reads a hyperslab of the file, packed, into `memoryLength` elements.
+void ReadFileHyperslab(hid_t dataSet, const MemoryType& memoryType, hsize_t memoryLength, size_t dimensions,
+                       const Hyperslab& slab, const char* wrongRankMessage, void* buffer)
+{
+    ScopedSpace fileSpace;
+    const ScopedSpace memorySpace(H5Screate_simple(1, &memoryLength, nullptr));
+    fileSpace.reset(H5Dget_space(dataSet));
+    CheckRank(fileSpace, dimensions, wrongRankMessage);
+    CheckResult(
+        H5Sselect_hyperslab(fileSpace.get(), H5S_SELECT_SET, slab.start, slab.stride, slab.count, nullptr),
+        "Error creating array space hyperslab!");
+    ReadSelection(dataSet, memoryType, memorySpace, fileSpace, buffer);
+}
+
+// Number arrays with one component have one dimension, with any other number two.
+void CreateNumberSpace(IDataSetBuilder& builder, size_t length, size_t components, size_t elementSize, int compression)
+{
+    if (components == 1)
+    {
+        builder.CreateSpace1D(length, compression, elementSize, 0);
+        return;
+    }
+    builder.dcpl = H5Pcreate(H5P_DATASET_CREATE);
+    const hsize_t dimensions[] = {length, components};
+    builder.CreateSpace(2, dimensions, elementSize, nullptr);
+    builder.AddFilters(compression);
+}
+
+} // namespace
+
+IArray::IArray(boost::weak_ptr<IFile> file, hid_t parent, hid_t dataSet, const std::string& name,
+               size_t componentCount, size_t elementCount, hid_t type, int level, bool typeIsOwn)
+    : INode(std::move(file), dataSet, name), compression(level), ownsType(typeIsOwn), parentId(parent),
+      length(elementCount), components(componentCount), dataType(HDFTypeToDataType(type)), typeId(type)
+{
+}
+
+IArray::IArray(const IArray& other)
+    : INode(other), compression(other.compression), ownsType(other.ownsType), parentId(other.parentId),
+      length(other.length), components(other.components), dataType(other.dataType), typeId(other.typeId)
+{
+    ShareIds();
+}
+
+IArray& IArray::operator=(const IArray& other)
+{
+    if (this == &other)
+    {
+        return *this;
+    }
+    other.ShareIds();
+    ScopedDataSet dataSetShare(other.m_location);
+    ScopedType typeShare(other.ownsType ? other.typeId : -1);
+    const hid_t previousDataSet = m_location;
+    INode::operator=(other);
+    dataSetShare.release();
+    typeShare.release();
+    Close(previousDataSet, ownsType ? typeId : -1);
+    compression = other.compression;
+    ownsType = other.ownsType;
+    parentId = other.parentId;
+    length = other.length;
+    components = other.components;
+    dataType = other.dataType;
+    typeId = other.typeId;
+    return *this;
+}
+
+IArray::~IArray()
+{
+    Close();
+}
+
+void IArray::ShareIds() const
+{
+    ShareId(m_location);
+    if (ownsType)
+    {
+        ShareId(typeId);
+    }
+}
+
+void IArray::Close()
+{
+    Close(m_location, ownsType ? typeId : -1);
+    m_location = -1;
+    typeId = -1;
+}
+
+void IArray::Close(hid_t dataSet, hid_t typeId)
+{
+    const ScopedType closingType(typeId);
+    const ScopedDataSet closingDataSet(dataSet);
+}
+
+bool IArray::Exists(hid_t parent, const std::string& name)
+{
+    return HasObjectOfType(parent, name, H5O_TYPE_DATASET);
+}
+
+void IArray::QueryInfo(hid_t dataSet, TDataType::TDataType& type, hid_t& typeId, size_t& length, size_t& components)
+{
+    typeId = H5Dget_type(dataSet);
+    CheckResult(typeId, "could not get dataset's type");
+    CheckResult(H5Tget_class(typeId) == H5T_COMPOUND ? -1 : 0, "H5T_COMPOUND is not a valid Array");
+    type = HDFTypeToDataType(typeId);
+    const Extent extent = ExtentOf(dataSet);
+    if (extent.rank <= 0)
+    {
+        length = 0;
+        components = 0;
+        return;
+    }
+    CheckResult(extent.rank > kMostDimensions ? -1 : 0,
+                "there's no support for arrays with more than 2 dimensions");
+    CheckResult(type == TDataType::VarLenString && extent.rank == 2 ? -1 : 0,
+                "there's no support for variable length strings with more than 1 dimension");
+    if (extent.rank == 2 && extent.maximum[0] == H5S_UNLIMITED && extent.maximum[1] == H5S_UNLIMITED)
+    {
+        throw std::runtime_error("not a valid Array");
+    }
+    length = extent.dimensions[0];
+    components = extent.rank == 2 ? extent.dimensions[1] : 1;
+    if (type == TDataType::String)
+    {
+        components = H5Tget_size(typeId);
+    }
+}
+
+boost::shared_ptr<IArray> IArray::Open(boost::weak_ptr<IFile> file, hid_t parent, const std::string& name)
+{
+    ScopedDataSet dataSet = OpenDataSetAt("Array", parent, name);
+    CheckResult(dataSet.get(), "could not open array '" + name + "'");
+    TDataType::TDataType type = TDataType::Undefined;
+    hid_t typeId = -1;
+    size_t length = 0;
+    size_t components = 0;
+    try
+    {
+        QueryInfo(dataSet.get(), type, typeId, length, components);
+    }
+    catch (...)
+    {
+        Close(dataSet.release(), typeId);
+        throw;
+    }
+    ScopedType ownedType(typeId);
+    std::unique_ptr<IArray> array(
+        new IArray(std::move(file), parent, dataSet.get(), name, components, length, typeId, 0, true));
+    return HandOver(std::move(array), dataSet, ownedType);
+}
+
+void IArray::ReOpen(hid_t parent, const std::string& name)
+{
+    Close();
+    m_location = OpenDataSetAt("Array", parent, name).release();
+    CheckResult(m_location, "could not reopen array '" + name + "'");
+    ownsType = true;
+    try
+    {
+        QueryInfo(m_location, dataType, typeId, length, components);
+    }
+    catch (...)
+    {
+        Close();
+        throw;
+    }
+    parentId = parent;
+}
+
+size_t IArray::GetLength() const
+{
+    return length;
+}
+
+size_t IArray::GetComponents() const
+{
+    return components;
+}
+
+size_t IArray::GetSize() const
+{
+    return components * length;
+}
+
+size_t IArray::GetSizeInBytes() const
+{
+    return GetDataTypeSize(dataType) * components * length;
+}
+
+TDataType::TDataType IArray::GetType() const
+{
+    return dataType;
+}
+
+hid_t IArray::GetTypeID() const
+{
+    return typeId;
+}
+
+boost::shared_ptr<IArray> IArray::CreateEmpty(boost::weak_ptr<IFile> file, hid_t parent, const std::string& name,
+                                              TDataType::TDataType type, int compression)
+{
+    const hid_t typeId = DataTypeToHDFType(type);
+    IDataSetBuilder builder;
+    builder.fileSpace = H5Screate(H5S_NULL);
+    builder.CreateDataSet(parent, name, typeId);
+    std::unique_ptr<IArray> array(
+        new IArray(std::move(file), parent, builder.dataSet, name, 0, 0, typeId, compression, false));
+    builder.TakeDataSet();
+    return HandOver(std::move(array));
+}
+
+boost::shared_ptr<IArray> IArray::CreateFromBuffer(boost::weak_ptr<IFile> file, hid_t parent, const std::string& name,
+                                                   void* buffer, TDataType::TDataType type, size_t length,
+                                                   size_t components, int compression)
+{
+    const boost::shared_ptr<IFile> lockedFile = file.lock();
+    if (lockedFile.get() == nullptr)
+    {
+        const std::string message = "file must not be NULL";
+        throw IPreconditionException("file.get() != NULL", message, "Array.tarnwickhdf", __LINE__);
+    }
+    ScopedType stringType;
+    IDataSetBuilder builder;
+    hid_t fileType = -1;
+    if (type == TDataType::String)
+    {
+        builder.CreateSpace1D(length, compression, 0, 0);
+        stringType = CreateFileStringType(components, lockedFile->GetEncoding(), name);
+        fileType = stringType.get();
+    }
+    else
+    {
+        fileType = DataTypeToHDFType(type);
+        CreateNumberSpace(builder, length, components, H5Tget_size(fileType), compression);
+    }
+    builder.CreateDataSet(parent, name, fileType);
+    CheckResult(H5Dwrite(builder.dataSet, fileType, builder.memorySpace, H5S_ALL, H5P_DEFAULT, buffer),
+                "error writing to dataset");
+    std::unique_ptr<IArray> array(new IArray(std::move(file), parent, builder.dataSet, name, components, length,
+                                             fileType, compression, type == TDataType::String));
+    builder.TakeDataSet();
+    return HandOver(std::move(array), stringType);
+}
+
+void IArray::SetFromBuffer(void* buffer, TDataType::TDataType type, size_t newLength, size_t newComponents)
+{
+    const TDataType::TDataType newType = type == TDataType::Undefined ? dataType : type;
+    if (newLength == length && newType == dataType && newComponents == components)
+    {
+        RewriteInPlace(buffer);
+        return;
+    }
+    ReplaceFromBuffer(buffer, newType, newLength, newComponents);
+}
+
+void IArray::RewriteInPlace(void* buffer)
+{
+    ScopedType stringType;
+    hid_t memoryType = -1;
+    if (dataType == TDataType::String)
+    {
+        stringType = CopyMemoryStringType(components);
+        CheckResult(H5Tset_cset(stringType.get(), GetEncoding()), "could not write charset for array: " + m_name);
+        memoryType = stringType.get();
+    }
+    else
+    {
+        memoryType = DataTypeToHDFType(dataType);
+    }
+    CheckResult(H5Dwrite(m_location, memoryType, H5S_ALL, H5S_ALL, H5P_DEFAULT, buffer), "error writing to dataset");
+}
+
+void IArray::ReplaceFromBuffer(void* buffer, TDataType::TDataType type, size_t newLength, size_t newComponents)
+{
+    Close();
+    H5Gunlink(parentId, m_name.c_str());
+    CreateFromBuffer(m_file, parentId, m_name, buffer, type, newLength, newComponents, compression);
+    ReOpen(parentId, m_name);
+}
+
+void IArray::GetToBuffer(void* buffer, TDataType::TDataType type) const
+{
+    const MemoryType memoryType(type, dataType, typeId, components);
+    const herr_t status = H5Dread(m_location, memoryType.get(), H5S_ALL, H5S_ALL, H5P_DEFAULT, buffer);
+    CheckResult(status, "Error " + std::to_string(status) + " while reading from dataset '" + m_name + "'");
+}
+
+void IArray::GetFromHyperslab(void* buffer, int start, int stride, int count, TDataType::TDataType type) const
+{
+    CheckResult(components != 1 ? -1 : 0, kNotOneDimension);
+    const MemoryType memoryType(type, dataType, typeId, components);
+    const Hyperslab slab = {{Widen(start)}, {Widen(stride)}, {Widen(count)}};
+    ReadFileHyperslab(m_location, memoryType, Widen(count), 1, slab, kNotOneDimension, buffer);
+}
+
+void IArray::GetFromHyperslab(void* buffer, int memoryLength, size_t dimensions, size_t* start, size_t* stride,
+                              size_t* count, TDataType::TDataType type) const
+{
+    CheckResult(dimensions > kMostDimensions ? -1 : 0,
+                "Error reading hyperslab: there's no support for arrays with more than 2 dimensions!");
+    const MemoryType memoryType(type, dataType, typeId, components);
+    Hyperslab slab = {};
+    CopyEntries(start, dimensions, slab.start);
+    CopyEntries(stride, dimensions, slab.stride);
+    CopyEntries(count, dimensions, slab.count);
+    ReadFileHyperslab(m_location, memoryType, Widen(memoryLength), dimensions, slab, kWrongDimensions, buffer);
+}
+
+void IArray::GetToMemoryHyperslab(void* buffer, int start, int stride, int count, TDataType::TDataType type) const
+{
+    const MemoryType memoryType(type, dataType, typeId, components);
+    const hsize_t bufferLength = WidenProduct(stride, count);
+    const hsize_t memoryStart = Widen(start);
+    const hsize_t memoryStride = Widen(stride);
+    const hsize_t elements = Widen(count);
+    const hsize_t first = 0;
+    const hsize_t adjacent = 1;
+    ScopedSpace fileSpace;
+    const ScopedSpace memorySpace(H5Screate_simple(1, &bufferLength, nullptr));
+    CheckResult(H5Sselect_hyperslab(memorySpace.get(), H5S_SELECT_SET, &memoryStart, &memoryStride, &elements, nullptr),
+                "Error creating memory data space hyperslab!");
+    fileSpace.reset(H5Dget_space(m_location));
+    CheckRank(fileSpace, 1, kNotOneDimension);
+    CheckResult(H5Sselect_hyperslab(fileSpace.get(), H5S_SELECT_SET, &first, &adjacent, &elements, nullptr),
+                "Error creating file data space hyperslab!");
+    ReadSelection(m_location, memoryType, memorySpace, fileSpace, buffer);
+}
+
+} // namespace tarnwick::hdf

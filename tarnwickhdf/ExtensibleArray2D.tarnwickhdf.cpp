@@ -1,0 +1,339 @@
+#include <tarnwickhdf/IExtensibleArray2D.h>
+#include <tarnwickhdf/IFile.h>
+#include <tarnwickhdf/internal/CheckResult.h>
+#include <tarnwickhdf/internal/HandOver.h>
+#include <tarnwickhdf/internal/ObjectLookup.h>
+#include <tarnwickhdf/internal/ScopedId.h>
+
+#include <algorithm>
+#include <memory>
+#include <stdexcept>
+#include <utility>
+#include <vector>
+
+namespace tarnwick::hdf
+{
+
+namespace
+{
+
+constexpr int kRank = 2;
+constexpr int kRows = 0;
+constexpr int kColumns = 1;
+
+struct Extent
+{
+    hsize_t dimensions[kRank] = {0, 0};
+    hsize_t maximum[kRank] = {0, 0};
+};
+
+// A row or column of the data set and the memory space of the same shape.
+struct Line
+{
+    hsize_t start[kRank];
+    hsize_t count[kRank];
+};
+
+Line RowAt(hsize_t row, hsize_t columns)
+{
+    return {{row, 0}, {1, columns}};
+}
+
+Line ColumnAt(hsize_t column, hsize_t rows)
+{
+    return {{0, column}, {rows, 1}};
+}
+
+Extent ExtentOf(const ScopedSpace& space)
+{
+    Extent extent;
+    H5Sget_simple_extent_dims(space.get(), extent.dimensions, extent.maximum);
+    return extent;
+}
+
+// The spaces of one transfer. A type without an id is refused as late as here, when an append has extended the data set.
+struct Transfer
+{
+    ScopedSpace memorySpace;
+    ScopedSpace fileSpace;
+
+    herr_t Read(hid_t dataSet, TDataType::TDataType type, void* buffer) const
+    {
+        const hid_t memoryType = INode::DataTypeToHDFType(type);
+        return H5Dread(dataSet, memoryType, memorySpace.get(), fileSpace.get(), H5P_DEFAULT, buffer);
+    }
+
+    herr_t Write(hid_t dataSet, TDataType::TDataType type, const void* buffer) const
+    {
+        const hid_t memoryType = INode::DataTypeToHDFType(type);
+        return H5Dwrite(dataSet, memoryType, memorySpace.get(), fileSpace.get(), H5P_DEFAULT, buffer);
+    }
+};
+
+Transfer Select(ScopedSpace fileSpace, const Line& line)
+{
+    Transfer transfer;
+    H5Sselect_hyperslab(fileSpace.get(), H5S_SELECT_SET, line.start, nullptr, line.count, nullptr);
+    transfer.fileSpace = std::move(fileSpace);
+    transfer.memorySpace.reset(H5Screate_simple(kRank, line.count, nullptr));
+    return transfer;
+}
+
+// Makes the data set one row or column longer than the file says, and at least as wide as the object says: other handles
+// may have extended it. The space that comes back has the new extent, without asking HDF5 for it again.
+ScopedSpace ExtendByOne(hid_t dataSet, int growing, hsize_t otherDimension, hsize_t& newIndex)
+{
+    ScopedSpace space(H5Dget_space(dataSet));
+    Extent extent = ExtentOf(space);
+    newIndex = extent.dimensions[growing];
+    hsize_t wanted[kRank] = {otherDimension, otherDimension};
+    wanted[growing] = newIndex + 1;
+    if (H5Dextend(dataSet, wanted) >= 0)
+    {
+        const hsize_t extended[] = {std::max(wanted[kRows], extent.dimensions[kRows]),
+                                    std::max(wanted[kColumns], extent.dimensions[kColumns])};
+        H5Sset_extent_simple(space.get(), kRank, extended, extent.maximum);
+    }
+    return space;
+}
+
+ScopedPropertyList CreateChunkedList(hsize_t chunkRows, hsize_t chunkColumns, int compression)
+{
+    ScopedPropertyList list(H5Pcreate(H5P_DATASET_CREATE));
+    const hsize_t chunk[] = {chunkRows, chunkColumns};
+    H5Pset_chunk(list.get(), kRank, chunk);
+    if (compression > 0)
+    {
+        H5Pset_shuffle(list.get());
+        H5Pset_deflate(list.get(), static_cast<unsigned int>(compression));
+    }
+    return list;
+}
+
+std::string InvalidIndex(const char* what, int index, unsigned int rows, unsigned int columns)
+{
+    return std::string("Invalid ") + what + " index: " + std::to_string(index) + " (" + std::to_string(rows) +
+           " rows x " + std::to_string(columns) + " columns)";
+}
+
+bool IsWithin(int index, unsigned int size)
+{
+    return index >= 0 && static_cast<unsigned int>(index) < size;
+}
+
+} // namespace
+
+IExtensibleArray2D::IExtensibleArray2D(boost::weak_ptr<IFile> file, hid_t dataSet, std::string name,
+                                       TDataType::TDataType type, unsigned int rowCount, unsigned int columnCount)
+    : INode(std::move(file), dataSet, name), rows(rowCount), columns(columnCount), dataType(type)
+{
+}
+
+IExtensibleArray2D::IExtensibleArray2D(const IExtensibleArray2D& other)
+    : INode(other), rows(other.rows), columns(other.columns), dataType(other.dataType)
+{
+    ShareId(m_location);
+}
+
+IExtensibleArray2D& IExtensibleArray2D::operator=(const IExtensibleArray2D& other)
+{
+    if (this == &other)
+    {
+        return *this;
+    }
+    ScopedDataSet share(ShareId(other.m_location));
+    const hid_t previous = m_location;
+    INode::operator=(other);
+    share.release();
+    const ScopedDataSet closing(previous);
+    rows = other.rows;
+    columns = other.columns;
+    dataType = other.dataType;
+    return *this;
+}
+
+IExtensibleArray2D::~IExtensibleArray2D()
+{
+    const ScopedDataSet closing(m_location);
+}
+
+boost::shared_ptr<IExtensibleArray2D> IExtensibleArray2D::Create(boost::weak_ptr<IFile> file, hid_t parent,
+                                                                 const std::string& name, TDataType::TDataType type,
+                                                                 unsigned int rows, unsigned int columns,
+                                                                 unsigned int chunkRows, unsigned int chunkColumns,
+                                                                 int compression)
+{
+    const hsize_t dimensions[] = {rows, columns};
+    const hsize_t unlimited[] = {H5S_UNLIMITED, H5S_UNLIMITED};
+    ScopedSpace space(H5Screate_simple(kRank, dimensions, unlimited));
+    ScopedPropertyList list = CreateChunkedList(chunkRows, chunkColumns, compression);
+    const hid_t typeId = DataTypeToHDFType(type);
+    ScopedDataSet dataSet(H5Dcreate1(parent, name.c_str(), typeId, space.get(), list.get()));
+    CheckResult(H5Pclose(list.release()), "error closing property list");
+    CheckResult(H5Sclose(space.release()), "error closing dataspace");
+    std::unique_ptr<IExtensibleArray2D> array(
+        new IExtensibleArray2D(std::move(file), dataSet.get(), name, type, rows, columns));
+    return HandOver(std::move(array), dataSet);
+}
+
+boost::shared_ptr<IExtensibleArray2D> IExtensibleArray2D::Open(boost::weak_ptr<IFile> file, hid_t parent,
+                                                               const std::string& name)
+{
+    ScopedDataSet dataSet = OpenDataSetAt("ExtensibleArray", parent, name);
+    CheckResult(dataSet.get(), "could not open extensible array '" + name + "'");
+    TDataType::TDataType type = TDataType::Undefined;
+    unsigned int rows = 0;
+    unsigned int columns = 0;
+    try
+    {
+        QueryInfo(dataSet.get(), type, rows, columns);
+    }
+    catch (...)
+    {
+        CheckResult(H5Dclose(dataSet.release()),
+                    "could not close location for IExtensibleArray2D after failing to QueryInfo it");
+        throw;
+    }
+    std::unique_ptr<IExtensibleArray2D> array(
+        new IExtensibleArray2D(std::move(file), dataSet.get(), name, type, rows, columns));
+    return HandOver(std::move(array), dataSet);
+}
+
+void IExtensibleArray2D::QueryInfo(hid_t dataSet, TDataType::TDataType& type, unsigned int& rows,
+                                   unsigned int& columns)
+{
+    ScopedType storedType(H5Dget_type(dataSet));
+    CheckResult(storedType.get(), "could not get dataset's type");
+    if (H5Tget_class(storedType.get()) == H5T_COMPOUND)
+    {
+        throw std::runtime_error("not an ExtensibleArray2D");
+    }
+    hid_t typeId = storedType.get();
+    type = HDFTypeToDataType(typeId);
+    CheckResult(H5Tclose(storedType.release()), "could not close type_id");
+    ScopedSpace space(H5Dget_space(dataSet));
+    const bool isFlat = H5Sget_simple_extent_ndims(space.get()) == kRank;
+    const Extent extent = isFlat ? ExtentOf(space) : Extent();
+    CheckResult(H5Sclose(space.release()), "error closing dataspace");
+    if (!isFlat)
+    {
+        throw std::runtime_error("dimension for ExtensibleArray did not return 2 as expected.");
+    }
+    if (extent.maximum[kRows] != H5S_UNLIMITED && extent.maximum[kColumns] != H5S_UNLIMITED)
+    {
+        throw std::runtime_error("not an ExtensibleArray2D");
+    }
+    rows = static_cast<unsigned int>(extent.dimensions[kRows]);
+    columns = static_cast<unsigned int>(extent.dimensions[kColumns]);
+}
+
+int IExtensibleArray2D::Resize(unsigned int newRows, unsigned int newColumns)
+{
+    const hsize_t dimensions[] = {newRows, newColumns};
+    const int status = H5Dset_extent(m_location, dimensions);
+    if (status == 0)
+    {
+        rows = newRows;
+        columns = newColumns;
+    }
+    return status;
+}
+
+unsigned int IExtensibleArray2D::GetNumberOfRows() const
+{
+    return rows;
+}
+
+unsigned int IExtensibleArray2D::GetNumberOfColumns() const
+{
+    return columns;
+}
+
+unsigned int IExtensibleArray2D::GetSizeInBytes() const
+{
+    return static_cast<unsigned int>(GetDataTypeSize(dataType) * columns * rows);
+}
+
+TDataType::TDataType IExtensibleArray2D::GetType() const
+{
+    return dataType;
+}
+
+void IExtensibleArray2D::CheckRow(int row)
+{
+    if (!IsWithin(row, rows))
+    {
+        throw std::runtime_error(InvalidIndex("row", row, rows, columns));
+    }
+}
+
+void IExtensibleArray2D::CheckColumn(int column)
+{
+    if (!IsWithin(column, columns))
+    {
+        throw std::runtime_error(InvalidIndex("column", column, rows, columns));
+    }
+}
+
+void IExtensibleArray2D::CloseIOOperation(hid_t status, hid_t fileSpace, hid_t memorySpace)
+{
+    ScopedSpace ownedMemorySpace(memorySpace);
+    ScopedSpace ownedFileSpace(fileSpace);
+    CheckResult(status, "error during io operation for ExtensibleArray2D dataset");
+    CheckResult(H5Sclose(ownedFileSpace.release()), "error closing filespace");
+    CheckResult(H5Sclose(ownedMemorySpace.release()), "error closing dataspace");
+}
+
+void IExtensibleArray2D::AppendRowFromBuffer(const void* buffer, TDataType::TDataType type)
+{
+    hsize_t row = 0;
+    ScopedSpace space = ExtendByOne(m_location, kRows, columns, row);
+    Transfer transfer = Select(std::move(space), RowAt(row, columns));
+    const herr_t status = transfer.Write(m_location, type, buffer);
+    CloseIOOperation(status, transfer.fileSpace.release(), transfer.memorySpace.release());
+    ++rows;
+}
+
+void IExtensibleArray2D::AppendColumnFromBuffer(const void* buffer, TDataType::TDataType type)
+{
+    hsize_t column = 0;
+    ScopedSpace space = ExtendByOne(m_location, kColumns, rows, column);
+    Transfer transfer = Select(std::move(space), ColumnAt(column, rows));
+    const herr_t status = transfer.Write(m_location, type, buffer);
+    CloseIOOperation(status, transfer.fileSpace.release(), transfer.memorySpace.release());
+    ++columns;
+}
+
+void IExtensibleArray2D::ReadRowToBuffer(int row, void* buffer, TDataType::TDataType type)
+{
+    CheckRow(row);
+    Transfer transfer = Select(ScopedSpace(H5Dget_space(m_location)), RowAt(static_cast<hsize_t>(row), columns));
+    const herr_t status = transfer.Read(m_location, type, buffer);
+    CloseIOOperation(status, transfer.fileSpace.release(), transfer.memorySpace.release());
+}
+
+void IExtensibleArray2D::ReadColumnToBuffer(int column, void* buffer, TDataType::TDataType type)
+{
+    CheckColumn(column);
+    Transfer transfer = Select(ScopedSpace(H5Dget_space(m_location)), ColumnAt(static_cast<hsize_t>(column), rows));
+    const herr_t status = transfer.Read(m_location, type, buffer);
+    CloseIOOperation(status, transfer.fileSpace.release(), transfer.memorySpace.release());
+}
+
+void IExtensibleArray2D::WriteRowFromBuffer(int row, const void* buffer, TDataType::TDataType type)
+{
+    CheckRow(row);
+    Transfer transfer = Select(ScopedSpace(H5Dget_space(m_location)), RowAt(static_cast<hsize_t>(row), columns));
+    const herr_t status = transfer.Write(m_location, type, buffer);
+    CloseIOOperation(status, transfer.fileSpace.release(), transfer.memorySpace.release());
+}
+
+void IExtensibleArray2D::WriteColumnFromBuffer(int column, const void* buffer, TDataType::TDataType type)
+{
+    CheckColumn(column);
+    Transfer transfer = Select(ScopedSpace(H5Dget_space(m_location)), ColumnAt(static_cast<hsize_t>(column), rows));
+    const herr_t status = transfer.Write(m_location, type, buffer);
+    CloseIOOperation(status, transfer.fileSpace.release(), transfer.memorySpace.release());
+}
+
+} // namespace tarnwick::hdf

@@ -1,0 +1,389 @@
+#include <tarnwickhdf/IFile.h>
+#include <tarnwickhdf/IFileTracker.h>
+#include <tarnwickhdf/IGroup.h>
+#include <tarnwickhdf/internal/CheckResult.h>
+#include <tarnwickhdf/internal/FileName.h>
+#include <tarnwickhdf/internal/IntegerAttribute.h>
+#include <tarnwickhdf/internal/ScopedId.h>
+
+#include <tarnwick/text.h>
+
+#include <filesystem>
+#include <fstream>
+#include <iostream>
+#include <stdexcept>
+#include <system_error>
+#include <vector>
+
+#if !defined(_WIN32)
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+#endif
+
+namespace tarnwick::hdf
+{
+
+namespace
+{
+
+boost::shared_ptr<IFileTracker> globalFileTracker;
+
+constexpr int kHighestCompression = 9;
+constexpr double kLowerHitRateThreshold = 0.8;
+constexpr unsigned int kVersion = 1;
+
+std::string VersionAttributeName()
+{
+    return reservedAttributePrefix + "api_version";
+}
+
+#if defined(_WIN32)
+
+bool CanBeRead(const std::string& filename)
+{
+    return std::ifstream(tarnwick::utf8_to_filesystem_unicode(filename)).good();
+}
+
+bool IsMissing(const std::string& filename)
+{
+    std::error_code error;
+    const auto status = std::filesystem::status(tarnwick::utf8_to_filesystem_unicode(filename), error);
+    return status.type() == std::filesystem::file_type::not_found;
+}
+
+#else
+
+// File streams take no wide path here, and they open directories; a pipe without a writer would block them.
+bool CanBeRead(const std::string& filename)
+{
+    const int file = ::open(filename.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK);
+    if (file < 0)
+    {
+        return false;
+    }
+    struct stat status = {};
+    const bool readable = ::fstat(file, &status) == 0 && !S_ISDIR(status.st_mode);
+    ::close(file);
+    return readable;
+}
+
+bool IsMissing(const std::string& filename)
+{
+    std::error_code error;
+    return std::filesystem::status(filename, error).type() == std::filesystem::file_type::not_found;
+}
+
+#endif
+
+// "r+" makes a file that is missing. One that is there but can't be read must not be taken for missing: it would be
+// emptied.
+std::string EffectiveMode(const std::string& filename, const std::string& mode)
+{
+    return mode == "r+" && !IFile::FileExists(filename) && IsMissing(filename) ? "w" : mode;
+}
+
+ScopedPropertyList CreateFileAccessList()
+{
+    ScopedPropertyList list(H5Pcreate(H5P_FILE_ACCESS));
+    CheckResult(list.get(), "could not create property list for file access");
+    CheckResult(H5Pset_fclose_degree(list.get(), H5F_CLOSE_STRONG), "could not set fclose degree");
+    CheckResult(H5Pset_gc_references(list.get(), 1), "Error while calling H5Pset_gc_reference");
+    return list;
+}
+
+hid_t OpenOrCreate(const std::string& filename, const std::string& effectiveMode, hid_t accessList)
+{
+    if (effectiveMode == "w")
+    {
+        return H5Fcreate(filename.c_str(), H5F_ACC_TRUNC, H5P_DEFAULT, accessList);
+    }
+    if (effectiveMode == "r")
+    {
+        return H5Fopen(filename.c_str(), H5F_ACC_RDONLY, accessList);
+    }
+    if (effectiveMode == "r+")
+    {
+        return H5Fopen(filename.c_str(), H5F_ACC_RDWR, accessList);
+    }
+    throw std::runtime_error("invalid file mode: " + effectiveMode);
+}
+
+H5AC_cache_config_t CacheConfigurationOf(hid_t file)
+{
+    H5AC_cache_config_t config = {};
+    config.version = H5AC__CURR_CACHE_CONFIG_VERSION;
+    H5Fget_mdc_config(file, &config);
+    return config;
+}
+
+// A cache that may shrink less readily serves files that are opened, walked and closed again.
+void LowerTheHitRateThreshold(hid_t file)
+{
+    H5AC_cache_config_t config = CacheConfigurationOf(file);
+    config.lower_hr_threshold = kLowerHitRateThreshold;
+    H5Fset_mdc_config(file, &config);
+}
+
+} // namespace
+
+std::string FileNameOf(hid_t file)
+{
+    const ssize_t length = H5Fget_name(file, nullptr, 0);
+    if (length < 0)
+    {
+        throw std::runtime_error("Couldn't retrieve file name");
+    }
+    std::vector<char> buffer(static_cast<size_t>(length) + 1, '\0');
+    if (H5Fget_name(file, buffer.data(), buffer.size()) < 0)
+    {
+        throw std::runtime_error("Couldn't retrieve file name");
+    }
+    return buffer.data();
+}
+
+boost::shared_ptr<IFile> IFile::Open(const std::string& filename, const std::string& mode, int compression)
+{
+    if (compression < 0 || compression > kHighestCompression)
+    {
+        throw std::runtime_error("invalid compression value; must be 0 to 9 (inclusive)");
+    }
+    boost::shared_ptr<IFile> file(new IFile(filename, mode));
+    file->m_root = IGroup::Open(file, file->m_file_id, "/", compression);
+    file->WriteOrReadVersionMark(mode);
+    return file;
+}
+
+IFile::IFile(const std::string& filename, const std::string& mode)
+    : m_closed(true), m_api_version(0), m_encoding(H5T_CSET_UTF8), m_file_id(-1)
+{
+    const std::string effectiveMode = EffectiveMode(filename, mode);
+    ScopedPropertyList accessList = CreateFileAccessList();
+    ScopedFile file(OpenOrCreate(filename, effectiveMode, accessList.get()));
+    CheckResult(file.get(), "Failed to obtain a valid file handle for filename: " + filename);
+    accessList.reset();
+    H5Eset_auto1(nullptr, nullptr);
+    if (globalFileTracker)
+    {
+        globalFileTracker->OnOpen(file.get(), filename);
+    }
+    LowerTheHitRateThreshold(file.get());
+    m_file_id = file.release();
+    m_closed = false;
+}
+
+// Only the caller's own "w" marks the file: a file that "r+" makes because it was missing has no mark.
+void IFile::WriteOrReadVersionMark(const std::string& mode)
+{
+    const std::string name = VersionAttributeName();
+    if (mode == "w")
+    {
+        m_api_version = kVersion;
+        SetIntAttr(*m_root, name, m_api_version, TDataType::UInt);
+    }
+    else if (m_root->HasAttr(name))
+    {
+        m_api_version = GetIntAttr(*m_root, name, TDataType::UInt);
+    }
+}
+
+IFile::~IFile()
+{
+    try
+    {
+        Close();
+    }
+    catch (...) // NOLINT(bugprone-empty-catch): nobody is left who could hear of it.
+    {
+    }
+    if (!m_closed)
+    {
+        CloseUnnamed();
+    }
+}
+
+bool IFile::FileExists(const std::string& filename)
+{
+    return CanBeRead(filename);
+}
+
+bool IFile::IsHDF5File(const std::string& filename)
+{
+    return H5Fis_hdf5(filename.c_str()) > 0;
+}
+
+void IFile::InstallGlobalFileTracker(boost::shared_ptr<IFileTracker> tracker)
+{
+    if (globalFileTracker)
+    {
+        throw std::runtime_error(
+            "It's not allowed to install a file tracker in hdf::IFile if one is already installed.");
+    }
+    globalFileTracker.swap(tracker);
+}
+
+boost::shared_ptr<IFileTracker> IFile::GetGlobalFileTracker()
+{
+    return globalFileTracker;
+}
+
+void IFile::Close()
+{
+    if (!m_closed)
+    {
+        CloseNamed(FileNameOf(m_file_id));
+    }
+}
+
+void IFile::CloseNamed(const std::string& name)
+{
+    const std::string message = "Error closing file: " + name;
+    InvalidateNodes();
+    CheckResult(H5Fclose(m_file_id), message);
+    if (globalFileTracker)
+    {
+        globalFileTracker->OnClose(m_file_id, name);
+    }
+}
+
+// For the destructor, when the name couldn't be told: the file must not stay open for that.
+void IFile::CloseUnnamed() noexcept
+{
+    InvalidateNodes();
+    if (H5Fclose(m_file_id) < 0 || !globalFileTracker)
+    {
+        return;
+    }
+    try
+    {
+        globalFileTracker->OnClose(m_file_id, std::string());
+    }
+    catch (...) // NOLINT(bugprone-empty-catch): nobody is left who could hear of it.
+    {
+    }
+}
+
+void IFile::InvalidateNodes() noexcept
+{
+    for (INode* node : m_nodes)
+    {
+        node->Invalidate();
+    }
+    m_nodes.clear();
+    m_closed = true;
+    m_root.reset();
+}
+
+bool IFile::IsClosed()
+{
+    return m_closed;
+}
+
+hid_t IFile::FileID() const
+{
+    return m_file_id;
+}
+
+boost::shared_ptr<IGroup> IFile::GetRoot()
+{
+    return m_root;
+}
+
+std::string IFile::GetFileName() const
+{
+    return FileNameOf(m_file_id);
+}
+
+unsigned int IFile::GetAPIVersion() const
+{
+    return m_api_version;
+}
+
+H5T_cset_t IFile::GetEncoding() const
+{
+    return m_encoding;
+}
+
+void IFile::SetEncoding(H5T_cset_t encoding)
+{
+    m_encoding = encoding;
+}
+
+void IFile::RegisterNode(INode* node)
+{
+    m_nodes.insert(node);
+}
+
+void IFile::UnRegisterNode(INode* node)
+{
+    m_nodes.erase(node);
+}
+
+unsigned int IFile::CountOpen(unsigned int types) const
+{
+    return static_cast<unsigned int>(H5Fget_obj_count(m_file_id, types));
+}
+
+unsigned int IFile::GetOpenFilesCount() const
+{
+    return CountOpen(H5F_OBJ_FILE);
+}
+
+unsigned int IFile::GetOpenDataSetsCount() const
+{
+    return CountOpen(H5F_OBJ_DATASET);
+}
+
+unsigned int IFile::GetOpenGroupsCount() const
+{
+    return CountOpen(H5F_OBJ_GROUP);
+}
+
+unsigned int IFile::GetOpenDataTypesCount() const
+{
+    return CountOpen(H5F_OBJ_DATATYPE);
+}
+
+unsigned int IFile::GetOpenAttrsCount() const
+{
+    return CountOpen(H5F_OBJ_ATTR);
+}
+
+unsigned int IFile::GetOpenObjectsCount() const
+{
+    return CountOpen(H5F_OBJ_ALL);
+}
+
+H5AC_cache_config_t IFile::GetCacheConfiguration() const
+{
+    return CacheConfigurationOf(m_file_id);
+}
+
+void IFile::SetCacheConfiguration(H5AC_cache_config_t& config)
+{
+    H5Fset_mdc_config(m_file_id, &config);
+}
+
+void IFile::DumpCacheStatus(bool compact) const
+{
+    double rate = 0;
+    size_t maxSize = 0;
+    size_t minCleanSize = 0;
+    size_t currentSize = 0;
+    int entries = 0;
+    H5Fget_mdc_hit_rate(m_file_id, &rate);
+    H5Fget_mdc_size(m_file_id, &maxSize, &minCleanSize, &currentSize, &entries);
+    if (compact)
+    {
+        std::cout << rate << "," << maxSize << "," << minCleanSize << "," << currentSize << "," << entries << "\n";
+        return;
+    }
+    std::cout << "Cache statistics: \n"
+              << "\tHit rate: " << rate << "\n"
+              << "\tMax size: " << maxSize << "\n"
+              << "\tMin clean size: " << minCleanSize << "\n"
+              << "\tCurrent size: " << currentSize << "\n"
+              << "\tCurrent number of entries: " << entries << "\n";
+}
+
+} // namespace tarnwick::hdf

@@ -1,0 +1,216 @@
+#include <tarnwickhdf/IFile.h>
+#include <tarnwickhdf/INode.h>
+#include <tarnwickhdf/internal/CheckResult.h>
+#include <tarnwickhdf/internal/ObjectLookup.h>
+
+#include <boost/shared_ptr.hpp>
+
+#include <algorithm>
+#include <utility>
+
+namespace tarnwick::hdf
+{
+
+namespace
+{
+
+constexpr size_t kFullNameBufferSize = 1024;
+
+bool SameFile(const boost::weak_ptr<IFile>& one, const boost::weak_ptr<IFile>& other)
+{
+    return !one.owner_before(other) && !other.owner_before(one);
+}
+
+bool EveryLinkExists(hid_t location, const std::vector<std::string>& prefixes)
+{
+    for (const std::string& prefix : prefixes)
+    {
+        if (H5Lexists(location, prefix.c_str(), H5P_DEFAULT) <= 0)
+        {
+            return false;
+        }
+    }
+    return true;
+}
+
+bool EveryObjectExists(hid_t location, const std::vector<std::string>& prefixes)
+{
+    for (const std::string& prefix : prefixes)
+    {
+        if (H5Oexists_by_name(location, prefix.c_str(), H5P_DEFAULT) <= 0)
+        {
+            return false;
+        }
+    }
+    return true;
+}
+
+} // namespace
+
+std::vector<std::string> CumulativePathPrefixes(const std::string& name)
+{
+    std::vector<std::string> prefixes;
+    std::string path;
+    if (!name.empty() && name.front() == '/')
+    {
+        prefixes.emplace_back("/");
+    }
+    for (size_t begin = 0; begin < name.size();)
+    {
+        const size_t end = std::min(name.find('/', begin), name.size());
+        if (end > begin)
+        {
+            if (begin > 0)
+            {
+                path += '/';
+            }
+            path.append(name, begin, end - begin);
+            prefixes.push_back(path);
+        }
+        begin = end + 1;
+    }
+    return prefixes;
+}
+
+bool HasObjectOfType(hid_t location, const std::string& name, H5O_type_t type)
+{
+    const std::vector<std::string> prefixes = CumulativePathPrefixes(name);
+    if (!EveryLinkExists(location, prefixes))
+    {
+        return false;
+    }
+    // That the object's info can be read tells that all levels exist. The full form of the info would walk the whole
+    // index of a group to add up sizes.
+    H5O_info_t info = {};
+    if (H5Oget_info_by_name2(location, name.c_str(), &info, H5O_INFO_BASIC, H5P_DEFAULT) >= 0)
+    {
+        return info.type == type;
+    }
+    if (!EveryObjectExists(location, prefixes))
+    {
+        return false;
+    }
+    CheckResult(H5Oget_info_by_name1(location, name.c_str(), &info, H5P_DEFAULT), "could not get info for " + name);
+    return info.type == type;
+}
+
+void CheckObjectOfType(const std::string& kind, hid_t location, const std::string& name, H5O_type_t type)
+{
+    if (!HasObjectOfType(location, name, type))
+    {
+        CheckResult(-1, kind + " does not exist");
+    }
+}
+
+ScopedDataSet OpenDataSetAt(const std::string& kind, hid_t parent, const std::string& name)
+{
+    if (EveryLinkExists(parent, CumulativePathPrefixes(name)))
+    {
+        ScopedDataSet dataSet(H5Dopen1(parent, name.c_str()));
+        if (dataSet.get() >= 0)
+        {
+            return dataSet;
+        }
+    }
+    CheckObjectOfType(kind, parent, name, H5O_TYPE_DATASET);
+    return ScopedDataSet(H5Dopen1(parent, name.c_str()));
+}
+
+ScopedGroup OpenGroupAt(hid_t parent, const std::string& name)
+{
+    if (EveryLinkExists(parent, CumulativePathPrefixes(name)))
+    {
+        ScopedGroup group(H5Gopen1(parent, name.c_str()));
+        if (group.get() >= 0)
+        {
+            return group;
+        }
+    }
+    CheckObjectOfType("Group", parent, name, H5O_TYPE_GROUP);
+    return ScopedGroup(H5Gopen1(parent, name.c_str()));
+}
+
+INode::INode(boost::weak_ptr<IFile> file, hid_t location, const std::string& name)
+    : m_file(std::move(file)), m_location(location), m_name(name)
+{
+    if (const boost::shared_ptr<IFile> openFile = m_file.lock())
+    {
+        openFile->RegisterNode(this);
+    }
+}
+
+INode::INode(const INode& other) = default;
+
+INode& INode::operator=(const INode& other)
+{
+    if (this == &other)
+    {
+        return *this;
+    }
+    std::string name = other.m_name;
+    if (!SameFile(m_file, other.m_file))
+    {
+        if (const boost::shared_ptr<IFile> newFile = other.m_file.lock())
+        {
+            newFile->RegisterNode(this);
+        }
+        UnRegister();
+        m_file = other.m_file;
+    }
+    m_location = other.m_location;
+    m_name.swap(name);
+    return *this;
+}
+
+INode::~INode()
+{
+    UnRegister();
+}
+
+void INode::UnRegister()
+{
+    if (const boost::shared_ptr<IFile> file = m_file.lock())
+    {
+        file->UnRegisterNode(this);
+    }
+}
+
+void INode::Invalidate()
+{
+    m_location = -1;
+}
+
+bool INode::IsValid() const
+{
+    return m_location != -1;
+}
+
+hid_t INode::LocationID() const
+{
+    return m_location;
+}
+
+std::string INode::GetName() const
+{
+    return m_name;
+}
+
+std::string INode::GetFullName() const
+{
+    // HDF5 leaves the buffer alone for an object that has no path any more.
+    char path[kFullNameBufferSize] = "";
+    CheckResult(H5Iget_name(m_location, path, sizeof(path)), "Unable to get full name");
+    return path;
+}
+
+boost::weak_ptr<IFile> INode::GetFile()
+{
+    return m_file;
+}
+
+void INode::Flush()
+{
+    CheckResult(H5Fflush(m_location, H5F_SCOPE_LOCAL), "Flush Fail!");
+}
+
+} // namespace tarnwick::hdf

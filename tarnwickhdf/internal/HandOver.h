@@ -1,0 +1,19 @@
+#pragma once
+
+#include <boost/shared_ptr.hpp>
+
+#include <memory>
+#include <utility>
+
+namespace tarnwick::hdf
+{
+
+/// Ends the making of a node: from here on the node owns the ids, so their holders let go before anything else can fail.
+template <typename Node, typename... Holders>
+boost::shared_ptr<Node> HandOver(std::unique_ptr<Node> node, Holders&... holders)
+{
+    (holders.release(), ...);
+    return boost::shared_ptr<Node>(std::move(node));
+}
+
+} // namespace tarnwick::hdf
