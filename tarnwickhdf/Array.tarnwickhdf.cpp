@@ -1,6 +1,7 @@
 #include <tarnwickhdf/IArray.h>
 #include <tarnwickhdf/IFile.h>
 #include <tarnwickhdf/internal/CheckResult.h>
+#include <tarnwickhdf/internal/DataTypeLookup.h>
 #include <tarnwickhdf/internal/HandOver.h>
 #include <tarnwickhdf/internal/IDataSetBuilder.h>
 #include <tarnwickhdf/internal/ObjectLookup.h>
@@ -159,8 +160,16 @@ void CreateNumberSpace(IDataSetBuilder& builder, size_t length, size_t component
 
 IArray::IArray(boost::weak_ptr<IFile> file, hid_t parent, hid_t dataSet, const std::string& name,
                size_t componentCount, size_t elementCount, hid_t type, int level, bool typeIsOwn)
+    : IArray(std::move(file), parent, dataSet, name, componentCount, elementCount, type, level, typeIsOwn,
+             HDFTypeToDataType(type))
+{
+}
+
+IArray::IArray(boost::weak_ptr<IFile> file, hid_t parent, hid_t dataSet, const std::string& name,
+               size_t componentCount, size_t elementCount, hid_t type, int level, bool typeIsOwn,
+               TDataType::TDataType typeName)
     : INode(std::move(file), dataSet, name), compression(level), ownsType(typeIsOwn), parentId(parent),
-      length(elementCount), components(componentCount), dataType(HDFTypeToDataType(type)), typeId(type)
+      length(elementCount), components(componentCount), dataType(typeName), typeId(type)
 {
 }
 
@@ -231,8 +240,11 @@ void IArray::QueryInfo(hid_t dataSet, TDataType::TDataType& type, hid_t& typeId,
 {
     typeId = H5Dget_type(dataSet);
     CheckResult(typeId, "could not get dataset's type");
-    CheckResult(H5Tget_class(typeId) == H5T_COMPOUND ? -1 : 0, "H5T_COMPOUND is not a valid Array");
-    type = HDFTypeToDataType(typeId);
+    type = FindDataType(typeId);
+    if (type == TDataType::Undefined)
+    {
+        CheckResult(-1, H5Tget_class(typeId) == H5T_COMPOUND ? "H5T_COMPOUND is not a valid Array" : "invalid HDF type");
+    }
     const Extent extent = ExtentOf(dataSet);
     if (extent.rank <= 0)
     {
@@ -260,23 +272,31 @@ boost::shared_ptr<IArray> IArray::Open(boost::weak_ptr<IFile> file, hid_t parent
 {
     ScopedDataSet dataSet = OpenDataSetAt("Array", parent, name);
     CheckResult(dataSet.get(), "could not open array '" + name + "'");
+    return FromOpenDataSet(std::move(file), parent, name, dataSet.release());
+}
+
+// Takes over the data set on every way out.
+boost::shared_ptr<IArray> IArray::FromOpenDataSet(boost::weak_ptr<IFile> file, hid_t parent, const std::string& name,
+                                                  hid_t dataSet)
+{
+    ScopedDataSet ownedDataSet(dataSet);
     TDataType::TDataType type = TDataType::Undefined;
-    hid_t typeId = -1;
-    size_t length = 0;
-    size_t components = 0;
+    hid_t openedType = -1;
+    size_t elements = 0;
+    size_t componentCount = 0;
     try
     {
-        QueryInfo(dataSet.get(), type, typeId, length, components);
+        QueryInfo(dataSet, type, openedType, elements, componentCount);
     }
     catch (...)
     {
-        Close(dataSet.release(), typeId);
+        Close(ownedDataSet.release(), openedType);
         throw;
     }
-    ScopedType ownedType(typeId);
-    std::unique_ptr<IArray> array(
-        new IArray(std::move(file), parent, dataSet.get(), name, components, length, typeId, 0, true));
-    return HandOver(std::move(array), dataSet, ownedType);
+    ScopedType ownedType(openedType);
+    std::unique_ptr<IArray> array(new IArray(std::move(file), parent, dataSet, name, componentCount, elements,
+                                             openedType, 0, true, type));
+    return HandOver(std::move(array), ownedDataSet, ownedType);
 }
 
 void IArray::ReOpen(hid_t parent, const std::string& name)

@@ -1,11 +1,13 @@
 #include <tarnwickhdf/IExtensibleArray2D.h>
 #include <tarnwickhdf/IFile.h>
 #include <tarnwickhdf/internal/CheckResult.h>
+#include <tarnwickhdf/internal/DataTypeLookup.h>
 #include <tarnwickhdf/internal/HandOver.h>
 #include <tarnwickhdf/internal/ObjectLookup.h>
 #include <tarnwickhdf/internal/ScopedId.h>
 
 #include <algorithm>
+#include <cstdint>
 #include <memory>
 #include <stdexcept>
 #include <utility>
@@ -97,6 +99,58 @@ ScopedSpace ExtendByOne(hid_t dataSet, int growing, hsize_t otherDimension, hsiz
     return space;
 }
 
+constexpr std::uint64_t kDefaultCacheBytes = std::uint64_t{1} << 20U;
+constexpr std::uint64_t kLargestCacheBytes = std::uint64_t{64} << 20U;
+
+struct Chunking
+{
+    hsize_t chunk[kRank];
+    hsize_t columns;
+    size_t elementSize;
+    bool filtered;
+};
+
+// How much the chunk cache must hold for a row not to be taken apart and put together again by every access: the chunks
+// that a row goes through. HDF5's default serves small chunks; large ones are kept up to a limit, so that a handle never
+// costs more than that, but a single chunk with filters always, which HDF5 has to hold whole in memory anyway.
+std::uint64_t CacheBytesFor(const Chunking& chunking)
+{
+    const std::uint64_t chunkBytes = chunking.chunk[kRows] * chunking.chunk[kColumns] * chunking.elementSize;
+    const hsize_t chunkColumns = std::max<hsize_t>(chunking.chunk[kColumns], 1);
+    const std::uint64_t chunksInRow = std::max<hsize_t>((chunking.columns + chunkColumns - 1) / chunkColumns, 1);
+    if (chunkBytes <= kLargestCacheBytes)
+    {
+        return std::min(chunkBytes * chunksInRow, std::max(kLargestCacheBytes, chunkBytes));
+    }
+    return chunking.filtered ? chunkBytes : kDefaultCacheBytes;
+}
+
+// The access list with a chunk cache for these chunks; none where HDF5's default cache will do.
+ScopedPropertyList CreateAccessList(const Chunking& chunking)
+{
+    const std::uint64_t bytes = CacheBytesFor(chunking);
+    if (bytes <= kDefaultCacheBytes)
+    {
+        return ScopedPropertyList(H5P_DEFAULT);
+    }
+    ScopedPropertyList list(H5Pcreate(H5P_DATASET_ACCESS));
+    H5Pset_chunk_cache(list.get(), H5D_CHUNK_CACHE_NSLOTS_DEFAULT, bytes, H5D_CHUNK_CACHE_W0_DEFAULT);
+    return list;
+}
+
+Chunking ChunkingOf(hid_t dataSet, TDataType::TDataType type, hsize_t columns)
+{
+    const ScopedPropertyList list(H5Dget_create_plist(dataSet));
+    Chunking chunking = {{0, 0}, columns, 0, H5Pget_nfilters(list.get()) > 0};
+    // The stored size of a string isn't its type's, so strings keep the default cache.
+    if (type != TDataType::String && type != TDataType::VarLenString)
+    {
+        chunking.elementSize = INode::GetDataTypeSize(type);
+        H5Pget_chunk(list.get(), kRank, chunking.chunk);
+    }
+    return chunking;
+}
+
 ScopedPropertyList CreateChunkedList(hsize_t chunkRows, hsize_t chunkColumns, int compression)
 {
     ScopedPropertyList list(H5Pcreate(H5P_DATASET_CREATE));
@@ -108,6 +162,24 @@ ScopedPropertyList CreateChunkedList(hsize_t chunkRows, hsize_t chunkColumns, in
         H5Pset_deflate(list.get(), static_cast<unsigned int>(compression));
     }
     return list;
+}
+
+// The chunks are known once the data set is open, and the cache is settled by opening it: large chunks cost a second
+// open. Where that fails, the data set that is open serves as well, only slower.
+void WidenCache(ScopedDataSet& dataSet, hid_t parent, const std::string& name, const Chunking& chunking)
+{
+    const ScopedPropertyList access = CreateAccessList(chunking);
+    if (access.get() <= 0)
+    {
+        return;
+    }
+    dataSet.reset();
+    dataSet.reset(H5Dopen2(parent, name.c_str(), access.get()));
+    if (dataSet.get() < 0)
+    {
+        dataSet.reset(H5Dopen1(parent, name.c_str()));
+        CheckResult(dataSet.get(), "could not open extensible array '" + name + "'");
+    }
 }
 
 std::string InvalidIndex(const char* what, int index, unsigned int rows, unsigned int columns)
@@ -168,7 +240,10 @@ boost::shared_ptr<IExtensibleArray2D> IExtensibleArray2D::Create(boost::weak_ptr
     ScopedSpace space(H5Screate_simple(kRank, dimensions, unlimited));
     ScopedPropertyList list = CreateChunkedList(chunkRows, chunkColumns, compression);
     const hid_t typeId = DataTypeToHDFType(type);
-    ScopedDataSet dataSet(H5Dcreate1(parent, name.c_str(), typeId, space.get(), list.get()));
+    const ScopedPropertyList access =
+        CreateAccessList({{chunkRows, chunkColumns}, columns, H5Tget_size(typeId), compression > 0});
+    ScopedDataSet dataSet(
+        H5Dcreate2(parent, name.c_str(), typeId, space.get(), H5P_DEFAULT, list.get(), access.get()));
     CheckResult(H5Pclose(list.release()), "error closing property list");
     CheckResult(H5Sclose(space.release()), "error closing dataspace");
     std::unique_ptr<IExtensibleArray2D> array(
@@ -181,6 +256,14 @@ boost::shared_ptr<IExtensibleArray2D> IExtensibleArray2D::Open(boost::weak_ptr<I
 {
     ScopedDataSet dataSet = OpenDataSetAt("ExtensibleArray", parent, name);
     CheckResult(dataSet.get(), "could not open extensible array '" + name + "'");
+    return FromOpenDataSet(std::move(file), parent, name, dataSet.release());
+}
+
+// Takes over the data set on every way out.
+boost::shared_ptr<IExtensibleArray2D> IExtensibleArray2D::FromOpenDataSet(boost::weak_ptr<IFile> file, hid_t parent,
+                                                                          const std::string& name, hid_t opened)
+{
+    ScopedDataSet dataSet(opened);
     TDataType::TDataType type = TDataType::Undefined;
     unsigned int rows = 0;
     unsigned int columns = 0;
@@ -194,6 +277,7 @@ boost::shared_ptr<IExtensibleArray2D> IExtensibleArray2D::Open(boost::weak_ptr<I
                     "could not close location for IExtensibleArray2D after failing to QueryInfo it");
         throw;
     }
+    WidenCache(dataSet, parent, name, ChunkingOf(dataSet.get(), type, columns));
     std::unique_ptr<IExtensibleArray2D> array(
         new IExtensibleArray2D(std::move(file), dataSet.get(), name, type, rows, columns));
     return HandOver(std::move(array), dataSet);
@@ -204,12 +288,15 @@ void IExtensibleArray2D::QueryInfo(hid_t dataSet, TDataType::TDataType& type, un
 {
     ScopedType storedType(H5Dget_type(dataSet));
     CheckResult(storedType.get(), "could not get dataset's type");
-    if (H5Tget_class(storedType.get()) == H5T_COMPOUND)
+    type = FindDataType(storedType.get());
+    if (type == TDataType::Undefined)
     {
-        throw std::runtime_error("not an ExtensibleArray2D");
+        if (H5Tget_class(storedType.get()) == H5T_COMPOUND)
+        {
+            throw std::runtime_error("not an ExtensibleArray2D");
+        }
+        CheckResult(-1, "invalid HDF type");
     }
-    hid_t typeId = storedType.get();
-    type = HDFTypeToDataType(typeId);
     CheckResult(H5Tclose(storedType.release()), "could not close type_id");
     ScopedSpace space(H5Dget_space(dataSet));
     const bool isFlat = H5Sget_simple_extent_ndims(space.get()) == kRank;

@@ -157,7 +157,11 @@ protected:
 private:
     IArray(boost::weak_ptr<IFile> file, hid_t parent, hid_t dataSet, const std::string& name, size_t componentCount,
            size_t elementCount, hid_t type, int level, bool typeIsOwn);
+    IArray(boost::weak_ptr<IFile> file, hid_t parent, hid_t dataSet, const std::string& name, size_t componentCount,
+           size_t elementCount, hid_t type, int level, bool typeIsOwn, TDataType::TDataType typeName);
 
+    static boost::shared_ptr<IArray> FromOpenDataSet(boost::weak_ptr<IFile> file, hid_t parent, const std::string& name,
+                                                     hid_t dataSet);
     void Close();
     static void Close(hid_t dataSet, hid_t typeId);
     void ShareIds() const;
@@ -172,6 +176,8 @@ private:
     size_t components;
     TDataType::TDataType dataType;
     hid_t typeId;
+
+    friend class IGroup;
 };
 
 } // namespace tarnwick::hdf

@@ -111,9 +111,14 @@ private:
     IExtensibleArray2D(boost::weak_ptr<IFile> file, hid_t dataSet, std::string name, TDataType::TDataType type,
                        unsigned int rowCount, unsigned int columnCount);
 
+    static boost::shared_ptr<IExtensibleArray2D> FromOpenDataSet(boost::weak_ptr<IFile> file, hid_t parent,
+                                                                 const std::string& name, hid_t opened);
+
     unsigned int rows;
     unsigned int columns;
     TDataType::TDataType dataType;
+
+    friend class IGroup;
 };
 
 } // namespace tarnwick::hdf

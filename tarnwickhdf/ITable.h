@@ -191,6 +191,12 @@ private:
     void Close();
     static void QueryInfo(hid_t parent, const std::string& name, hid_t& dataSet, size_t& rows, hid_t& compound);
 
+    static void QueryOpenDataSet(IDataSetBuilder& builder, const std::string& name, hid_t& dataSet, size_t& rows,
+                                 hid_t& compound);
+    static boost::shared_ptr<ITable> FromOpenDataSet(boost::weak_ptr<IFile> file, hid_t parent, const std::string& name,
+                                                     hid_t dataSet);
+    static boost::shared_ptr<ITable> FromBuilder(boost::weak_ptr<IFile> file, hid_t parent, const std::string& name,
+                                                 IDataSetBuilder& builder);
     static boost::shared_ptr<ITable> MakeOf(IDataSetBuilder& builder, boost::weak_ptr<IFile> file, hid_t parent,
                                             const std::string& name, size_t rows, hid_t type);
     bool FitsInPlace(size_t rows, hid_t type) const;
@@ -207,6 +213,8 @@ private:
     size_t numberOfRows;
     hid_t compoundType;
     boost::shared_ptr<ColumnTypes> columnTypes;
+
+    friend class IGroup;
 };
 
 } // namespace tarnwick::hdf

@@ -179,10 +179,27 @@ boost::shared_ptr<ITable> ITable::MakeOf(IDataSetBuilder& builder, boost::weak_p
 
 boost::shared_ptr<ITable> ITable::Open(boost::weak_ptr<IFile> file, hid_t parent, const std::string& name)
 {
+    IDataSetBuilder builder;
+    builder.OpenDataSet(parent, name);
+    return FromBuilder(std::move(file), parent, name, builder);
+}
+
+// Takes over the data set on every way out.
+boost::shared_ptr<ITable> ITable::FromOpenDataSet(boost::weak_ptr<IFile> file, hid_t parent, const std::string& name,
+                                                  hid_t dataSet)
+{
+    IDataSetBuilder builder;
+    builder.dataSet = dataSet;
+    return FromBuilder(std::move(file), parent, name, builder);
+}
+
+boost::shared_ptr<ITable> ITable::FromBuilder(boost::weak_ptr<IFile> file, hid_t parent, const std::string& name,
+                                              IDataSetBuilder& builder)
+{
     hid_t openedDataSet = -1;
     hid_t openedType = -1;
     size_t rows = 0;
-    QueryInfo(parent, name, openedDataSet, rows, openedType);
+    QueryOpenDataSet(builder, name, openedDataSet, rows, openedType);
     ScopedType compound(openedType);
     ScopedDataSet dataSet(openedDataSet);
     std::unique_ptr<ITable> table(
@@ -194,6 +211,12 @@ void ITable::QueryInfo(hid_t parent, const std::string& name, hid_t& dataSet, si
 {
     IDataSetBuilder builder;
     builder.OpenDataSet(parent, name);
+    QueryOpenDataSet(builder, name, dataSet, rows, compound);
+}
+
+void ITable::QueryOpenDataSet(IDataSetBuilder& builder, const std::string& name, hid_t& dataSet, size_t& rows,
+                              hid_t& compound)
+{
     builder.typeId = H5Dget_type(builder.dataSet);
     const std::string refusal = "could not open Table '" + name + "'";
     const H5T_class_t elementClass = H5Tget_class(builder.typeId);
