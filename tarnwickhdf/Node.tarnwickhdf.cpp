@@ -45,6 +45,38 @@ bool EveryObjectExists(hid_t location, const std::vector<std::string>& prefixes)
     return true;
 }
 
+// HDF5 passes over a "." in a path when it opens, but knows no link of that name.
+bool HasDotComponent(const std::string& name)
+{
+    for (size_t dot = name.find('.'); dot != std::string::npos; dot = name.find('.', dot + 1))
+    {
+        const bool begins = dot == 0 || name[dot - 1] == '/';
+        const bool ends = dot + 1 == name.size() || name[dot + 1] == '/';
+        if (begins && ends)
+        {
+            return true;
+        }
+    }
+    return false;
+}
+
+// An open that succeeds answers all questions about the path at the cost of one look-up. One that fails must not be
+// heard of: the caller asks the questions then.
+template <typename Holder>
+Holder TryToOpen(hid_t (*open)(hid_t, const char*), hid_t parent, const std::string& name)
+{
+    Holder opened;
+    if (!HasDotComponent(name))
+    {
+        H5E_BEGIN_TRY
+        {
+            opened.reset(open(parent, name.c_str()));
+        }
+        H5E_END_TRY
+    }
+    return opened;
+}
+
 } // namespace
 
 std::vector<std::string> CumulativePathPrefixes(const std::string& name)
@@ -104,30 +136,24 @@ void CheckObjectOfType(const std::string& kind, hid_t location, const std::strin
 
 ScopedDataSet OpenDataSetAt(const std::string& kind, hid_t parent, const std::string& name)
 {
-    if (EveryLinkExists(parent, CumulativePathPrefixes(name)))
+    ScopedDataSet dataSet = TryToOpen<ScopedDataSet>(&H5Dopen1, parent, name);
+    if (dataSet.get() < 0)
     {
-        ScopedDataSet dataSet(H5Dopen1(parent, name.c_str()));
-        if (dataSet.get() >= 0)
-        {
-            return dataSet;
-        }
+        CheckObjectOfType(kind, parent, name, H5O_TYPE_DATASET);
+        dataSet.reset(H5Dopen1(parent, name.c_str()));
     }
-    CheckObjectOfType(kind, parent, name, H5O_TYPE_DATASET);
-    return ScopedDataSet(H5Dopen1(parent, name.c_str()));
+    return dataSet;
 }
 
 ScopedGroup OpenGroupAt(hid_t parent, const std::string& name)
 {
-    if (EveryLinkExists(parent, CumulativePathPrefixes(name)))
+    ScopedGroup group = TryToOpen<ScopedGroup>(&H5Gopen1, parent, name);
+    if (group.get() < 0)
     {
-        ScopedGroup group(H5Gopen1(parent, name.c_str()));
-        if (group.get() >= 0)
-        {
-            return group;
-        }
+        CheckObjectOfType("Group", parent, name, H5O_TYPE_GROUP);
+        group.reset(H5Gopen1(parent, name.c_str()));
     }
-    CheckObjectOfType("Group", parent, name, H5O_TYPE_GROUP);
-    return ScopedGroup(H5Gopen1(parent, name.c_str()));
+    return group;
 }
 
 INode::INode(boost::weak_ptr<IFile> file, hid_t location, const std::string& name)
