@@ -1,0 +1,28 @@
+# Shared by the scripts: they run from the project's folder and say what they do, a line a stage.
+cd "$(dirname "${BASH_SOURCE[0]}")/.."
+jobs=$(nproc)
+# Debian's own interpreter: the packages of install-deps.sh are there and in no other.
+python=/usr/bin/python3
+
+stage() { printf '== [%4ss] %s\n' "$SECONDS" "$*"; }
+
+# Runs a command quietly; shows what it printed only if it fails.
+quietly() {
+  local log
+  log=$(mktemp)
+  if ! "$@" >"$log" 2>&1; then
+    cat "$log" >&2
+    rm -f "$log"
+    return 1
+  fi
+  rm -f "$log"
+}
+
+# Configures and builds a preset, quietly; the targets may be named.
+build_preset() {
+  local preset=$1
+  shift
+  stage "Building ($preset)"
+  quietly cmake --preset "$preset"
+  quietly cmake --build --preset "$preset" --parallel "$jobs" ${1:+--target "$@"}
+}
