@@ -3,7 +3,9 @@
 namespace tarnwick
 {
 
-IException::IException(const std::string& text) : m_text(std::make_shared<const std::string>(text)) {}
+IException::IException(const std::string& text) : m_text(std::make_shared<const std::string>(text))
+{
+}
 IException::IException(const IException& other) noexcept = default;
 IException& IException::operator=(const IException& other) noexcept = default;
 IException::~IException() = default;

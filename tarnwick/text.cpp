@@ -112,7 +112,8 @@ std::string latin1_to_utf8(const std::string& text)
         return text;
     }
     std::string result(text.begin(), firstHigh);
-    result.reserve(text.size() + static_cast<size_t>(std::count_if(firstHigh, text.end(), [](char c) { return !IsAscii(c); })));
+    result.reserve(text.size() +
+                   static_cast<size_t>(std::count_if(firstHigh, text.end(), [](char c) { return !IsAscii(c); })));
     for (auto it = firstHigh; it != text.end(); ++it)
     {
         const auto byte = static_cast<unsigned char>(*it);

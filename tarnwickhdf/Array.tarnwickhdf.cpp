@@ -136,9 +136,8 @@ void ReadFileHyperslab(hid_t dataSet, const MemoryType& memoryType, hsize_t memo
     const ScopedSpace memorySpace(H5Screate_simple(1, &memoryLength, nullptr));
     fileSpace.reset(H5Dget_space(dataSet));
     CheckRank(fileSpace, dimensions, wrongRankMessage);
-    CheckResult(
-        H5Sselect_hyperslab(fileSpace.get(), H5S_SELECT_SET, slab.start, slab.stride, slab.count, nullptr),
-        "Error creating array space hyperslab!");
+    CheckResult(H5Sselect_hyperslab(fileSpace.get(), H5S_SELECT_SET, slab.start, slab.stride, slab.count, nullptr),
+                "Error creating array space hyperslab!");
     ReadSelection(dataSet, memoryType, memorySpace, fileSpace, buffer);
 }
 
@@ -158,16 +157,15 @@ void CreateNumberSpace(IDataSetBuilder& builder, size_t length, size_t component
 
 } // namespace
 
-IArray::IArray(boost::weak_ptr<IFile> file, hid_t parent, hid_t dataSet, const std::string& name,
-               size_t componentCount, size_t elementCount, hid_t type, int level, bool typeIsOwn)
+IArray::IArray(boost::weak_ptr<IFile> file, hid_t parent, hid_t dataSet, const std::string& name, size_t componentCount,
+               size_t elementCount, hid_t type, int level, bool typeIsOwn)
     : IArray(std::move(file), parent, dataSet, name, componentCount, elementCount, type, level, typeIsOwn,
              HDFTypeToDataType(type))
 {
 }
 
-IArray::IArray(boost::weak_ptr<IFile> file, hid_t parent, hid_t dataSet, const std::string& name,
-               size_t componentCount, size_t elementCount, hid_t type, int level, bool typeIsOwn,
-               TDataType::TDataType typeName)
+IArray::IArray(boost::weak_ptr<IFile> file, hid_t parent, hid_t dataSet, const std::string& name, size_t componentCount,
+               size_t elementCount, hid_t type, int level, bool typeIsOwn, TDataType::TDataType typeName)
     : INode(std::move(file), dataSet, name), compression(level), ownsType(typeIsOwn), parentId(parent),
       length(elementCount), components(componentCount), dataType(typeName), typeId(type)
 {
@@ -240,11 +238,14 @@ void IArray::QueryInfo(hid_t dataSet, TDataType::TDataType& type, hid_t& typeId,
 {
     typeId = H5Dget_type(dataSet);
     CheckResult(typeId, "could not get dataset's type");
-    type = FindDataType(typeId);
-    if (type == TDataType::Undefined)
+    // A refused type leaves the one that a reopened array knew.
+    const TDataType::TDataType stored = FindDataType(typeId);
+    if (stored == TDataType::Undefined)
     {
-        CheckResult(-1, H5Tget_class(typeId) == H5T_COMPOUND ? "H5T_COMPOUND is not a valid Array" : "invalid HDF type");
+        CheckResult(-1,
+                    H5Tget_class(typeId) == H5T_COMPOUND ? "H5T_COMPOUND is not a valid Array" : "invalid HDF type");
     }
+    type = stored;
     const Extent extent = ExtentOf(dataSet);
     if (extent.rank <= 0)
     {
@@ -252,8 +253,7 @@ void IArray::QueryInfo(hid_t dataSet, TDataType::TDataType& type, hid_t& typeId,
         components = 0;
         return;
     }
-    CheckResult(extent.rank > kMostDimensions ? -1 : 0,
-                "there's no support for arrays with more than 2 dimensions");
+    CheckResult(extent.rank > kMostDimensions ? -1 : 0, "there's no support for arrays with more than 2 dimensions");
     CheckResult(type == TDataType::VarLenString && extent.rank == 2 ? -1 : 0,
                 "there's no support for variable length strings with more than 1 dimension");
     if (extent.rank == 2 && extent.maximum[0] == H5S_UNLIMITED && extent.maximum[1] == H5S_UNLIMITED)
@@ -294,8 +294,8 @@ boost::shared_ptr<IArray> IArray::FromOpenDataSet(boost::weak_ptr<IFile> file, h
         throw;
     }
     ScopedType ownedType(openedType);
-    std::unique_ptr<IArray> array(new IArray(std::move(file), parent, dataSet, name, componentCount, elements,
-                                             openedType, 0, true, type));
+    std::unique_ptr<IArray> array(
+        new IArray(std::move(file), parent, dataSet, name, componentCount, elements, openedType, 0, true, type));
     return HandOver(std::move(array), ownedDataSet, ownedType);
 }
 

@@ -56,7 +56,8 @@ void ReadFixedStringAttr(hid_t attribute, hid_t type, const std::string& name, s
 {
     const size_t size = H5Tget_size(type);
     const H5T_cset_t charset = H5Tget_cset(type);
-    if (charset < 0)
+    // Arrays and sequences of strings have a character set too, but no single text.
+    if (charset < 0 || H5Tget_class(type) != H5T_STRING)
     {
         throw std::runtime_error("could not detect charset for attribute: " + name);
     }

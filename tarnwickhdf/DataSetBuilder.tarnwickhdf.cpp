@@ -56,14 +56,12 @@ void IDataSetBuilder::CreateSpace(int rank, const hsize_t* dimensions, size_t el
     SetAutomaticChunk(rank, dimensions, elementSize);
 }
 
-void IDataSetBuilder::SetGivenChunk(int rank, const hsize_t* dimensions, size_t elementSize,
-                                    const hsize_t* chunk) const
+void IDataSetBuilder::SetGivenChunk(int rank, const hsize_t* dimensions, size_t elementSize, const hsize_t* chunk) const
 {
     std::uint64_t bytes = elementSize;
     for (int i = 0; i < rank; ++i)
     {
-        CheckResult(chunk[i] > dimensions[i] ? -1 : 0,
-                    "Invalid chunk size: Must be smaller than data set dimensions.");
+        CheckResult(chunk[i] > dimensions[i] ? -1 : 0, "Invalid chunk size: Must be smaller than data set dimensions.");
         bytes *= chunk[i];
     }
     CheckResult(bytes > kLargestGivenChunk ? -1 : 0, "Invalid chunk size: The maximum size for any chunk is 4GB.");

@@ -54,14 +54,14 @@ TDataType::TDataType FindFirstEqual(const std::vector<NumberRow>& rows, hid_t ty
 DataTypeTable PredefinedTypes()
 {
     return {
-        {TDataType::Char, H5T_NATIVE_SCHAR},       {TDataType::UChar, H5T_NATIVE_UCHAR},
-        {TDataType::Short, H5T_NATIVE_SHORT},      {TDataType::UShort, H5T_NATIVE_USHORT},
-        {TDataType::Int, H5T_NATIVE_INT},          {TDataType::UInt, H5T_NATIVE_UINT},
-        {TDataType::Int64, H5T_STD_I64LE},         {TDataType::UInt64, H5T_STD_U64LE},
-        {TDataType::Long, H5T_NATIVE_LONG},        {TDataType::ULong, H5T_NATIVE_ULONG},
-        {TDataType::LongLong, H5T_NATIVE_LLONG},   {TDataType::ULongLong, H5T_NATIVE_ULLONG},
-        {TDataType::Float, H5T_NATIVE_FLOAT},      {TDataType::Double, H5T_NATIVE_DOUBLE},
-        {TDataType::Float32, H5T_IEEE_F32LE},      {TDataType::Float64, H5T_IEEE_F64LE},
+        {TDataType::Char, H5T_NATIVE_SCHAR},     {TDataType::UChar, H5T_NATIVE_UCHAR},
+        {TDataType::Short, H5T_NATIVE_SHORT},    {TDataType::UShort, H5T_NATIVE_USHORT},
+        {TDataType::Int, H5T_NATIVE_INT},        {TDataType::UInt, H5T_NATIVE_UINT},
+        {TDataType::Int64, H5T_STD_I64LE},       {TDataType::UInt64, H5T_STD_U64LE},
+        {TDataType::Long, H5T_NATIVE_LONG},      {TDataType::ULong, H5T_NATIVE_ULONG},
+        {TDataType::LongLong, H5T_NATIVE_LLONG}, {TDataType::ULongLong, H5T_NATIVE_ULLONG},
+        {TDataType::Float, H5T_NATIVE_FLOAT},    {TDataType::Double, H5T_NATIVE_DOUBLE},
+        {TDataType::Float32, H5T_IEEE_F32LE},    {TDataType::Float64, H5T_IEEE_F64LE},
         {TDataType::String, H5T_C_S1},
     };
 }

@@ -53,7 +53,7 @@ Extent ExtentOf(const ScopedSpace& space)
     return extent;
 }
 
-// The spaces of one transfer. A type without an id is refused as late as here, when an append has extended the data set.
+// The spaces of one transfer. A type without an id is refused as late as here: an append has extended the data set.
 struct Transfer
 {
     ScopedSpace memorySpace;
@@ -81,8 +81,8 @@ Transfer Select(ScopedSpace fileSpace, const Line& line)
     return transfer;
 }
 
-// Makes the data set one row or column longer than the file says, and at least as wide as the object says: other handles
-// may have extended it. The space that comes back has the new extent, without asking HDF5 for it again.
+// Makes the data set one row or column longer than the file says, and at least as wide as the object says: other
+// handles may have extended it. The space that comes back has the new extent, without asking HDF5 for it again.
 ScopedSpace ExtendByOne(hid_t dataSet, int growing, hsize_t otherDimension, hsize_t& newIndex)
 {
     ScopedSpace space(H5Dget_space(dataSet));
@@ -111,8 +111,8 @@ struct Chunking
 };
 
 // How much the chunk cache must hold for a row not to be taken apart and put together again by every access: the chunks
-// that a row goes through. HDF5's default serves small chunks; large ones are kept up to a limit, so that a handle never
-// costs more than that, but a single chunk with filters always, which HDF5 has to hold whole in memory anyway.
+// that a row goes through. HDF5's default serves small chunks; large ones are kept up to a limit, so that a handle
+// never costs more than that, but a single chunk with filters always, which HDF5 has to hold whole in memory anyway.
 std::uint64_t CacheBytesFor(const Chunking& chunking)
 {
     const std::uint64_t chunkBytes = chunking.chunk[kRows] * chunking.chunk[kColumns] * chunking.elementSize;
@@ -242,8 +242,7 @@ boost::shared_ptr<IExtensibleArray2D> IExtensibleArray2D::Create(boost::weak_ptr
     const hid_t typeId = DataTypeToHDFType(type);
     const ScopedPropertyList access =
         CreateAccessList({{chunkRows, chunkColumns}, columns, H5Tget_size(typeId), compression > 0});
-    ScopedDataSet dataSet(
-        H5Dcreate2(parent, name.c_str(), typeId, space.get(), H5P_DEFAULT, list.get(), access.get()));
+    ScopedDataSet dataSet(H5Dcreate2(parent, name.c_str(), typeId, space.get(), H5P_DEFAULT, list.get(), access.get()));
     CheckResult(H5Pclose(list.release()), "error closing property list");
     CheckResult(H5Sclose(space.release()), "error closing dataspace");
     std::unique_ptr<IExtensibleArray2D> array(
@@ -283,8 +282,7 @@ boost::shared_ptr<IExtensibleArray2D> IExtensibleArray2D::FromOpenDataSet(boost:
     return HandOver(std::move(array), dataSet);
 }
 
-void IExtensibleArray2D::QueryInfo(hid_t dataSet, TDataType::TDataType& type, unsigned int& rows,
-                                   unsigned int& columns)
+void IExtensibleArray2D::QueryInfo(hid_t dataSet, TDataType::TDataType& type, unsigned int& rows, unsigned int& columns)
 {
     ScopedType storedType(H5Dget_type(dataSet));
     CheckResult(storedType.get(), "could not get dataset's type");

@@ -150,9 +150,8 @@ boost::shared_ptr<IGroup> IGroup::CreateGroup(const std::string& name)
 
 boost::shared_ptr<IGroup> IGroup::CreateSubGroup(const std::string& name)
 {
-    return HasObjectOfType(m_location, name, H5O_TYPE_GROUP)
-               ? Open(m_file, m_location, name, m_default_compression)
-               : Create(m_file, m_location, name, m_default_compression);
+    return HasObjectOfType(m_location, name, H5O_TYPE_GROUP) ? Open(m_file, m_location, name, m_default_compression)
+                                                             : Create(m_file, m_location, name, m_default_compression);
 }
 
 boost::shared_ptr<IGroup> IGroup::GetGroup(const std::string& name)

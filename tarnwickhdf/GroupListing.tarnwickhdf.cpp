@@ -146,7 +146,8 @@ template <typename DataSet, typename FromId>
 std::vector<boost::shared_ptr<DataSet>> ListDataSets(const boost::weak_ptr<IFile>& file, hid_t group, FromId fromId)
 {
     std::vector<boost::shared_ptr<DataSet>> dataSets;
-    const auto open = [&](const ChildName& childName) {
+    const auto open = [&](const ChildName& childName)
+    {
         const std::string name = childName();
         try
         {
@@ -167,7 +168,8 @@ std::vector<boost::shared_ptr<DataSet>> ListDataSets(const boost::weak_ptr<IFile
 
 void IGroup::ListNames(int kind, std::vector<std::string>& names) const
 {
-    const auto keepName = [&](const ChildName& name) {
+    const auto keepName = [&](const ChildName& name)
+    {
         names.push_back(name());
         return true;
     };
@@ -179,15 +181,17 @@ void IGroup::ListNames(int kind, std::vector<std::string>& names) const
 std::vector<boost::shared_ptr<IGroup>> IGroup::ListGroups() const
 {
     std::vector<boost::shared_ptr<IGroup>> groups;
-    const auto open = [&](const ChildName& childName) {
+    const auto open = [&](const ChildName& childName)
+    {
         const std::string name = childName();
-        const auto fromId = [&](hid_t id) {
+        const auto fromId = [&](hid_t id)
+        {
             ScopedGroup group(id);
             return HandOver(std::unique_ptr<IGroup>(new IGroup(m_file, id, name, m_default_compression)), group);
         };
-        groups.push_back(OpenChild<IGroup, ScopedGroup>(m_location, name, &H5Gopen1, fromId, [&] {
-            return Open(m_file, m_location, name, m_default_compression);
-        }));
+        groups.push_back(
+            OpenChild<IGroup, ScopedGroup>(m_location, name, &H5Gopen1, fromId,
+                                           [&] { return Open(m_file, m_location, name, m_default_compression); }));
         return true;
     };
     WalkChildren(m_location, {H5G_GROUP, open, [&] { groups.clear(); }, nullptr});
@@ -227,7 +231,8 @@ size_t IGroup::GetNumberOfChildren() const
 size_t IGroup::GetNumberOfGroups() const
 {
     size_t groups = 0;
-    const auto countIt = [&](const ChildName& /*name*/) {
+    const auto countIt = [&](const ChildName& /*name*/)
+    {
         ++groups;
         return true;
     };
@@ -238,7 +243,8 @@ size_t IGroup::GetNumberOfGroups() const
 bool IGroup::HasDataSet() const
 {
     bool found = false;
-    const auto stopHere = [&](const ChildName& /*name*/) {
+    const auto stopHere = [&](const ChildName& /*name*/)
+    {
         found = true;
         return false;
     };

@@ -56,9 +56,9 @@ public:
     /// CreateBufferFromStringVector does.
     /// @throws tarnwick::IPreconditionException "file must not be NULL" if the file object is gone.
     /// @throws std::runtime_error with traceback: "invalid TDataType" if the type has no HDF5 type, "could not create
-    ///         dataset" if HDF5 refuses, "error writing to dataset" if the write fails (the data set stays in the file),
-    ///         "could not H5Tcopy to write array: " + name, "error calling H5Tset_size of array: " + name, "error
-    ///         calling H5Tset_strpad of array: " + name, "error calling H5Tset_cset for array: " + name.
+    ///         dataset" if HDF5 refuses, "error writing to dataset" if the write fails (the data set stays in the
+    ///         file), "could not H5Tcopy to write array: " + name, "error calling H5Tset_size of array: " + name,
+    ///         "error calling H5Tset_strpad of array: " + name, "error calling H5Tset_cset for array: " + name.
     static boost::shared_ptr<IArray> CreateFromBuffer(boost::weak_ptr<IFile> file, hid_t parent,
                                                       const std::string& name, void* buffer, TDataType::TDataType type,
                                                       size_t length, size_t components, int compression);
@@ -98,8 +98,8 @@ public:
 
     /// Writes a whole array. With equal length, components and type the data set is rewritten in place; else it is
     /// unlinked and a new one made in its place with this object's compression, which is 0 for an array that came
-    /// through Open. `type` Undefined stands for the array's own type. The buffer has the elements of `type`: nothing is
-    /// converted.
+    /// through Open. `type` Undefined stands for the array's own type. The buffer has the elements of `type`: nothing
+    /// is converted.
     /// @throws std::runtime_error with traceback: "error writing to dataset" if the write fails, "could not write
     ///         charset for array: " + name if the file's encoding is none that HDF5 knows; in a replacement what
     ///         CreateFromBuffer and ReOpen throw: the old contents are gone then and the object is closed.
@@ -114,19 +114,20 @@ public:
     ///         "invalid TDataType" if the type has no HDF5 type.
     void GetToBuffer(void* buffer, TDataType::TDataType type) const;
 
-    /// Reads the `count` elements start, start + stride, start + 2 * stride ... of a one-dimensional array, packed, into
-    /// a buffer of `count` elements. `type` as in GetToBuffer.
+    /// Reads the `count` elements start, start + stride, start + 2 * stride ... of a one-dimensional array, packed,
+    /// into a buffer of `count` elements. `type` as in GetToBuffer.
     /// @throws std::runtime_error with traceback: "Error reading hyperslab from a multidimensional array!" if
     ///         `components` isn't 1, "Error creating array space hyperslab!" if HDF5 refuses the selection, "Error
-    ///         reading from dataset to a memory hyperslab!" if the read fails, so beyond the extent; "invalid TDataType".
+    ///         reading from dataset to a memory hyperslab!" if the read fails, so beyond the extent; "invalid
+    ///         TDataType".
     void GetFromHyperslab(void* buffer, int start, int stride, int count, TDataType::TDataType type) const;
 
     /// Reads a strided block into a flat buffer of `memoryLength` elements, which must be the product of `count`.
     /// `start`, `stride` and `count` have `dimensions` entries each. `type` as in GetToBuffer.
-    /// @throws std::runtime_error with traceback: "Error reading hyperslab: there's no support for arrays with more than
-    ///         2 dimensions!" if `dimensions` is above 2, "Error reading hyperslab: the number of dimensions doesn't
-    ///         match the array!" if it isn't the rank of the data set, because HDF5 would read past the arguments or
-    ///         leave some out; and the messages of the one-dimensional form.
+    /// @throws std::runtime_error with traceback: "Error reading hyperslab: there's no support for arrays with more
+    ///         than 2 dimensions!" if `dimensions` is above 2, "Error reading hyperslab: the number of dimensions
+    ///         doesn't match the array!" if it isn't the rank of the data set, because HDF5 would read past the
+    ///         arguments or leave some out; and the messages of the one-dimensional form.
     void GetFromHyperslab(void* buffer, int memoryLength, size_t dimensions, size_t* start, size_t* stride,
                           size_t* count, TDataType::TDataType type) const;
 
@@ -142,17 +143,16 @@ public:
     /// The bytes of the longest string; 0 for no strings.
     static size_t CalculateMaxLengthFromStringVector(const std::vector<std::string>& strings);
 
-    /// Lays out strings for CreateFromBuffer: `maxLength` bytes each, padded with NUL bytes, longer ones cut. 0 means the
-    /// length of the longest string, but at least 1, because HDF5 has no strings of no bytes: for strings that are all
-    /// empty the buffer has one byte an item. Give the same number, at least 1, as `components`.
+    /// Lays out strings for CreateFromBuffer: `maxLength` bytes each, padded with NUL bytes, longer ones cut. 0 means
+    /// the length of the longest string, but at least 1, because HDF5 has no strings of no bytes: for strings that are
+    /// all empty the buffer has one byte an item. Give the same number, at least 1, as `components`.
     static boost::shared_array<char> CreateBufferFromStringVector(const std::vector<std::string>& strings,
                                                                   size_t maxLength);
 
 protected:
     /// Reads type and shape of an open data set and refuses what isn't an array. `typeId` goes to the caller, also when
     /// this throws. @throws as Open.
-    static void QueryInfo(hid_t dataSet, TDataType::TDataType& type, hid_t& typeId, size_t& length,
-                          size_t& components);
+    static void QueryInfo(hid_t dataSet, TDataType::TDataType& type, hid_t& typeId, size_t& length, size_t& components);
 
 private:
     IArray(boost::weak_ptr<IFile> file, hid_t parent, hid_t dataSet, const std::string& name, size_t componentCount,

@@ -19,8 +19,8 @@ class IFile;
 /// A chunked two-dimensional data set that grows row by row and column by column. Its maximum dimensions are unlimited,
 /// which also tells it from a plain array when a file is read back.
 ///
-/// A row in memory is GetNumberOfColumns elements, a column GetNumberOfRows elements; the buffer is the caller's and the
-/// library doesn't measure it. `type` is the type of the buffer's elements, HDF5 converts between it and the stored
+/// A row in memory is GetNumberOfColumns elements, a column GetNumberOfRows elements; the buffer is the caller's and
+/// the library doesn't measure it. `type` is the type of the buffer's elements, HDF5 converts between it and the stored
 /// type; unlike in IArray there is no default, Undefined is refused with "invalid TDataType".
 ///
 /// The object counts rows and columns for itself. An append that fails may have extended the file already: the file is
@@ -33,12 +33,13 @@ public:
     IExtensibleArray2D(const IExtensibleArray2D& other);
     /// Gives back this array's id and shares the one of `other`; takes every other field.
     IExtensibleArray2D& operator=(const IExtensibleArray2D& other);
-    /// Closes this array's share of the data set. Nothing happens on an invalid array or one whose creation HDF5 refused.
+    /// Closes this array's share of the data set. Nothing happens on an invalid array or one whose creation HDF5
+    /// refused.
     ~IExtensibleArray2D() override;
 
-    /// Makes a data set of `rows` x `columns` elements with both maximum dimensions unlimited, in chunks of `chunkRows` x
-    /// `chunkColumns`, which must be above 0; with shuffle and deflate if `compression` is above 0. Sizes may be 0. No
-    /// chunk limit is tested. If HDF5 refuses the creation, for example because the name is taken, an object with a
+    /// Makes a data set of `rows` x `columns` elements with both maximum dimensions unlimited, in chunks of `chunkRows`
+    /// x `chunkColumns`, which must be above 0; with shuffle and deflate if `compression` is above 0. Sizes may be 0.
+    /// No chunk limit is tested. If HDF5 refuses the creation, for example because the name is taken, an object with a
     /// negative id comes back, and its first read or write fails.
     /// @throws std::runtime_error with traceback: "invalid TDataType" if the type has no HDF5 type (nothing is made),
     ///         "error closing property list", "error closing dataspace" (the data set stays in the file).
@@ -48,13 +49,13 @@ public:
                                                         unsigned int chunkColumns, int compression);
 
     /// Opens an existing data set of two dimensions of which at least one is unlimited.
-    /// @throws std::runtime_error with traceback: "ExtensibleArray does not exist" if no data set is at the name, "could
-    ///         not get info for " + name if HDF5 can't tell what is there (so for the empty name), "could not open
-    ///         extensible array '" + name + "'", "could not get dataset's type", "invalid HDF type" for an element type
-    ///         that has no TDataType, "could not close type_id", "error closing dataspace", "could not close location
-    ///         for IExtensibleArray2D after failing to QueryInfo it".
-    /// @throws std::runtime_error (plain) "not an ExtensibleArray2D" for a compound type or fixed dimensions, "dimension
-    ///         for ExtensibleArray did not return 2 as expected." for another rank.
+    /// @throws std::runtime_error with traceback: "ExtensibleArray does not exist" if no data set is at the name,
+    ///         "could not get info for " + name if HDF5 can't tell what is there (so for the empty name), "could not
+    ///         open extensible array '" + name + "'", "could not get dataset's type", "invalid HDF type" for an element
+    ///         type that has no TDataType, "could not close type_id", "error closing dataspace", "could not close
+    ///         location for IExtensibleArray2D after failing to QueryInfo it".
+    /// @throws std::runtime_error (plain) "not an ExtensibleArray2D" for a compound type or fixed dimensions,
+    ///         "dimension for ExtensibleArray did not return 2 as expected." for another rank.
     static boost::shared_ptr<IExtensibleArray2D> Open(boost::weak_ptr<IFile> file, hid_t parent,
                                                       const std::string& name);
 
@@ -83,9 +84,10 @@ public:
     void AppendColumnFromBuffer(const void* buffer, TDataType::TDataType type);
 
     /// Reads one row, GetNumberOfColumns elements.
-    /// @throws std::runtime_error "Invalid row index: " + row + " (" + rows + " rows x " + columns + " columns)" (plain)
-    ///         for an index outside 0 to rows - 1; with traceback "error during io operation for ExtensibleArray2D
-    ///         dataset" if the read fails, "invalid TDataType", "error closing filespace", "error closing dataspace".
+    /// @throws std::runtime_error "Invalid row index: " + row + " (" + rows + " rows x " + columns + " columns)"
+    ///         (plain) for an index outside 0 to rows - 1; with traceback "error during io operation for
+    ///         ExtensibleArray2D dataset" if the read fails, "invalid TDataType", "error closing filespace", "error
+    ///         closing dataspace".
     void ReadRowToBuffer(int row, void* buffer, TDataType::TDataType type);
     /// Reads one column, GetNumberOfRows elements.
     /// @throws as ReadRowToBuffer, with "Invalid column index: " in place of "Invalid row index: ".

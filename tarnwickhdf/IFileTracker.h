@@ -18,8 +18,8 @@ public:
     /// Does nothing.
     virtual ~IFileTracker();
 
-    /// A file was opened. `file` is its new HDF5 id, `name` the file name as the caller gave it to IFile::Open. The root
-    /// group is not open yet. An exception from here reaches the caller of IFile::Open; the file is closed again
+    /// A file was opened. `file` is its new HDF5 id, `name` the file name as the caller gave it to IFile::Open. The
+    /// root group is not open yet. An exception from here reaches the caller of IFile::Open; the file is closed again
     /// without OnClose.
     virtual void OnOpen(hid_t file, const std::string& name) = 0;
 

@@ -23,8 +23,8 @@ class ITable;
 
 /// A group of a file: it makes, finds, lists and removes groups and data sets.
 ///
-/// Nothing is cached: every call that returns a node makes a new object with an HDF5 id of its own, owned by the caller.
-/// A group hands its default compression to the groups and data sets that are made or opened through it.
+/// Nothing is cached: every call that returns a node makes a new object with an HDF5 id of its own, owned by the
+/// caller. A group hands its default compression to the groups and data sets that are made or opened through it.
 ///
 /// Names may be paths. Except in CreateGroup they go to HDF5 unchanged: a leading slash starts at the root of the file,
 /// and no operation but CreateGroup makes missing levels. Opening and testing walk the path level by level: a missing
@@ -58,8 +58,8 @@ public:
 
     /// Opens an existing group; its name is the whole path.
     /// @throws std::runtime_error with traceback: "Group does not exist" if no group is at the name, "could not open
-    ///         group '" + name + "'" if HDF5 can't open it, "could not get info for " + name if HDF5 can't tell what
-    ///         is there.
+    ///         group '" + name + "'" if HDF5 can't open it, "could not get info for " + name if HDF5 can't tell what is
+    ///         there.
     boost::shared_ptr<IGroup> GetGroup(const std::string& name);
 
     /// Whether a group is at the name; false on an invalid node.
@@ -70,8 +70,9 @@ public:
     /// @throws std::runtime_error "could not remove group '" + name + "'" with traceback.
     void DelGroup(const std::string& name);
 
-    /// Opens all groups in this group, in the order of HDF5's name index. Links that aren't hard are passed over. A name
-    /// comes cut to 511 bytes, so a group with a longer name can't be listed. The cost grows with the number of children.
+    /// Opens all groups in this group, in the order of HDF5's name index. Links that aren't hard are passed over. A
+    /// name comes cut to 511 bytes, so a group with a longer name can't be listed. The cost grows with the number of
+    /// children.
     /// @throws std::runtime_error with traceback: "error getting number of objects in group" (also on an invalid node),
     ///         "error getting object name", and what GetGroup throws for a group that can't be opened.
     std::vector<boost::shared_ptr<IGroup>> ListGroups() const;
@@ -113,8 +114,8 @@ public:
     ///         throws.
     boost::shared_ptr<IArray> CreateArray(const std::string& name, TDataType::TDataType type, size_t unused);
 
-    /// Stores `length` x `components` elements as an array with the default compression. A data set that has the name is
-    /// opened as an array and written with IArray::SetFromBuffer, in place if type and shape are equal.
+    /// Stores `length` x `components` elements as an array with the default compression. A data set that has the name
+    /// is opened as an array and written with IArray::SetFromBuffer, in place if type and shape are equal.
     /// @throws what IArray::CreateFromBuffer, IArray::Open and IArray::SetFromBuffer throw.
     boost::shared_ptr<IArray> CreateArrayFromBuffer(const std::string& name, void* buffer, TDataType::TDataType type,
                                                     size_t length, size_t components);
@@ -137,14 +138,15 @@ public:
     ///         the name; and what ITable::Create throws.
     boost::shared_ptr<ITable> CreateTable(const std::string& name, size_t rows, hid_t type, int compression);
 
-    /// Stores `rows` rows as a table, see ITable::CreateFromBuffer. A data set that has the name is opened as a table and
-    /// written with ITable::SetFromBuffer; `memoryType` and `chunkRows` aren't used then.
+    /// Stores `rows` rows as a table, see ITable::CreateFromBuffer. A data set that has the name is opened as a table
+    /// and written with ITable::SetFromBuffer; `memoryType` and `chunkRows` aren't used then.
     /// @throws what ITable::CreateFromBuffer, ITable::Open and ITable::SetFromBuffer throw.
     boost::shared_ptr<ITable> CreateTableFromBuffer(const std::string& name, void* buffer, size_t rows, hid_t type,
                                                     int compression, hid_t memoryType, size_t chunkRows);
 
-    /// Stores the selected rows of a buffer of `memoryRows` rows as a table, see ITable::CreateFromSelection. A data set
-    /// that has the name is opened as a table and written with ITable::SetFromSelection; `memoryType` isn't used then.
+    /// Stores the selected rows of a buffer of `memoryRows` rows as a table, see ITable::CreateFromSelection. A data
+    /// set that has the name is opened as a table and written with ITable::SetFromSelection; `memoryType` isn't used
+    /// then.
     /// @throws what ITable::CreateFromSelection, ITable::Open and ITable::SetFromSelection throw.
     boost::shared_ptr<ITable> CreateTableFromSelection(const std::string& name, void* buffer, size_t memoryRows,
                                                        const std::vector<hsize_t>& selection, hid_t type,

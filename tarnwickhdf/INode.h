@@ -58,9 +58,9 @@ public:
     /// `value` with no terminator, one NUL byte for an empty value), marked with the file's encoding. An attribute of
     /// that name, of whatever type, is deleted first; if a later step fails the old one is gone.
     /// @throws std::runtime_error with traceback: "Fail to delete an existing attribute named: " + name (also on an
-    ///         invalid node), "could not create simple dataspace", "could not copy type for attribute: " + name,
-    ///         "could not H5Tset_size for attribute: " + name, "could not set encoding for attribute: " + name,
-    ///         "fail to create attribute: " + name, "could not write attribute".
+    ///         invalid node), "could not create simple dataspace", "could not copy type for attribute: " + name, "could
+    ///         not H5Tset_size for attribute: " + name, "could not set encoding for attribute: " + name, "fail to
+    ///         create attribute: " + name, "could not write attribute".
     /// @throws tarnwick::IPreconditionException as GetEncoding does.
     void SetAttr(const std::string& name, const std::string& value);
 
@@ -69,8 +69,8 @@ public:
     /// text comes back byte for byte. A variable-length value that is null, and an attribute without any element, give
     /// the empty string. An attribute of more than one element is refused, because it has no single value.
     /// @throws std::runtime_error "invalid attribute name: " + name with traceback if there is no such attribute,
-    ///         "could not detect charset for attribute: " + name (plain) if it is no string,
-    ///         "could not read attribute: " + name (plain) if it can't be read or has more than one element.
+    ///         "could not detect charset for attribute: " + name (plain) if it is no string, so for an array of strings, "could not read attribute:
+    ///         " + name (plain) if it can't be read or has more than one element.
     std::string GetAttr(const std::string& name) const;
 
     /// The element type of an attribute.
@@ -108,9 +108,11 @@ public:
     /// @throws std::runtime_error "invalid TDataType" with traceback for Undefined, VarLenString and unknown values.
     static hid_t DataTypeToHDFType(TDataType::TDataType type);
 
-    /// The element type of an HDF5 type. Every type of class H5T_STRING is String, a variable-length sequence of strings
-    /// VarLenString. An id that is no type gives Char. Takes a look at class, size and sign and a single comparison.
-    /// @throws std::runtime_error "invalid HDF type" with traceback for all other types, for example big-endian numbers.
+    /// The element type of an HDF5 type. Every type of class H5T_STRING is String, a variable-length sequence of
+    /// strings VarLenString. An id that is no type gives Char. Takes a look at class, size and sign and a single
+    /// comparison.
+    /// @throws std::runtime_error "invalid HDF type" with traceback for all other types, for example big-endian
+    /// numbers.
     static TDataType::TDataType HDFTypeToDataType(hid_t& type);
 
     /// The bytes of one element. Long and ULong have the size of the platform's `long`, because HDF5 moves that many

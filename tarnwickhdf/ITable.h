@@ -46,10 +46,10 @@ public:
     /// Closes this table's share of the data set, the compound type and the member types.
     ~ITable() override;
 
-    /// Makes a table of `rows` rows and writes none of them. It is stored as one chunk up to 2 GiB and in the fewest equal
-    /// pieces above, with shuffle and deflate if `compression` is above 0. A table of 0 rows can't be compressed.
-    /// @throws std::runtime_error with traceback: "Table already exist. Fail to create!" if a data set of any kind has the
-    ///         name, "could not create dataset" if HDF5 refuses, "invalid HDF type" for a column that is neither a
+    /// Makes a table of `rows` rows and writes none of them. It is stored as one chunk up to 2 GiB and in the fewest
+    /// equal pieces above, with shuffle and deflate if `compression` is above 0. A table of 0 rows can't be compressed.
+    /// @throws std::runtime_error with traceback: "Table already exist. Fail to create!" if a data set of any kind has
+    ///         the name, "could not create dataset" if HDF5 refuses, "invalid HDF type" for a column that is neither a
     ///         TDataType nor an array, compound or variable-length type (the data set stays in the file), "could not
     ///         get info for " + name for the empty name.
     static boost::shared_ptr<ITable> Create(boost::weak_ptr<IFile> file, hid_t parent, const std::string& name,
@@ -59,8 +59,9 @@ public:
     static boost::shared_ptr<ITable> CreateEmpty(boost::weak_ptr<IFile> file, hid_t parent, const std::string& name,
                                                  hid_t type);
 
-    /// Makes a table of `rows` rows and writes `buffer` to it, whose rows are laid out as `memoryType` says, or as `type`
-    /// says if `memoryType` is 0 or less. `chunkRows` is the number of rows of a chunk, 0 for the rule of Create.
+    /// Makes a table of `rows` rows and writes `buffer` to it, whose rows are laid out as `memoryType` says, or as
+    /// `type` says if `memoryType` is 0 or less. `chunkRows` is the number of rows of a chunk, 0 for the rule of
+    /// Create.
     /// @throws std::runtime_error with traceback: "Invalid chunk size: Must be smaller than data set dimensions." if
     ///         `chunkRows` is above `rows`, "Invalid chunk size: The maximum size for any chunk is 4GB.", "could not
     ///         create dataset" if HDF5 refuses, for example because the name is taken, "error writing to dataset" (the
@@ -71,18 +72,19 @@ public:
 
     /// Makes a table of `selection.size()` rows from a buffer of `memoryRows` rows: table row i is buffer row
     /// `selection[i]`. The other arguments as in CreateFromBuffer.
-    /// @throws as CreateFromBuffer; "Error while selecting elements from memory data set" with traceback if HDF5 refuses
-    ///         the selection, for example an empty one.
+    /// @throws as CreateFromBuffer; "Error while selecting elements from memory data set" with traceback if HDF5
+    ///         refuses the selection, for example an empty one.
     static boost::shared_ptr<ITable> CreateFromSelection(boost::weak_ptr<IFile> file, hid_t parent,
                                                          const std::string& name, void* buffer, size_t memoryRows,
                                                          const std::vector<hsize_t>& selection, hid_t type,
                                                          int compression, hid_t memoryType, size_t chunkRows);
 
-    /// Opens a data set of at most one dimension whose type has the class H5T_COMPOUND or H5T_VLEN. A null or scalar data
-    /// space gives 0 rows.
-    /// @throws std::runtime_error with traceback: "Array does not exist" if no data set is at the name, "could not get info
-    ///         for " + name if HDF5 can't tell what is there, "could not open Table '" + name + "'" if HDF5 can't open it
-    ///         or it is no table, "Fail to on an open data set space", "invalid HDF type" for a column as in Create.
+    /// Opens a data set of at most one dimension whose type has the class H5T_COMPOUND or H5T_VLEN. A null or scalar
+    /// data space gives 0 rows.
+    /// @throws std::runtime_error with traceback: "Array does not exist" if no data set is at the name, "could not get
+    ///         info for " + name if HDF5 can't tell what is there, "could not open Table '" + name + "'" if HDF5 can't
+    ///         open it or it is no table, "Fail to on an open data set space", "invalid HDF type" for a column as in
+    ///         Create.
     static boost::shared_ptr<ITable> Open(boost::weak_ptr<IFile> file, hid_t parent, const std::string& name);
 
     /// Whether a data set of any kind is at the name.
@@ -116,8 +118,8 @@ public:
     /// GetCompoundTypeID, the data set is written in place, and `compression` is ignored. In every other case the data
     /// set is unlinked and a new one made, with `type` (0 or less: the table's own), the low 32 bits of `compression`
     /// and the chunk rule of Create. The buffer is laid out as the resulting type.
-    /// @throws std::runtime_error "error writing to dataset" with traceback if the write in place fails; in a rewrite what
-    ///         CreateFromBuffer and Open throw: the old rows are gone then and the table is closed.
+    /// @throws std::runtime_error "error writing to dataset" with traceback if the write in place fails; in a rewrite
+    ///         what CreateFromBuffer and Open throw: the old rows are gone then and the table is closed.
     void SetFromBuffer(void* buffer, size_t rows, hid_t type, size_t compression);
 
     /// Reads all rows. `memoryType` 0 or less stands for the table's own type. A scalar table moves its one row.
@@ -125,37 +127,38 @@ public:
     void GetToBuffer(void* buffer, hid_t memoryType) const;
 
     /// Reads the `count` rows start, start + stride, start + 2 * stride ... packed. `memoryType` has no default here.
-    /// @throws std::runtime_error with traceback: "Fail to on an open data set space", "Error while selecting elements from
-    ///         file data set" if HDF5 refuses the selection, so a stride of 0, "Error reading data set hyperslab." if the
-    ///         read fails, so beyond the last row.
+    /// @throws std::runtime_error with traceback: "Fail to on an open data set space", "Error while selecting elements
+    ///         from file data set" if HDF5 refuses the selection, so a stride of 0, "Error reading data set hyperslab."
+    ///         if the read fails, so beyond the last row.
     void GetFromHyperslab(void* buffer, size_t start, size_t stride, size_t count, hid_t memoryType) const;
 
-    /// Reads one column of strings and nothing else; `strings` then has exactly GetNumberOfRows texts in UTF-8. Fixed-length
-    /// text is cut at its first NUL; variable-length columns are read too, a null value as the empty text. Text marked
-    /// H5T_CSET_ASCII is taken for Latin-1 and converted.
-    /// @throws std::runtime_error "Invalid column index: " + column + " (" + columns + " columns)" (plain) for a column that
-    ///         the table doesn't have, "not a string array" (plain) for a column of another class; with traceback "error
-    ///         reading string buffer from dataset", "could not detect charset from dataset". `strings` is then untouched.
+    /// Reads one column of strings and nothing else; `strings` then has exactly GetNumberOfRows texts in UTF-8.
+    /// Fixed-length text is cut at its first NUL; variable-length columns are read too, a null value as the empty text.
+    /// Text marked H5T_CSET_ASCII is taken for Latin-1 and converted.
+    /// @throws std::runtime_error "Invalid column index: " + column + " (" + columns + " columns)" (plain) for a column
+    ///         that the table doesn't have, "not a string array" (plain) for a column of another class; with traceback
+    ///         "error reading string buffer from dataset", "could not detect charset from dataset". `strings` is then
+    ///         untouched.
     void FeedStringVector(std::vector<std::string>& strings, int column) const;
 
-    /// Reads all rows: table row i goes to row `selection[i]` of a buffer of `memoryRows` rows. The other rows of the buffer
-    /// stay. `memoryType` 0 or less stands for the table's own type.
-    /// @throws std::runtime_error with traceback: "Error while selecting elements from memory data set" if HDF5 refuses the
-    ///         selection, "Error reading data set to a memory selection!" if the read fails, so if the selection doesn't
-    ///         name exactly as many rows as the table has.
+    /// Reads all rows: table row i goes to row `selection[i]` of a buffer of `memoryRows` rows. The other rows of the
+    /// buffer stay. `memoryType` 0 or less stands for the table's own type.
+    /// @throws std::runtime_error with traceback: "Error while selecting elements from memory data set" if HDF5 refuses
+    ///         the selection, "Error reading data set to a memory selection!" if the read fails, so if the selection
+    ///         doesn't name exactly as many rows as the table has.
     void GetToSelection(void* buffer, size_t memoryRows, hid_t memoryType, const std::vector<hsize_t>& selection) const;
 
-    /// Reads scattered rows: table row `selection[i]` goes to buffer row i. `memoryType` 0 or less stands for the table's own
-    /// type.
-    /// @throws std::runtime_error with traceback: "Fail to on an open data set space", "Error while selecting elements from
-    ///         file data set", "Error " + status + " while reading from dataset '" + name + "'".
+    /// Reads scattered rows: table row `selection[i]` goes to buffer row i. `memoryType` 0 or less stands for the
+    /// table's own type.
+    /// @throws std::runtime_error with traceback: "Fail to on an open data set space", "Error while selecting elements
+    ///         from file data set", "Error " + status + " while reading from dataset '" + name + "'".
     void GetFromSelection(void* buffer, hid_t memoryType, const std::vector<hsize_t>& selection) const;
 
-    /// Reads scattered rows to scattered places: table row `fileSelection[i]` goes to row `memorySelection[i]` of a buffer of
-    /// `memoryRows` rows. `memoryType` 0 or less stands for the table's own type.
-    /// @throws std::runtime_error with traceback: "Fail to on an open data set space", "Error while selecting elements from
-    ///         file data set", "Error while selecting elements from memory data set", "Error reading data set to a memory
-    ///         selection!", so for selections of different sizes.
+    /// Reads scattered rows to scattered places: table row `fileSelection[i]` goes to row `memorySelection[i]` of a
+    /// buffer of `memoryRows` rows. `memoryType` 0 or less stands for the table's own type.
+    /// @throws std::runtime_error with traceback: "Fail to on an open data set space", "Error while selecting elements
+    ///         from file data set", "Error while selecting elements from memory data set", "Error reading data set to a
+    ///         memory selection!", so for selections of different sizes.
     void GetFromToSelection(void* buffer, size_t memoryRows, hid_t memoryType,
                             const std::vector<hsize_t>& fileSelection,
                             const std::vector<hsize_t>& memorySelection) const;
@@ -166,19 +169,19 @@ public:
     void GetFromHyperslabToSelection(void* buffer, size_t memoryRows, hid_t memoryType, size_t fileStart,
                                      const std::vector<hsize_t>& selection) const;
 
-    /// Writes scattered rows to a run: row `selection[i]` of a buffer of `memoryRows` rows goes to table row `fileStart` + i.
-    /// The table keeps its size and its other rows. `memoryType` has no default here.
-    /// @throws as GetFromToSelection, with "error writing to dataset" if the transfer fails, so past the last row; rows may
-    ///         have been stored before it failed.
+    /// Writes scattered rows to a run: row `selection[i]` of a buffer of `memoryRows` rows goes to table row
+    /// `fileStart` + i. The table keeps its size and its other rows. `memoryType` has no default here.
+    /// @throws as GetFromToSelection, with "error writing to dataset" if the transfer fails, so past the last row; rows
+    ///         may have been stored before it failed.
     void SetToHyperslabFromSelection(void* buffer, size_t memoryRows, hid_t memoryType, size_t fileStart,
                                      const std::vector<hsize_t>& selection);
 
-    /// Replaces the rows of the table by selected rows of a buffer of `rows` rows. If `rows` is the table's number of rows and
-    /// `type` is 0 or less or the id of GetCompoundTypeID, the whole buffer is written in place, row for row, and `selection`
-    /// plays no part. In every other case the data set is replaced as in SetFromBuffer by a table of `selection.size()`
-    /// rows, with `chunkRows` as in CreateFromBuffer.
-    /// @throws std::runtime_error "error writing to dataset" with traceback if the write in place fails; in a rewrite what
-    ///         CreateFromSelection and Open throw: the old rows are gone then and the table is closed.
+    /// Replaces the rows of the table by selected rows of a buffer of `rows` rows. If `rows` is the table's number of
+    /// rows and `type` is 0 or less or the id of GetCompoundTypeID, the whole buffer is written in place, row for row,
+    /// and `selection` plays no part. In every other case the data set is replaced as in SetFromBuffer by a table of
+    /// `selection.size()` rows, with `chunkRows` as in CreateFromBuffer.
+    /// @throws std::runtime_error "error writing to dataset" with traceback if the write in place fails; in a rewrite
+    ///         what CreateFromSelection and Open throw: the old rows are gone then and the table is closed.
     void SetFromSelection(void* buffer, size_t rows, const std::vector<hsize_t>& selection, hid_t type,
                           size_t compression, size_t chunkRows);
 

@@ -34,8 +34,8 @@ public:
     void OnOpen(hid_t file, const std::string& name) override;
 
     /// Takes the first entry equal to `file` out of the list.
-    /// @throws std::logic_error "Error closing file: " + `name` + ": HDF5 file id was not registered." if there is none,
-    ///         as for a file that was opened before the tracker was installed; the list doesn't change.
+    /// @throws std::logic_error "Error closing file: " + `name` + ": HDF5 file id was not registered." if there is
+    ///         none, as for a file that was opened before the tracker was installed; the list doesn't change.
     void OnClose(hid_t file, const std::string& name) override;
 
     /// Appends one line to the log file `name`, which is created if missing and never truncated: a JSON object in

@@ -1,7 +1,6 @@
 #include <tarnwickhdf/IArray.h>
 #include <tarnwickhdf/internal/CheckResult.h>
 #include <tarnwickhdf/internal/ScopedId.h>
-#include <tarnwickhdf/internal/VariableStrings.h>
 #include <tarnwickhdf/utils.h>
 
 #include <tarnwick/text.h>
@@ -27,8 +26,8 @@ size_t CountItems(const ScopedSpace& space)
 void AssignText(std::string& target, const char* text, size_t size, H5T_cset_t charset)
 {
     target.assign(text, size);
-    const bool converts = charset == H5T_CSET_ASCII &&
-                          std::any_of(target.begin(), target.end(), [](char c) { return (c & 0x80) != 0; });
+    const bool converts =
+        charset == H5T_CSET_ASCII && std::any_of(target.begin(), target.end(), [](char c) { return (c & 0x80) != 0; });
     if (converts)
     {
         target = latin1_to_utf8(target);
@@ -55,6 +54,25 @@ private:
     hid_t m_memoryType;
     std::vector<char*> m_items;
 };
+
+// The memory of variable-length items goes back to HDF5 on every way out. A null item is the empty text.
+void ReadVariableStringDataSet(std::vector<std::string>& strings, hid_t dataSet, hid_t storedType, hid_t memoryType,
+                               size_t count)
+{
+    // One pointer an item is what the buffer has room for.
+    CheckResult(H5Tget_size(memoryType) == sizeof(char*) ? 0 : -1, kReadFailed);
+    const ScopedSpace space(H5Dget_space(dataSet));
+    VariableItems items(space, memoryType, count);
+    CheckResult(H5Dread(dataSet, memoryType, H5S_ALL, H5S_ALL, H5P_DEFAULT, items.data()), kReadFailed);
+    const H5T_cset_t charset = H5Tget_cset(storedType);
+    CheckResult(charset, kNoCharset);
+    strings.resize(count);
+    for (size_t i = 0; i < count; ++i)
+    {
+        const char* text = items[i] == nullptr ? "" : items[i];
+        AssignText(strings[i], text, std::strlen(text), charset);
+    }
+}
 
 } // namespace
 
@@ -83,28 +101,17 @@ boost::shared_array<char> IArray::CreateBufferFromStringVector(const std::vector
     return buffer;
 }
 
-void ReadVariableStringDataSet(std::vector<std::string>& strings, hid_t dataSet, hid_t storedType, hid_t memoryType,
-                               size_t count)
-{
-    const ScopedSpace space(H5Dget_space(dataSet));
-    VariableItems items(space, memoryType, count);
-    CheckResult(H5Dread(dataSet, memoryType, H5S_ALL, H5S_ALL, H5P_DEFAULT, items.data()), kReadFailed);
-    const H5T_cset_t charset = H5Tget_cset(storedType);
-    CheckResult(charset, kNoCharset);
-    strings.resize(count);
-    for (size_t i = 0; i < count; ++i)
-    {
-        const char* text = items[i] == nullptr ? "" : items[i];
-        AssignText(strings[i], text, std::strlen(text), charset);
-    }
-}
-
 namespace utils
 {
 
 void ReadStringDataSet(std::vector<std::string>& strings, hid_t dataSet, hid_t storedType, hid_t memoryType,
                        size_t count, size_t itemSize)
 {
+    if (H5Tis_variable_str(storedType) > 0)
+    {
+        ReadVariableStringDataSet(strings, dataSet, storedType, memoryType, count);
+        return;
+    }
     // The data set decides how much H5Dread stores, which may be more than the caller counted.
     const ScopedSpace space(H5Dget_space(dataSet));
     const size_t stored = CountItems(space) * H5Tget_size(memoryType);

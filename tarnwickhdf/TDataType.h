@@ -11,8 +11,8 @@ namespace tarnwick::hdf
 namespace TDataType
 {
 
-/// An element type. The values are part of the interface, and where two of them are the same HDF5 type on a platform,
-/// a stored type reads back as the lower one: a 64-bit little-endian integer is Int64, never Long or LongLong.
+/// An element type. The values are part of the interface, and where two of them are the same HDF5 type on a platform, a
+/// stored type reads back as the lower one: a 64-bit little-endian integer is Int64, never Long or LongLong.
 enum TDataType : std::int32_t
 {
     Undefined = 0,     ///< No type. As an argument: the array's own type. As a column's type: a nested type.

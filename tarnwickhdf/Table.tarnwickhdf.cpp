@@ -6,7 +6,6 @@
 #include <tarnwickhdf/internal/IDataSetBuilder.h>
 #include <tarnwickhdf/internal/ObjectLookup.h>
 #include <tarnwickhdf/internal/ScopedId.h>
-#include <tarnwickhdf/internal/VariableStrings.h>
 #include <tarnwickhdf/utils.h>
 
 #include <memory>
@@ -171,8 +170,7 @@ boost::shared_ptr<ITable> ITable::MakeOf(IDataSetBuilder& builder, boost::weak_p
                                          const std::string& name, size_t rows, hid_t type)
 {
     ScopedType compound(H5Tcopy(type));
-    std::unique_ptr<ITable> table(
-        new ITable(std::move(file), parent, builder.dataSet, name, rows, compound.get()));
+    std::unique_ptr<ITable> table(new ITable(std::move(file), parent, builder.dataSet, name, rows, compound.get()));
     builder.TakeDataSet();
     return HandOver(std::move(table), compound);
 }
@@ -202,8 +200,7 @@ boost::shared_ptr<ITable> ITable::FromBuilder(boost::weak_ptr<IFile> file, hid_t
     QueryOpenDataSet(builder, name, openedDataSet, rows, openedType);
     ScopedType compound(openedType);
     ScopedDataSet dataSet(openedDataSet);
-    std::unique_ptr<ITable> table(
-        new ITable(std::move(file), parent, dataSet.get(), name, rows, compound.get()));
+    std::unique_ptr<ITable> table(new ITable(std::move(file), parent, dataSet.get(), name, rows, compound.get()));
     return HandOver(std::move(table), dataSet, compound);
 }
 
@@ -317,8 +314,7 @@ bool ITable::FitsInPlace(size_t rows, hid_t type) const
 
 void ITable::WriteInPlace(const void* buffer)
 {
-    CheckResult(H5Dwrite(m_location, compoundType, H5S_ALL, H5S_ALL, H5P_DEFAULT, buffer),
-                "error writing to dataset");
+    CheckResult(H5Dwrite(m_location, compoundType, H5S_ALL, H5S_ALL, H5P_DEFAULT, buffer), "error writing to dataset");
 }
 
 template <typename CreateReplacement>
@@ -346,9 +342,10 @@ void ITable::SetFromBuffer(void* buffer, size_t rows, hid_t type, size_t compres
         WriteInPlace(buffer);
         return;
     }
-    Rewrite(type, [&](hid_t newType) {
-        CreateFromBuffer(m_file, parentId, m_name, buffer, rows, newType, static_cast<int>(compression), -1, 0);
-    });
+    Rewrite(type,
+            [&](hid_t newType) {
+                CreateFromBuffer(m_file, parentId, m_name, buffer, rows, newType, static_cast<int>(compression), -1, 0);
+            });
 }
 
 void ITable::SetFromSelection(void* buffer, size_t rows, const std::vector<hsize_t>& selection, hid_t type,
@@ -359,16 +356,17 @@ void ITable::SetFromSelection(void* buffer, size_t rows, const std::vector<hsize
         WriteInPlace(buffer);
         return;
     }
-    Rewrite(type, [&](hid_t newType) {
-        CreateFromSelection(m_file, parentId, m_name, buffer, rows, selection, newType, static_cast<int>(compression),
-                            -1, chunkRows);
-    });
+    Rewrite(type,
+            [&](hid_t newType)
+            {
+                CreateFromSelection(m_file, parentId, m_name, buffer, rows, selection, newType,
+                                    static_cast<int>(compression), -1, chunkRows);
+            });
 }
 
 void ITable::GetToBuffer(void* buffer, hid_t memoryType) const
 {
-    const herr_t status =
-        H5Dread(m_location, MemoryTypeOrOwn(memoryType), H5S_ALL, H5S_ALL, H5P_DEFAULT, buffer);
+    const herr_t status = H5Dread(m_location, MemoryTypeOrOwn(memoryType), H5S_ALL, H5S_ALL, H5P_DEFAULT, buffer);
     CheckResult(status, ReadFailure(status, m_name));
 }
 
@@ -392,11 +390,6 @@ void ITable::FeedStringVector(std::vector<std::string>& strings, int column) con
     const size_t size = H5Tget_size(member);
     const ScopedType oneMember(H5Tcreate(H5T_COMPOUND, size));
     H5Tinsert(oneMember.get(), MemberName(compoundType, column).c_str(), 0, member);
-    if (H5Tis_variable_str(member) > 0)
-    {
-        ReadVariableStringDataSet(strings, m_location, member, oneMember.get(), numberOfRows);
-        return;
-    }
     utils::ReadStringDataSet(strings, m_location, member, oneMember.get(), numberOfRows, size);
 }
 
@@ -415,8 +408,8 @@ void ITable::GetFromSelection(void* buffer, hid_t memoryType, const std::vector<
     builder.OpenFileSpace(m_location);
     builder.SelectFileElements(selection);
     builder.memorySpace = CreateMemorySpace(selection.size());
-    const herr_t status = H5Dread(m_location, MemoryTypeOrOwn(memoryType), builder.memorySpace, builder.fileSpace,
-                                  H5P_DEFAULT, buffer);
+    const herr_t status =
+        H5Dread(m_location, MemoryTypeOrOwn(memoryType), builder.memorySpace, builder.fileSpace, H5P_DEFAULT, buffer);
     CheckResult(status, ReadFailure(status, m_name));
 }
 

@@ -11,7 +11,7 @@
 namespace tarnwick::hdf::utils
 {
 
-/// Reads a data set of fixed-length strings with a single H5Dread and fills `strings` with exactly `count` texts.
+/// Reads a data set of strings with a single H5Dread and fills `strings` with exactly `count` texts.
 ///
 /// @param strings receives the texts; what it held is overwritten, surplus entries go.
 /// @param dataSet the HDF5 id of the data set.
@@ -21,12 +21,12 @@ namespace tarnwick::hdf::utils
 /// @param itemSize the bytes of one item, the size of `memoryType`.
 ///
 /// For a String array `array` the arguments are `array.LocationID()`, `array.GetTypeID()` twice, `array.GetLength()`
-/// and `array.GetComponents()`. Each text is the item's bytes up to its first NUL. Text stored as H5T_CSET_ASCII is
-/// taken for Latin-1 and converted, so that the result is UTF-8; other text comes back unchanged. A data set that holds
-/// more than `count` items does no harm: the surplus is read and left out.
-/// @throws std::runtime_error "error reading string buffer from dataset" with traceback if HDF5 can't read,
-///         "could not detect charset from dataset" with traceback if `storedType` is no string type; `strings` is then
-///         untouched.
+/// and `array.GetComponents()`. Each text is the item's bytes up to its first NUL. Variable-length
+/// strings are read too: `itemSize` plays no part then, a null item is the empty text, and HDF5's memory is given back.
+/// Text stored as H5T_CSET_ASCII is taken for Latin-1 and converted, so that the result is UTF-8; other text comes back
+/// unchanged. A data set that holds more than `count` items does no harm: the surplus is read and left out.
+/// @throws std::runtime_error "error reading string buffer from dataset" with traceback if HDF5 can't read, "could not
+///         detect charset from dataset" with traceback if `storedType` is no string type; `strings` is then untouched.
 TARNWICKHDF_EXPORT void ReadStringDataSet(std::vector<std::string>& strings, hid_t dataSet, hid_t storedType,
                                           hid_t memoryType, size_t count, size_t itemSize);
 

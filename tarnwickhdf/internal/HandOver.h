@@ -8,7 +8,7 @@
 namespace tarnwick::hdf
 {
 
-/// Ends the making of a node: from here on the node owns the ids, so their holders let go before anything else can fail.
+/// Ends the making of a node, which owns the ids from here on: their holders let go before anything else can fail.
 template <typename Node, typename... Holders>
 boost::shared_ptr<Node> HandOver(std::unique_ptr<Node> node, Holders&... holders)
 {

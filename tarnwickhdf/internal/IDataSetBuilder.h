@@ -12,8 +12,8 @@ namespace tarnwick::hdf
 /// Owns, for the time of one operation, the HDF5 ids that creating a data set or running a selection needs, and decides
 /// how a data set is chunked and filtered. Whatever goes wrong, its destructor closes what it still holds.
 ///
-/// All failures carry a traceback. HDF5's refusals of a property list, a space or a filter aren't looked at: they come to
-/// light at H5Dcreate2.
+/// All failures carry a traceback. HDF5's refusals of a property list, a space or a filter aren't looked at: they come
+/// to light at H5Dcreate2.
 class IDataSetBuilder
 {
 public:
@@ -27,11 +27,13 @@ public:
 
     void SetChunk(int rank, const hsize_t* chunk) const;
 
-    /// Makes the file space and sets the chunk: `chunk` if given; else one chunk for the whole data set if `elementSize` is
-    /// 0 or the data have at most 2 GiB; else every dimension divided by the same number of pieces. `dcpl` must exist.
+    /// Makes the file space and sets the chunk: `chunk` if given; else one chunk for the whole data set if
+    /// `elementSize` is 0 or the data have at most 2 GiB; else every dimension divided by the same number of pieces.
+    /// `dcpl` must exist.
     void CreateSpace(int rank, const hsize_t* dimensions, size_t elementSize, const hsize_t* chunk);
 
-    /// The one-dimensional form, which makes `dcpl` if needed and adds the filters. A `chunkLength` of 0 means none given.
+    /// The one-dimensional form, which makes `dcpl` if needed and adds the filters. A `chunkLength` of 0 means none
+    /// given.
     void CreateSpace1D(hsize_t length, int compression, size_t elementSize, hsize_t chunkLength);
 
     /// Adds shuffle and deflate behind the chunk if `compression` is above 0.

@@ -10,21 +10,22 @@
 namespace tarnwick::hdf
 {
 
-/// Whether a path leads to an object of the wanted type. A missing level, a dangling link or a data set in the middle is
-/// no failure but the answer false.
+/// Whether a path leads to an object of the wanted type. A missing level, a dangling link or a data set in the middle
+/// is no failure but the answer false.
 /// @throws std::runtime_error "could not get info for " + name with traceback if everything on the path exists and HDF5
 ///         can't tell what it is; so for the empty name.
 bool HasObjectOfType(hid_t location, const std::string& name, H5O_type_t type);
 
-/// @throws std::runtime_error `kind` + " does not exist" with traceback if HasObjectOfType says no, and what that throws.
+/// @throws std::runtime_error `kind` + " does not exist" with traceback if HasObjectOfType says no, and what that
+/// throws.
 void CheckObjectOfType(const std::string& kind, hid_t location, const std::string& name, H5O_type_t type);
 
 /// The paths to every level of a name: "/a//b" gives "/", "/a", "/a/b".
 std::vector<std::string> CumulativePathPrefixes(const std::string& name);
 
-/// Opens the data set at a path. That it opens answers CheckObjectOfType's question too, so that the object is looked up
-/// once; only where it doesn't is CheckObjectOfType asked, for the words of its failure. A negative id comes back with
-/// the traceback of H5Dopen1 still on the stack, for the caller's message.
+/// Opens the data set at a path. That it opens answers CheckObjectOfType's question too, so that the object is looked
+/// up once; only where it doesn't is CheckObjectOfType asked, for the words of its failure. A negative id comes back
+/// with the traceback of H5Dopen1 still on the stack, for the caller's message.
 ScopedDataSet OpenDataSetAt(const std::string& kind, hid_t parent, const std::string& name);
 
 /// The same for a group, with the kind word "Group".

@@ -52,8 +52,8 @@ using ScopedType = ScopedId<H5Tclose>;
 using ScopedAttribute = ScopedId<H5Aclose>;
 using ScopedPropertyList = ScopedId<H5Pclose>;
 
-/// Gives the copy of a node its share of an id; both owners close it. An id that is gone stays as it is: closing it does
-/// nothing, because HDF5 doesn't use an id again.
+/// Gives the copy of a node its share of an id; both owners close it. An id that is gone stays as it is: closing it
+/// does nothing, because HDF5 doesn't use an id again.
 inline hid_t ShareId(hid_t id) noexcept
 {
     if (id > 0)
