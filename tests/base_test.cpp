@@ -21,4 +21,15 @@ TEST_F(Fixture, TellsTheWordsOfAFailure)
     EXPECT_EQ(WordsOf([&] { root->HasGroup("missing"); }), "");
 }
 
+TEST_F(Fixture, SeesEveryKindOfIdThatIsLeftOpen)
+{
+    const IdCounts before = IdCounts::Now();
+    for (const hid_t left : {H5Screate(H5S_SCALAR), H5Tcopy(H5T_NATIVE_INT), H5Pcreate(H5P_DATASET_CREATE)})
+    {
+        EXPECT_FALSE(before == IdCounts::Now());
+        H5Idec_ref(left);
+    }
+    EXPECT_EQ(before, IdCounts::Now());
+}
+
 } // namespace tarnwick::hdf::tests
