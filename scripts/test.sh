@@ -1,13 +1,15 @@
 #!/usr/bin/env bash
 # Installs what is missing, builds and tests: plainly and under the address and undefined behaviour sanitizers.
-# `--plain` leaves the sanitizers out, `--tsan` adds the thread sanitizer, `--long` runs the long variants.
+# The program with threads runs under the thread sanitizer too. `--plain` leaves the sanitizers out, `--tsan` runs
+# everything under the thread sanitizer, `--long` runs the long variants.
 set -euo pipefail
 source "$(dirname "$0")/common.sh"
 presets=(release asan)
+threads_alone=yes
 for option in "$@"; do
   case $option in
-  --plain) presets=(release) ;;
-  --tsan) presets+=(tsan) ;;
+  --plain) presets=(release); threads_alone=no ;;
+  --tsan) presets+=(tsan); threads_alone=no ;;
   --long) export TARNWICKHDF_LONG_TESTS=1 ;;
   *) echo "unknown option: $option" >&2; exit 2 ;;
   esac
@@ -18,4 +20,9 @@ for preset in "${presets[@]}"; do
   stage "Testing ($preset)"
   ctest --preset "$preset" --parallel "$jobs"
 done
+if [ "$threads_alone" = yes ]; then
+  build_preset tsan tarnwickhdf_threads
+  stage "Testing the program with threads (tsan)"
+  ctest --preset tsan --tests-regex '^threads$'
+fi
 stage "All tests passed: ${presets[*]}"

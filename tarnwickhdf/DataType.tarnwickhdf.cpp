@@ -3,6 +3,7 @@
 #include <tarnwickhdf/internal/DataTypeLookup.h>
 #include <tarnwickhdf/internal/ScopedId.h>
 
+#include <atomic>
 #include <map>
 #include <mutex>
 #include <stdexcept>
@@ -30,7 +31,8 @@ DataTypeTable dataTypeTable;
 std::vector<NumberRow> distinctNumbers;
 // For each row of the table the first row that is the same type.
 std::map<hid_t, TDataType::TDataType> firstEqualOfId;
-std::once_flag tablesFilled;
+std::atomic<bool> tablesFilled{false};
+std::mutex tablesMutex;
 
 H5T_sign_t SignOf(hid_t type, H5T_class_t numberClass)
 {
@@ -83,15 +85,24 @@ void FillTables()
         }
         firstEqual.emplace(hdfType, first);
     }
-    dataTypeTable.swap(table);
-    distinctNumbers.swap(numbers);
-    firstEqualOfId.swap(firstEqual);
+    const std::lock_guard<std::mutex> lock(tablesMutex);
+    if (!tablesFilled)
+    {
+        dataTypeTable.swap(table);
+        distinctNumbers.swap(numbers);
+        firstEqualOfId.swap(firstEqual);
+        tablesFilled = true;
+    }
 }
 
-// Threads with a file each may meet here with the first translation of the process.
+// Threads with a file each may meet here with the first translation of the process. None waits for another that is in
+// HDF5: a listing translates while it holds HDF5's own lock. So each fills tables of its own, and the first ones stay.
 void FillTablesOnce()
 {
-    std::call_once(tablesFilled, &FillTables);
+    if (!tablesFilled)
+    {
+        FillTables();
+    }
 }
 
 bool IsSequenceOfStrings(hid_t variableLengthType)
