@@ -11,6 +11,8 @@ declare -A packages=(
   [memcheck]="valgrind"
   [bench]="libbenchmark-dev python3 python3-h5py python3-tables python3-matplotlib"
   [docs]="doxygen python3"
+  [package]="dpkg-dev"
+  [clean-root]="debootstrap"
   [coverage]="gcovr"
   [many-machines]="python3-h5py python3-dask python3-distributed python3-numpy"
 )

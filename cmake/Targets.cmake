@@ -1,0 +1,13 @@
+# The warnings that all code of this project compiles clean under.
+function(tarnwickhdf_set_warnings target)
+  target_compile_options(${target} PRIVATE -Wall -Wextra -Wpedantic -Wconversion -Wshadow)
+  if(TARNWICKHDF_WARNINGS_AS_ERRORS)
+    target_compile_options(${target} PRIVATE -Werror)
+  endif()
+endfunction()
+
+# Links a shared library so that nothing leaves it but the names of cmake/exports.map.
+function(tarnwickhdf_limit_exports target)
+  target_link_options(${target} PRIVATE LINKER:--version-script=${PROJECT_SOURCE_DIR}/cmake/exports.map)
+  set_property(TARGET ${target} APPEND PROPERTY LINK_DEPENDS ${PROJECT_SOURCE_DIR}/cmake/exports.map)
+endfunction()
