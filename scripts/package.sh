@@ -33,9 +33,9 @@ if [ "${1:-}" = --clean-root ]; then
   quietly debootstrap --variant=minbase "$(. /etc/os-release && echo "$VERSION_CODENAME")" "$root" "$mirror"
   cp -r "$out"/*.deb tests/package "$root/tmp/"
   stage "Installing the packages there"
-  quietly chroot "$root" sh -c 'apt-get install -y --no-install-recommends /tmp/*.deb g++ cmake make pkg-config'
+  quietly chroot "$root" env -i PATH="$PATH" DEBIAN_FRONTEND=noninteractive sh -c 'apt-get install -y --no-install-recommends /tmp/*.deb g++ cmake make pkg-config'
   stage "Building and running the consumers there"
-  chroot "$root" bash -c "$try_consumers" consumers /tmp
+  chroot "$root" env -i PATH="$PATH" DEBIAN_FRONTEND=noninteractive bash -c "$try_consumers" consumers /tmp
 else
   stage "Unpacking into an empty folder"
   for package in "$out"/*.deb; do dpkg-deb -x "$package" "$root"; done
