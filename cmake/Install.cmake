@@ -88,4 +88,7 @@ set(CPACK_DEBIAN_DEVELOPMENT_DESCRIPTION "object model over HDF5 files - develop
 Groups, string attributes, arrays, extensible arrays and tables of HDF5 files
 as C++ objects. This package has the headers, the CMake package and the
 pkg-config file.")
-include(CPack)
+# The packages of a project that takes this one in as a subfolder are its own.
+if(PROJECT_IS_TOP_LEVEL)
+  include(CPack)
+endif()
