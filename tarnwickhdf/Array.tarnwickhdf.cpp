@@ -47,13 +47,13 @@ Extent ExtentOf(hid_t dataSet)
 ScopedType CreateFileStringType(size_t size, H5T_cset_t encoding, const std::string& name)
 {
     ScopedType type(H5Tcopy(H5T_C_S1));
-    CheckResult(type.get(), "could not H5Tcopy to write array: " + name);
+    CheckResult(type.get(), "could not H5Tcopy to write array: ", name);
     if (size != 0)
     {
-        CheckResult(H5Tset_size(type.get(), size), "error calling H5Tset_size of array: " + name);
+        CheckResult(H5Tset_size(type.get(), size), "error calling H5Tset_size of array: ", name);
     }
-    CheckResult(H5Tset_strpad(type.get(), H5T_STR_NULLPAD), "error calling H5Tset_strpad of array: " + name);
-    CheckResult(H5Tset_cset(type.get(), encoding), "error calling H5Tset_cset for array: " + name);
+    CheckResult(H5Tset_strpad(type.get(), H5T_STR_NULLPAD), "error calling H5Tset_strpad of array: ", name);
+    CheckResult(H5Tset_cset(type.get(), encoding), "error calling H5Tset_cset for array: ", name);
     return type;
 }
 
@@ -271,7 +271,7 @@ void IArray::QueryInfo(hid_t dataSet, TDataType::TDataType& type, hid_t& typeId,
 boost::shared_ptr<IArray> IArray::Open(boost::weak_ptr<IFile> file, hid_t parent, const std::string& name)
 {
     ScopedDataSet dataSet = OpenDataSetAt("Array", parent, name);
-    CheckResult(dataSet.get(), "could not open array '" + name + "'");
+    CheckResult(dataSet.get(), "could not open array '", name, "'");
     return FromOpenDataSet(std::move(file), parent, name, dataSet.release());
 }
 
@@ -303,7 +303,7 @@ void IArray::ReOpen(hid_t parent, const std::string& name)
 {
     Close();
     m_location = OpenDataSetAt("Array", parent, name).release();
-    CheckResult(m_location, "could not reopen array '" + name + "'");
+    CheckResult(m_location, "could not reopen array '", name, "'");
     ownsType = true;
     try
     {
@@ -411,7 +411,7 @@ void IArray::RewriteInPlace(void* buffer)
     if (dataType == TDataType::String)
     {
         stringType = CopyMemoryStringType(components);
-        CheckResult(H5Tset_cset(stringType.get(), GetEncoding()), "could not write charset for array: " + m_name);
+        CheckResult(H5Tset_cset(stringType.get(), GetEncoding()), "could not write charset for array: ", m_name);
         memoryType = stringType.get();
     }
     else
@@ -433,7 +433,10 @@ void IArray::GetToBuffer(void* buffer, TDataType::TDataType type) const
 {
     const MemoryType memoryType(type, dataType, typeId, components);
     const herr_t status = H5Dread(m_location, memoryType.get(), H5S_ALL, H5S_ALL, H5P_DEFAULT, buffer);
-    CheckResult(status, "Error " + std::to_string(status) + " while reading from dataset '" + m_name + "'");
+    if (status < 0)
+    {
+        CheckResult(status, "Error " + std::to_string(status) + " while reading from dataset '" + m_name + "'");
+    }
 }
 
 void IArray::GetFromHyperslab(void* buffer, int start, int stride, int count, TDataType::TDataType type) const

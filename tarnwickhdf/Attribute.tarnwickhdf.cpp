@@ -10,6 +10,7 @@
 #include <boost/shared_ptr.hpp>
 
 #include <algorithm>
+#include <cstring>
 #include <exception>
 #include <memory>
 #include <stdexcept>
@@ -25,9 +26,9 @@ namespace
 
 constexpr size_t kNameBufferSize = 512;
 
-bool IsReserved(const std::string& attributeName)
+bool IsReserved(const char* attributeName)
 {
-    return attributeName.compare(0, reservedAttributePrefix.size(), reservedAttributePrefix) == 0;
+    return std::strncmp(attributeName, reservedAttributePrefix.c_str(), reservedAttributePrefix.size()) == 0;
 }
 
 [[noreturn]] void ThrowUnreadable(const std::string& name)
@@ -50,6 +51,19 @@ bool HoldsAValue(hid_t attribute, const std::string& name)
         ThrowUnreadable(name);
     }
     return elements == 1;
+}
+
+// H5Aopen gets to an attribute of the object itself without the detour over a location that H5Aopen_name takes. The words
+// of a failure are those of H5Aopen_name.
+ScopedAttribute OpenAttribute(hid_t location, const std::string& name)
+{
+    ScopedAttribute attribute(H5Aopen(location, name.c_str(), H5P_DEFAULT));
+    if (attribute.get() < 0)
+    {
+        attribute.reset(H5Aopen_name(location, name.c_str()));
+        CheckResult(attribute.get(), "invalid attribute name: ", name);
+    }
+    return attribute;
 }
 
 void ReadFixedStringAttr(hid_t attribute, hid_t type, const std::string& name, std::string& result)
@@ -131,7 +145,10 @@ herr_t CollectName(hid_t /*location*/, const char* name, const H5A_info_t* /*inf
     auto& collector = *static_cast<NameCollector*>(data);
     try
     {
-        collector.names.emplace_back(std::string(name), 0, kNameBufferSize - 1);
+        if (!IsReserved(name))
+        {
+            collector.names.emplace_back(name, strnlen(name, kNameBufferSize - 1));
+        }
         return 0;
     }
     catch (...)
@@ -141,25 +158,20 @@ herr_t CollectName(hid_t /*location*/, const char* name, const H5A_info_t* /*inf
     }
 }
 
-// Opening one attribute after the other by index builds the index of all of them each time. That way is kept for what
-// HDF5 can't iterate, and for the words of its failure.
-std::vector<std::string> AllAttributeNames(hid_t location, int count)
+// What HDF5 can't iterate is opened by index, one attribute after the other, for the words of the failure.
+std::vector<std::string> ListByIndex(hid_t location)
 {
-    NameCollector collector;
-    if (H5Aiterate2(location, H5_INDEX_CRT_ORDER, H5_ITER_INC, nullptr, &CollectName, &collector) >= 0)
-    {
-        return std::move(collector.names);
-    }
-    if (collector.failure)
-    {
-        std::rethrow_exception(collector.failure);
-    }
-    collector.names.clear();
+    std::vector<std::string> names;
+    const int count = CountAttributes(location);
     for (int index = 0; index < count; ++index)
     {
-        collector.names.push_back(NameAt(location, index));
+        std::string name = NameAt(location, index);
+        if (!IsReserved(name.c_str()))
+        {
+            names.push_back(std::move(name));
+        }
     }
-    return std::move(collector.names);
+    return names;
 }
 
 } // namespace
@@ -168,27 +180,26 @@ void INode::SetAttr(const std::string& name, const std::string& value)
 {
     if (H5Aexists(m_location, name.c_str()) != 0)
     {
-        CheckResult(H5Adelete(m_location, name.c_str()), "Fail to delete an existing attribute named: " + name);
+        CheckResult(H5Adelete(m_location, name.c_str()), "Fail to delete an existing attribute named: ", name);
     }
     const hsize_t dimensions[] = {1};
     ScopedType type;
     const ScopedSpace space(H5Screate_simple(1, dimensions, nullptr));
     CheckResult(space.get(), "could not create simple dataspace");
     type.reset(H5Tcopy(H5T_C_S1));
-    CheckResult(type.get(), "could not copy type for attribute: " + name);
+    CheckResult(type.get(), "could not copy type for attribute: ", name);
     CheckResult(H5Tset_size(type.get(), value.empty() ? 1 : value.size()),
-                "could not H5Tset_size for attribute: " + name);
-    CheckResult(H5Tset_cset(type.get(), GetEncoding()), "could not set encoding for attribute: " + name);
+                "could not H5Tset_size for attribute: ", name);
+    CheckResult(H5Tset_cset(type.get(), GetEncoding()), "could not set encoding for attribute: ", name);
     const ScopedAttribute attribute(H5Acreate1(m_location, name.c_str(), type.get(), space.get(), H5P_DEFAULT));
-    CheckResult(attribute.get(), "fail to create attribute: " + name);
+    CheckResult(attribute.get(), "fail to create attribute: ", name);
     CheckResult(H5Awrite(attribute.get(), type.get(), value.c_str()), "could not write attribute");
 }
 
 std::string INode::GetAttr(const std::string& name) const
 {
     ScopedType type;
-    const ScopedAttribute attribute(H5Aopen_name(m_location, name.c_str()));
-    CheckResult(attribute.get(), "invalid attribute name: " + name);
+    const ScopedAttribute attribute = OpenAttribute(m_location, name);
     type.reset(H5Aget_type(attribute.get()));
     if (H5Tis_variable_str(type.get()) != 0)
     {
@@ -202,8 +213,7 @@ std::string INode::GetAttr(const std::string& name) const
 TDataType::TDataType INode::GetAttrType(const std::string& name) const
 {
     ScopedType type;
-    const ScopedAttribute attribute(H5Aopen_name(m_location, name.c_str()));
-    CheckResult(attribute.get(), "invalid attribute name: " + name);
+    const ScopedAttribute attribute = OpenAttribute(m_location, name);
     type.reset(H5Aget_type(attribute.get()));
     hid_t typeId = type.get();
     return HDFTypeToDataType(typeId);
@@ -219,16 +229,19 @@ int INode::GetNumberOfAttrs() const
     return CountAttributes(m_location);
 }
 
+// Opening one attribute after the other by index would build the index of all of them each time.
 std::vector<std::string> INode::ListAttrs() const
 {
-    const int count = CountAttributes(m_location);
-    if (count == 0)
+    NameCollector collector;
+    if (H5Aiterate2(m_location, H5_INDEX_CRT_ORDER, H5_ITER_INC, nullptr, &CollectName, &collector) >= 0)
     {
-        return {};
+        return std::move(collector.names);
     }
-    std::vector<std::string> names = AllAttributeNames(m_location, count);
-    names.erase(std::remove_if(names.begin(), names.end(), &IsReserved), names.end());
-    return names;
+    if (collector.failure)
+    {
+        std::rethrow_exception(collector.failure);
+    }
+    return ListByIndex(m_location);
 }
 
 bool INode::HasAttr(const std::string& name) const
@@ -238,7 +251,7 @@ bool INode::HasAttr(const std::string& name) const
 
 void INode::DelAttr(const std::string& name)
 {
-    CheckResult(H5Adelete(m_location, name.c_str()), "could not delete attribute " + name);
+    CheckResult(H5Adelete(m_location, name.c_str()), "could not delete attribute ", name);
 }
 
 H5T_cset_t INode::GetEncoding() const
@@ -254,13 +267,11 @@ H5T_cset_t INode::GetEncoding() const
 
 unsigned int GetIntAttr(const INode& node, const std::string& name, TDataType::TDataType type)
 {
-    const ScopedAttribute attribute(H5Aopen_name(node.LocationID(), name.c_str()));
-    CheckResult(attribute.get(), "invalid attribute name: " + name);
-    const std::string unreadable = "could not read attribute: " + name;
+    const ScopedAttribute attribute = OpenAttribute(node.LocationID(), name);
     // The attribute decides how much H5Aread stores, and there is room for one number.
-    CheckResult(CountElements(attribute.get()) == 1 ? 0 : -1, unreadable);
+    CheckResult(CountElements(attribute.get()) == 1 ? 0 : -1, "could not read attribute: ", name);
     unsigned int value = 0;
-    CheckResult(H5Aread(attribute.get(), INode::DataTypeToHDFType(type), &value), unreadable);
+    CheckResult(H5Aread(attribute.get(), INode::DataTypeToHDFType(type), &value), "could not read attribute: ", name);
     return value;
 }
 

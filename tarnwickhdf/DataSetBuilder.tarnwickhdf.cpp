@@ -127,7 +127,7 @@ void IDataSetBuilder::OpenDataSet(hid_t parent, const std::string& name)
 {
     CheckDataSetNotCreated(dataSet);
     dataSet = OpenDataSetAt("Array", parent, name).release();
-    CheckResult(dataSet, "could not open Table '" + name + "'");
+    CheckResult(dataSet, "could not open Table '", name, "'");
 }
 
 hid_t IDataSetBuilder::OpenFileSpace(hid_t dataSetId)

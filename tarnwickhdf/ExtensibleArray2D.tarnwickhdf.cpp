@@ -178,7 +178,7 @@ void WidenCache(ScopedDataSet& dataSet, hid_t parent, const std::string& name, c
     if (dataSet.get() < 0)
     {
         dataSet.reset(H5Dopen1(parent, name.c_str()));
-        CheckResult(dataSet.get(), "could not open extensible array '" + name + "'");
+        CheckResult(dataSet.get(), "could not open extensible array '", name, "'");
     }
 }
 
@@ -254,7 +254,7 @@ boost::shared_ptr<IExtensibleArray2D> IExtensibleArray2D::Open(boost::weak_ptr<I
                                                                const std::string& name)
 {
     ScopedDataSet dataSet = OpenDataSetAt("ExtensibleArray", parent, name);
-    CheckResult(dataSet.get(), "could not open extensible array '" + name + "'");
+    CheckResult(dataSet.get(), "could not open extensible array '", name, "'");
     return FromOpenDataSet(std::move(file), parent, name, dataSet.release());
 }
 

@@ -32,6 +32,7 @@ boost::shared_ptr<IFileTracker> globalFileTracker;
 constexpr int kHighestCompression = 9;
 constexpr double kLowerHitRateThreshold = 0.8;
 constexpr unsigned int kVersion = 1;
+constexpr size_t kShortName = 1024;
 
 std::string VersionAttributeName()
 {
@@ -129,10 +130,15 @@ void LowerTheHitRateThreshold(hid_t file)
 
 std::string FileNameOf(hid_t file)
 {
-    const ssize_t length = H5Fget_name(file, nullptr, 0);
+    char shortName[kShortName];
+    const ssize_t length = H5Fget_name(file, shortName, sizeof(shortName));
     if (length < 0)
     {
         throw std::runtime_error("Couldn't retrieve file name");
+    }
+    if (static_cast<size_t>(length) < sizeof(shortName))
+    {
+        return shortName;
     }
     std::vector<char> buffer(static_cast<size_t>(length) + 1, '\0');
     if (H5Fget_name(file, buffer.data(), buffer.size()) < 0)
@@ -160,7 +166,7 @@ IFile::IFile(const std::string& filename, const std::string& mode)
     const std::string effectiveMode = EffectiveMode(filename, mode);
     ScopedPropertyList accessList = CreateFileAccessList();
     ScopedFile file(OpenOrCreate(filename, effectiveMode, accessList.get()));
-    CheckResult(file.get(), "Failed to obtain a valid file handle for filename: " + filename);
+    CheckResult(file.get(), "Failed to obtain a valid file handle for filename: ", filename);
     accessList.reset();
     H5Eset_auto1(nullptr, nullptr);
     if (globalFileTracker)

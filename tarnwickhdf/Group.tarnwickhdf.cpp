@@ -6,6 +6,7 @@
 #include <tarnwickhdf/internal/CheckResult.h>
 #include <tarnwickhdf/internal/HandOver.h>
 #include <tarnwickhdf/internal/ObjectLookup.h>
+#include <tarnwickhdf/internal/QuietErrors.h>
 #include <tarnwickhdf/internal/ScopedId.h>
 
 #include <algorithm>
@@ -37,14 +38,14 @@ std::vector<std::string> SplitPathComponents(const std::string& name)
 ScopedGroup CreateGroupAt(hid_t parent, const std::string& name)
 {
     ScopedGroup group(H5Gcreate1(parent, name.c_str(), 0));
-    CheckResult(group.get(), "could not create group '" + name + "'");
+    CheckResult(group.get(), "could not create group '", name, "'");
     return group;
 }
 
 ScopedGroup OpenCheckedGroup(hid_t parent, const std::string& name)
 {
     ScopedGroup group = OpenGroupAt(parent, name);
-    CheckResult(group.get(), "could not open group '" + name + "'");
+    CheckResult(group.get(), "could not open group '", name, "'");
     return group;
 }
 
@@ -66,11 +67,63 @@ ScopedGroup OpenOrCreateLevel(hid_t parent, const std::string& component)
     return CreateGroupAt(parent, component);
 }
 
+// The path without leading, trailing and doubled slashes.
+std::string NormalizePath(const std::string& name)
+{
+    std::string path;
+    path.reserve(name.size());
+    for (const char character : name)
+    {
+        if (character != '/')
+        {
+            path += character;
+        }
+        else if (!path.empty() && path.back() != '/')
+        {
+            path += '/';
+        }
+    }
+    if (!path.empty() && path.back() == '/')
+    {
+        path.pop_back();
+    }
+    return path;
+}
+
+// HDF5 walks a path of several levels faster than one call a level does. That settles the usual cases, only the last
+// level missing or none. Nothing comes back for the others and for failures, whose words name a level.
+ScopedGroup CreateOrOpenAtOnce(hid_t location, const std::string& path)
+{
+    ScopedGroup group;
+    if (path.find('/') != std::string::npos && !HasDotComponent(path))
+    {
+        const QuietErrors quiet;
+        group.reset(H5Gcreate1(location, path.c_str(), 0));
+        if (group.get() < 0)
+        {
+            group.reset(H5Gopen1(location, path.c_str()));
+        }
+    }
+    return group;
+}
+
+ScopedGroup OpenOrCreateByLevels(hid_t location, const std::string& path)
+{
+    ScopedGroup level;
+    hid_t base = location;
+    for (const std::string& component : SplitPathComponents(path))
+    {
+        level = OpenOrCreateLevel(base, component);
+        base = level.get();
+    }
+    return level;
+}
+
 void CheckTableNotThere(hid_t parent, const std::string& name)
 {
     if (ITable::Exists(parent, name))
     {
-        CheckResult(-1, "Fail to create an already existing table: " + name);
+        CheckResult(-1, "Fail to create an already existing table: ", name);
     }
 }
 
@@ -132,20 +185,19 @@ void IGroup::SetDefaultCompression(int compression)
 
 boost::shared_ptr<IGroup> IGroup::CreateGroup(const std::string& name)
 {
-    const std::vector<std::string> components = SplitPathComponents(name);
-    if (components.empty())
+    const std::string path = NormalizePath(name);
+    if (path.empty())
     {
         return {};
     }
-    ScopedGroup level;
-    hid_t base = m_location;
-    for (const std::string& component : components)
+    ScopedGroup group = CreateOrOpenAtOnce(m_location, path);
+    if (group.get() < 0)
     {
-        level = OpenOrCreateLevel(base, component);
-        base = level.get();
+        group = OpenOrCreateByLevels(m_location, path);
     }
-    std::unique_ptr<IGroup> group(new IGroup(m_file, base, components.back(), m_default_compression));
-    return HandOver(std::move(group), level);
+    const std::string lastComponent = path.substr(path.rfind('/') + 1);
+    return HandOver(std::unique_ptr<IGroup>(new IGroup(m_file, group.get(), lastComponent, m_default_compression)),
+                    group);
 }
 
 boost::shared_ptr<IGroup> IGroup::CreateSubGroup(const std::string& name)
@@ -183,7 +235,7 @@ boost::shared_ptr<IArray> IGroup::CreateArray(const std::string& name, TDataType
 {
     if (IArray::Exists(m_location, name))
     {
-        CheckResult(H5Gunlink(m_location, name.c_str()), "Fail to remove array: '" + name + "'");
+        CheckResult(H5Gunlink(m_location, name.c_str()), "Fail to remove array: '", name, "'");
     }
     return IArray::CreateEmpty(m_file, m_location, name, type, m_default_compression);
 }

@@ -2,6 +2,7 @@
 #include <tarnwickhdf/INode.h>
 #include <tarnwickhdf/internal/CheckResult.h>
 #include <tarnwickhdf/internal/ObjectLookup.h>
+#include <tarnwickhdf/internal/QuietErrors.h>
 
 #include <boost/shared_ptr.hpp>
 
@@ -45,21 +46,6 @@ bool EveryObjectExists(hid_t location, const std::vector<std::string>& prefixes)
     return true;
 }
 
-// HDF5 passes over a "." in a path when it opens, but knows no link of that name.
-bool HasDotComponent(const std::string& name)
-{
-    for (size_t dot = name.find('.'); dot != std::string::npos; dot = name.find('.', dot + 1))
-    {
-        const bool begins = dot == 0 || name[dot - 1] == '/';
-        const bool ends = dot + 1 == name.size() || name[dot + 1] == '/';
-        if (begins && ends)
-        {
-            return true;
-        }
-    }
-    return false;
-}
-
 // An open that succeeds answers all questions about the path at the cost of one look-up. One that fails must not be
 // heard of: the caller asks the questions then.
 template <typename Holder>
@@ -68,11 +54,8 @@ Holder TryToOpen(hid_t (*open)(hid_t, const char*), hid_t parent, const std::str
     Holder opened;
     if (!HasDotComponent(name))
     {
-        H5E_BEGIN_TRY
-        {
-            opened.reset(open(parent, name.c_str()));
-        }
-        H5E_END_TRY
+        const QuietErrors quiet;
+        opened.reset(open(parent, name.c_str()));
     }
     return opened;
 }
@@ -104,6 +87,20 @@ std::vector<std::string> CumulativePathPrefixes(const std::string& name)
     return prefixes;
 }
 
+bool HasDotComponent(const std::string& name)
+{
+    for (size_t dot = name.find('.'); dot != std::string::npos; dot = name.find('.', dot + 1))
+    {
+        const bool begins = dot == 0 || name[dot - 1] == '/';
+        const bool ends = dot + 1 == name.size() || name[dot + 1] == '/';
+        if (begins && ends)
+        {
+            return true;
+        }
+    }
+    return false;
+}
+
 bool HasObjectOfType(hid_t location, const std::string& name, H5O_type_t type)
 {
     const std::vector<std::string> prefixes = CumulativePathPrefixes(name);
@@ -122,7 +119,7 @@ bool HasObjectOfType(hid_t location, const std::string& name, H5O_type_t type)
     {
         return false;
     }
-    CheckResult(H5Oget_info_by_name1(location, name.c_str(), &info, H5P_DEFAULT), "could not get info for " + name);
+    CheckResult(H5Oget_info_by_name1(location, name.c_str(), &info, H5P_DEFAULT), "could not get info for ", name);
     return info.type == type;
 }
 

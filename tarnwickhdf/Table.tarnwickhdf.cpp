@@ -67,9 +67,12 @@ hid_t CreateMemorySpace(hsize_t rows)
     return H5Screate_simple(1, &rows, nullptr);
 }
 
-std::string ReadFailure(herr_t status, const std::string& name)
+void CheckRead(herr_t status, const std::string& name)
 {
-    return "Error " + std::to_string(status) + " while reading from dataset '" + name + "'";
+    if (status < 0)
+    {
+        CheckResult(status, "Error " + std::to_string(status) + " while reading from dataset '" + name + "'");
+    }
 }
 
 std::string MemberName(hid_t compoundType, int column)
@@ -367,7 +370,7 @@ void ITable::SetFromSelection(void* buffer, size_t rows, const std::vector<hsize
 void ITable::GetToBuffer(void* buffer, hid_t memoryType) const
 {
     const herr_t status = H5Dread(m_location, MemoryTypeOrOwn(memoryType), H5S_ALL, H5S_ALL, H5P_DEFAULT, buffer);
-    CheckResult(status, ReadFailure(status, m_name));
+    CheckRead(status, m_name);
 }
 
 void ITable::GetFromHyperslab(void* buffer, size_t start, size_t stride, size_t count, hid_t memoryType) const
@@ -410,7 +413,7 @@ void ITable::GetFromSelection(void* buffer, hid_t memoryType, const std::vector<
     builder.memorySpace = CreateMemorySpace(selection.size());
     const herr_t status =
         H5Dread(m_location, MemoryTypeOrOwn(memoryType), builder.memorySpace, builder.fileSpace, H5P_DEFAULT, buffer);
-    CheckResult(status, ReadFailure(status, m_name));
+    CheckRead(status, m_name);
 }
 
 void ITable::GetFromToSelection(void* buffer, size_t memoryRows, hid_t memoryType,

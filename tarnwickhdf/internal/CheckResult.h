@@ -18,4 +18,24 @@ inline void CheckResult(long result, const std::string& message)
     CheckResult(static_cast<long long>(result), message);
 }
 
+/// The same with a message that becomes a string only for a failure.
+template <typename Result>
+void CheckResult(Result result, const char* message)
+{
+    if (result < 0)
+    {
+        CheckResult(result, std::string(message));
+    }
+}
+
+/// The same with a message that is put together, before + name + behind, only for a failure.
+template <typename Result>
+void CheckResult(Result result, const char* before, const std::string& name, const char* behind = "")
+{
+    if (result < 0)
+    {
+        CheckResult(result, before + name + behind);
+    }
+}
+
 } // namespace tarnwick::hdf

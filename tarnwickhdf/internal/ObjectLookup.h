@@ -23,6 +23,9 @@ void CheckObjectOfType(const std::string& kind, hid_t location, const std::strin
 /// The paths to every level of a name: "/a//b" gives "/", "/a", "/a/b".
 std::vector<std::string> CumulativePathPrefixes(const std::string& name);
 
+/// Whether a level of a path is ".": HDF5 passes over it when it opens, but knows no link of that name.
+bool HasDotComponent(const std::string& name);
+
 /// Opens the data set at a path. That it opens answers CheckObjectOfType's question too, so that the object is looked
 /// up once; only where it doesn't is CheckObjectOfType asked, for the words of its failure. A negative id comes back
 /// with the traceback of H5Dopen1 still on the stack, for the caller's message.
