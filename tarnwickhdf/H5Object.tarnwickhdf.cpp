@@ -57,14 +57,8 @@ herr_t WriteFrame(int number, H5E_error1_t* frame, void* stream)
 } // namespace
 
 IH5Object::IH5Object() = default;
-IH5Object::IH5Object(const IH5Object& /*other*/)
-{
-}
-// NOLINTNEXTLINE(bugprone-unhandled-self-assignment,cert-oop54-cpp): there is no state to assign.
-IH5Object& IH5Object::operator=(const IH5Object& /*other*/)
-{
-    return *this;
-}
+IH5Object::IH5Object(const IH5Object&) = default;
+IH5Object& IH5Object::operator=(const IH5Object&) = default;
 IH5Object::~IH5Object() = default;
 
 std::string IH5Object::ObtainTracebackErrors()
