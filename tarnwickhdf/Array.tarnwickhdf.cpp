@@ -5,6 +5,7 @@
 #include <tarnwickhdf/internal/HandOver.h>
 #include <tarnwickhdf/internal/IDataSetBuilder.h>
 #include <tarnwickhdf/internal/ObjectLookup.h>
+#include <tarnwickhdf/internal/Refusal.h>
 #include <tarnwickhdf/internal/ScopedId.h>
 
 #include <tarnwick/IException.h>
@@ -236,14 +237,19 @@ bool IArray::Exists(hid_t parent, const std::string& name)
 
 void IArray::QueryInfo(hid_t dataSet, TDataType::TDataType& type, hid_t& typeId, size_t& length, size_t& components)
 {
+    Raise(FindRefusal(dataSet, type, typeId, length, components));
+}
+
+Refusal IArray::FindRefusal(hid_t dataSet, TDataType::TDataType& type, hid_t& typeId, size_t& length,
+                            size_t& components)
+{
     typeId = H5Dget_type(dataSet);
     CheckResult(typeId, "could not get dataset's type");
     // A refused type leaves the one that a reopened array knew.
     const TDataType::TDataType stored = FindDataType(typeId);
     if (stored == TDataType::Undefined)
     {
-        CheckResult(-1,
-                    H5Tget_class(typeId) == H5T_COMPOUND ? "H5T_COMPOUND is not a valid Array" : "invalid HDF type");
+        return {H5Tget_class(typeId) == H5T_COMPOUND ? "H5T_COMPOUND is not a valid Array" : "invalid HDF type"};
     }
     type = stored;
     const Extent extent = ExtentOf(dataSet);
@@ -251,14 +257,19 @@ void IArray::QueryInfo(hid_t dataSet, TDataType::TDataType& type, hid_t& typeId,
     {
         length = 0;
         components = 0;
-        return;
+        return {};
     }
-    CheckResult(extent.rank > kMostDimensions ? -1 : 0, "there's no support for arrays with more than 2 dimensions");
-    CheckResult(type == TDataType::VarLenString && extent.rank == 2 ? -1 : 0,
-                "there's no support for variable length strings with more than 1 dimension");
+    if (extent.rank > kMostDimensions)
+    {
+        return {"there's no support for arrays with more than 2 dimensions"};
+    }
+    if (type == TDataType::VarLenString && extent.rank == 2)
+    {
+        return {"there's no support for variable length strings with more than 1 dimension"};
+    }
     if (extent.rank == 2 && extent.maximum[0] == H5S_UNLIMITED && extent.maximum[1] == H5S_UNLIMITED)
     {
-        throw std::runtime_error("not a valid Array");
+        return {"not a valid Array", true};
     }
     length = extent.dimensions[0];
     components = extent.rank == 2 ? extent.dimensions[1] : 1;
@@ -266,18 +277,19 @@ void IArray::QueryInfo(hid_t dataSet, TDataType::TDataType& type, hid_t& typeId,
     {
         components = H5Tget_size(typeId);
     }
+    return {};
 }
 
 boost::shared_ptr<IArray> IArray::Open(boost::weak_ptr<IFile> file, hid_t parent, const std::string& name)
 {
     ScopedDataSet dataSet = OpenDataSetAt("Array", parent, name);
     CheckResult(dataSet.get(), "could not open array '", name, "'");
-    return FromOpenDataSet(std::move(file), parent, name, dataSet.release());
+    return FromOpenDataSet(std::move(file), parent, name, dataSet.release(), false);
 }
 
 // Takes over the data set on every way out.
 boost::shared_ptr<IArray> IArray::FromOpenDataSet(boost::weak_ptr<IFile> file, hid_t parent, const std::string& name,
-                                                  hid_t dataSet)
+                                                  hid_t dataSet, bool isNullIfRefused)
 {
     ScopedDataSet ownedDataSet(dataSet);
     TDataType::TDataType type = TDataType::Undefined;
@@ -286,7 +298,13 @@ boost::shared_ptr<IArray> IArray::FromOpenDataSet(boost::weak_ptr<IFile> file, h
     size_t componentCount = 0;
     try
     {
-        QueryInfo(dataSet, type, openedType, elements, componentCount);
+        const Refusal refusal = FindRefusal(dataSet, type, openedType, elements, componentCount);
+        if (refusal && isNullIfRefused)
+        {
+            Close(ownedDataSet.release(), openedType);
+            return {};
+        }
+        Raise(refusal);
     }
     catch (...)
     {

@@ -4,6 +4,7 @@
 #include <tarnwickhdf/internal/DataTypeLookup.h>
 #include <tarnwickhdf/internal/HandOver.h>
 #include <tarnwickhdf/internal/ObjectLookup.h>
+#include <tarnwickhdf/internal/Refusal.h>
 #include <tarnwickhdf/internal/ScopedId.h>
 
 #include <algorithm>
@@ -255,12 +256,23 @@ boost::shared_ptr<IExtensibleArray2D> IExtensibleArray2D::Open(boost::weak_ptr<I
 {
     ScopedDataSet dataSet = OpenDataSetAt("ExtensibleArray", parent, name);
     CheckResult(dataSet.get(), "could not open extensible array '", name, "'");
-    return FromOpenDataSet(std::move(file), parent, name, dataSet.release());
+    return FromOpenDataSet(std::move(file), parent, name, dataSet.release(), false);
+}
+
+// What Open would do, without the exception and without the wider cache.
+bool IExtensibleArray2D::IsAt(hid_t parent, const std::string& name)
+{
+    const ScopedDataSet dataSet = OpenDataSetAt("ExtensibleArray", parent, name);
+    TDataType::TDataType type = TDataType::Undefined;
+    unsigned int rows = 0;
+    unsigned int columns = 0;
+    return dataSet.get() >= 0 && !FindRefusal(dataSet.get(), type, rows, columns);
 }
 
 // Takes over the data set on every way out.
 boost::shared_ptr<IExtensibleArray2D> IExtensibleArray2D::FromOpenDataSet(boost::weak_ptr<IFile> file, hid_t parent,
-                                                                          const std::string& name, hid_t opened)
+                                                                          const std::string& name, hid_t opened,
+                                                                          bool isNullIfRefused)
 {
     ScopedDataSet dataSet(opened);
     TDataType::TDataType type = TDataType::Undefined;
@@ -268,7 +280,12 @@ boost::shared_ptr<IExtensibleArray2D> IExtensibleArray2D::FromOpenDataSet(boost:
     unsigned int columns = 0;
     try
     {
-        QueryInfo(dataSet.get(), type, rows, columns);
+        const Refusal refusal = FindRefusal(dataSet.get(), type, rows, columns);
+        if (refusal && isNullIfRefused)
+        {
+            return {};
+        }
+        Raise(refusal);
     }
     catch (...)
     {
@@ -284,16 +301,19 @@ boost::shared_ptr<IExtensibleArray2D> IExtensibleArray2D::FromOpenDataSet(boost:
 
 void IExtensibleArray2D::QueryInfo(hid_t dataSet, TDataType::TDataType& type, unsigned int& rows, unsigned int& columns)
 {
+    Raise(FindRefusal(dataSet, type, rows, columns));
+}
+
+Refusal IExtensibleArray2D::FindRefusal(hid_t dataSet, TDataType::TDataType& type, unsigned int& rows,
+                                        unsigned int& columns)
+{
     ScopedType storedType(H5Dget_type(dataSet));
     CheckResult(storedType.get(), "could not get dataset's type");
     type = FindDataType(storedType.get());
     if (type == TDataType::Undefined)
     {
-        if (H5Tget_class(storedType.get()) == H5T_COMPOUND)
-        {
-            throw std::runtime_error("not an ExtensibleArray2D");
-        }
-        CheckResult(-1, "invalid HDF type");
+        return H5Tget_class(storedType.get()) == H5T_COMPOUND ? Refusal{"not an ExtensibleArray2D", true}
+                                                              : Refusal{"invalid HDF type"};
     }
     CheckResult(H5Tclose(storedType.release()), "could not close type_id");
     ScopedSpace space(H5Dget_space(dataSet));
@@ -302,14 +322,15 @@ void IExtensibleArray2D::QueryInfo(hid_t dataSet, TDataType::TDataType& type, un
     CheckResult(H5Sclose(space.release()), "error closing dataspace");
     if (!isFlat)
     {
-        throw std::runtime_error("dimension for ExtensibleArray did not return 2 as expected.");
+        return {"dimension for ExtensibleArray did not return 2 as expected.", true};
     }
     if (extent.maximum[kRows] != H5S_UNLIMITED && extent.maximum[kColumns] != H5S_UNLIMITED)
     {
-        throw std::runtime_error("not an ExtensibleArray2D");
+        return {"not an ExtensibleArray2D", true};
     }
     rows = static_cast<unsigned int>(extent.dimensions[kRows]);
     columns = static_cast<unsigned int>(extent.dimensions[kColumns]);
+    return {};
 }
 
 int IExtensibleArray2D::Resize(unsigned int newRows, unsigned int newColumns)

@@ -330,8 +330,7 @@ bool IGroup::HasExtensibleArray2D(const std::string& name) const
 {
     try
     {
-        IExtensibleArray2D::Open(m_file, m_location, name);
-        return true;
+        return IExtensibleArray2D::IsAt(m_location, name);
     }
     catch (const std::runtime_error&)
     {

@@ -5,6 +5,7 @@
 #include <tarnwickhdf/ITable.h>
 #include <tarnwickhdf/internal/CheckResult.h>
 #include <tarnwickhdf/internal/HandOver.h>
+#include <tarnwickhdf/internal/QuietErrors.h>
 #include <tarnwickhdf/internal/ScopedId.h>
 
 #include <cstring>
@@ -12,6 +13,7 @@
 #include <functional>
 #include <memory>
 #include <stdexcept>
+#include <utility>
 
 namespace tarnwick::hdf
 {
@@ -30,7 +32,11 @@ struct Walk
     int kind;
     std::function<bool(const ChildName& name)> visit; ///< Returns whether the walk goes on.
     std::function<void()> restart;                    ///< Forgets what was visited: the walk begins anew.
-    std::exception_ptr failure;
+    /// Opens a child that may be of another kind, which tells its kind at the cost of the one look-up; returns whether
+    /// that went well. Empty where children aren't opened.
+    std::function<bool(hid_t group, const char* name)> tryToOpen = nullptr;
+    bool wasOfKind = true; ///< The child before: groups mostly hold children of one kind.
+    std::exception_ptr failure = nullptr;
 };
 
 hsize_t CountChildren(hid_t group)
@@ -82,7 +88,12 @@ herr_t ShowChild(hid_t group, const char* name, const H5L_info_t* info, void* da
     auto& walk = *static_cast<Walk*>(data);
     try
     {
-        if (KindOfChild(group, name, info->type) != walk.kind)
+        if (walk.tryToOpen && walk.wasOfKind && info->type == H5L_TYPE_HARD && walk.tryToOpen(group, name))
+        {
+            return 0;
+        }
+        walk.wasOfKind = KindOfChild(group, name, info->type) == walk.kind;
+        if (!walk.wasOfKind)
         {
             return 0;
         }
@@ -112,9 +123,12 @@ void WalkByIndex(hid_t group, const Walk& walk)
 // HDF5 can't iterate, for the words of the failure and for what can still be read of a damaged group.
 void WalkChildren(hid_t group, Walk walk)
 {
-    if (H5Literate(group, H5_INDEX_NAME, H5_ITER_INC, nullptr, &ShowChild, &walk) >= 0)
     {
-        return;
+        const QuietErrors quiet;
+        if (H5Literate(group, H5_INDEX_NAME, H5_ITER_INC, nullptr, &ShowChild, &walk) >= 0)
+        {
+            return;
+        }
     }
     if (walk.failure)
     {
@@ -124,21 +138,36 @@ void WalkChildren(hid_t group, Walk walk)
     WalkByIndex(group, walk);
 }
 
-// Opens a child while HDF5 still holds what it has just read of it. A cut name, and a child that doesn't open at once,
-// are left to `openByName` and its checks.
-template <typename Node, typename Holder, typename FromId, typename OpenByName>
-boost::shared_ptr<Node> OpenChild(hid_t group, const std::string& name, hid_t (*open)(hid_t, const char*),
-                                  FromId fromId, OpenByName openByName)
+// Opens the children of a kind while HDF5 still holds what it has just read of them. A cut name, and a child that doesn't
+// open at once, are left to `openByName` and its checks.
+template <typename Holder, typename Take, typename OpenByName>
+void OpenChildren(hid_t location, int kind, hid_t (*open)(hid_t, const char*), Take take, OpenByName openByName,
+                  std::function<void()> restart)
 {
-    if (name.size() < kNameBufferSize - 1)
+    const auto tryToOpen = [&](hid_t group, const char* name)
     {
-        Holder child(open(group, name.c_str()));
-        if (child.get() >= 0)
+        if (strnlen(name, kNameBufferSize) >= kNameBufferSize - 1)
         {
-            return fromId(child.release());
+            return false;
         }
-    }
-    return openByName();
+        Holder child(open(group, name));
+        if (child.get() < 0)
+        {
+            return false;
+        }
+        take(name, std::move(child));
+        return true;
+    };
+    const auto visit = [&](const ChildName& childName)
+    {
+        const std::string name = childName();
+        if (!tryToOpen(location, name.c_str()))
+        {
+            openByName(name);
+        }
+        return true;
+    };
+    WalkChildren(location, {kind, visit, std::move(restart), tryToOpen});
 }
 
 // Opens the data sets that open as this class and passes over the others: every refusal is a std::runtime_error.
@@ -146,21 +175,25 @@ template <typename DataSet, typename FromId>
 std::vector<boost::shared_ptr<DataSet>> ListDataSets(const boost::weak_ptr<IFile>& file, hid_t group, FromId fromId)
 {
     std::vector<boost::shared_ptr<DataSet>> dataSets;
-    const auto open = [&](const ChildName& childName)
+    const auto keep = [&](auto make)
     {
-        const std::string name = childName();
         try
         {
-            dataSets.push_back(OpenChild<DataSet, ScopedDataSet>(
-                group, name, &H5Dopen1, [&](hid_t id) { return fromId(file, group, name, id); },
-                [&] { return DataSet::Open(file, group, name); }));
+            if (boost::shared_ptr<DataSet> dataSet = make())
+            {
+                dataSets.push_back(std::move(dataSet));
+            }
         }
         catch (const std::runtime_error&) // NOLINT(bugprone-empty-catch): what doesn't open as this kind isn't listed.
         {
         }
-        return true;
     };
-    WalkChildren(group, {H5G_DATASET, open, [&] { dataSets.clear(); }, nullptr});
+    OpenChildren<ScopedDataSet>(
+        group, H5G_DATASET, &H5Dopen1,
+        [&](const char* name, ScopedDataSet opened)
+        { keep([&] { return fromId(file, group, name, opened.release(), true); }); },
+        [&](const std::string& name) { keep([&] { return DataSet::Open(file, group, name); }); },
+        [&] { dataSets.clear(); });
     return dataSets;
 }
 
@@ -175,26 +208,25 @@ void IGroup::ListNames(int kind, std::vector<std::string>& names) const
     };
     CountChildren(m_location);
     names.clear();
-    WalkChildren(m_location, {kind, keepName, [&] { names.clear(); }, nullptr});
+    WalkChildren(m_location, {kind, keepName,
+                              [&]
+                              {
+                                  names.clear();
+                              }});
 }
 
 std::vector<boost::shared_ptr<IGroup>> IGroup::ListGroups() const
 {
     std::vector<boost::shared_ptr<IGroup>> groups;
-    const auto open = [&](const ChildName& childName)
+    const auto take = [&](const char* name, ScopedGroup group)
     {
-        const std::string name = childName();
-        const auto fromId = [&](hid_t id)
-        {
-            ScopedGroup group(id);
-            return HandOver(std::unique_ptr<IGroup>(new IGroup(m_file, id, name, m_default_compression)), group);
-        };
-        groups.push_back(
-            OpenChild<IGroup, ScopedGroup>(m_location, name, &H5Gopen1, fromId,
-                                           [&] { return Open(m_file, m_location, name, m_default_compression); }));
-        return true;
+        std::unique_ptr<IGroup> node(new IGroup(m_file, group.get(), name, m_default_compression));
+        groups.push_back(HandOver(std::move(node), group));
     };
-    WalkChildren(m_location, {H5G_GROUP, open, [&] { groups.clear(); }, nullptr});
+    OpenChildren<ScopedGroup>(
+        m_location, H5G_GROUP, &H5Gopen1, take,
+        [&](const std::string& name) { groups.push_back(Open(m_file, m_location, name, m_default_compression)); },
+        [&] { groups.clear(); });
     return groups;
 }
 
@@ -236,7 +268,11 @@ size_t IGroup::GetNumberOfGroups() const
         ++groups;
         return true;
     };
-    WalkChildren(m_location, {H5G_GROUP, countIt, [&] { groups = 0; }, nullptr});
+    WalkChildren(m_location, {H5G_GROUP, countIt,
+                              [&]
+                              {
+                                  groups = 0;
+                              }});
     return groups;
 }
 
@@ -248,7 +284,8 @@ bool IGroup::HasDataSet() const
         found = true;
         return false;
     };
-    WalkChildren(m_location, {H5G_DATASET, stopHere, [] {}, nullptr});
+    WalkChildren(m_location, {H5G_DATASET, stopHere, [] {
+                              }});
     return found;
 }
 

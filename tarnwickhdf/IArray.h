@@ -18,6 +18,7 @@ namespace tarnwick::hdf
 {
 
 class IFile;
+struct Refusal;
 
 /// A data set of at most two dimensions whose elements are numbers or strings, written and read as a whole or by
 /// hyperslabs.
@@ -160,8 +161,10 @@ private:
     IArray(boost::weak_ptr<IFile> file, hid_t parent, hid_t dataSet, const std::string& name, size_t componentCount,
            size_t elementCount, hid_t type, int level, bool typeIsOwn, TDataType::TDataType typeName);
 
+    static Refusal FindRefusal(hid_t dataSet, TDataType::TDataType& type, hid_t& typeId, size_t& length,
+                               size_t& components);
     static boost::shared_ptr<IArray> FromOpenDataSet(boost::weak_ptr<IFile> file, hid_t parent, const std::string& name,
-                                                     hid_t dataSet);
+                                                     hid_t dataSet, bool isNullIfRefused);
     void Close();
     static void Close(hid_t dataSet, hid_t typeId);
     void ShareIds() const;

@@ -15,6 +15,7 @@ namespace tarnwick::hdf
 {
 
 class IFile;
+struct Refusal;
 
 /// A chunked two-dimensional data set that grows row by row and column by column. Its maximum dimensions are unlimited,
 /// which also tells it from a plain array when a file is read back.
@@ -113,8 +114,11 @@ private:
     IExtensibleArray2D(boost::weak_ptr<IFile> file, hid_t dataSet, std::string name, TDataType::TDataType type,
                        unsigned int rowCount, unsigned int columnCount);
 
+    static Refusal FindRefusal(hid_t dataSet, TDataType::TDataType& type, unsigned int& rows, unsigned int& columns);
+    static bool IsAt(hid_t parent, const std::string& name);
     static boost::shared_ptr<IExtensibleArray2D> FromOpenDataSet(boost::weak_ptr<IFile> file, hid_t parent,
-                                                                 const std::string& name, hid_t opened);
+                                                                 const std::string& name, hid_t opened,
+                                                                 bool isNullIfRefused);
 
     unsigned int rows;
     unsigned int columns;

@@ -194,12 +194,11 @@ private:
     void Close();
     static void QueryInfo(hid_t parent, const std::string& name, hid_t& dataSet, size_t& rows, hid_t& compound);
 
-    static void QueryOpenDataSet(IDataSetBuilder& builder, const std::string& name, hid_t& dataSet, size_t& rows,
-                                 hid_t& compound);
+    static bool IsTable(IDataSetBuilder& builder, size_t& rows);
     static boost::shared_ptr<ITable> FromOpenDataSet(boost::weak_ptr<IFile> file, hid_t parent, const std::string& name,
-                                                     hid_t dataSet);
+                                                     hid_t dataSet, bool isNullIfRefused);
     static boost::shared_ptr<ITable> FromBuilder(boost::weak_ptr<IFile> file, hid_t parent, const std::string& name,
-                                                 IDataSetBuilder& builder);
+                                                 IDataSetBuilder& builder, size_t rows);
     static boost::shared_ptr<ITable> MakeOf(IDataSetBuilder& builder, boost::weak_ptr<IFile> file, hid_t parent,
                                             const std::string& name, size_t rows, hid_t type);
     bool FitsInPlace(size_t rows, hid_t type) const;

@@ -62,6 +62,11 @@ void CheckNoDataSet(hid_t parent, const std::string& name)
     CheckResult(HasObjectOfType(parent, name, H5O_TYPE_DATASET) ? -1 : 0, "Table already exist. Fail to create!");
 }
 
+void CheckIsTable(bool isTable, const std::string& name)
+{
+    CheckResult(isTable ? 0 : -1, "could not open Table '", name, "'");
+}
+
 hid_t CreateMemorySpace(hsize_t rows)
 {
     return H5Screate_simple(1, &rows, nullptr);
@@ -182,27 +187,32 @@ boost::shared_ptr<ITable> ITable::Open(boost::weak_ptr<IFile> file, hid_t parent
 {
     IDataSetBuilder builder;
     builder.OpenDataSet(parent, name);
-    return FromBuilder(std::move(file), parent, name, builder);
+    size_t rows = 0;
+    CheckIsTable(IsTable(builder, rows), name);
+    return FromBuilder(std::move(file), parent, name, builder, rows);
 }
 
 // Takes over the data set on every way out.
 boost::shared_ptr<ITable> ITable::FromOpenDataSet(boost::weak_ptr<IFile> file, hid_t parent, const std::string& name,
-                                                  hid_t dataSet)
+                                                  hid_t dataSet, bool isNullIfRefused)
 {
     IDataSetBuilder builder;
     builder.dataSet = dataSet;
-    return FromBuilder(std::move(file), parent, name, builder);
+    size_t rows = 0;
+    const bool isTable = IsTable(builder, rows);
+    if (!isTable && isNullIfRefused)
+    {
+        return {};
+    }
+    CheckIsTable(isTable, name);
+    return FromBuilder(std::move(file), parent, name, builder, rows);
 }
 
 boost::shared_ptr<ITable> ITable::FromBuilder(boost::weak_ptr<IFile> file, hid_t parent, const std::string& name,
-                                              IDataSetBuilder& builder)
+                                              IDataSetBuilder& builder, size_t rows)
 {
-    hid_t openedDataSet = -1;
-    hid_t openedType = -1;
-    size_t rows = 0;
-    QueryOpenDataSet(builder, name, openedDataSet, rows, openedType);
-    ScopedType compound(openedType);
-    ScopedDataSet dataSet(openedDataSet);
+    ScopedType compound(builder.TakeType());
+    ScopedDataSet dataSet(builder.TakeDataSet());
     std::unique_ptr<ITable> table(new ITable(std::move(file), parent, dataSet.get(), name, rows, compound.get()));
     return HandOver(std::move(table), dataSet, compound);
 }
@@ -211,27 +221,33 @@ void ITable::QueryInfo(hid_t parent, const std::string& name, hid_t& dataSet, si
 {
     IDataSetBuilder builder;
     builder.OpenDataSet(parent, name);
-    QueryOpenDataSet(builder, name, dataSet, rows, compound);
+    CheckIsTable(IsTable(builder, rows), name);
+    compound = builder.TakeType();
+    dataSet = builder.TakeDataSet();
 }
 
-void ITable::QueryOpenDataSet(IDataSetBuilder& builder, const std::string& name, hid_t& dataSet, size_t& rows,
-                              hid_t& compound)
+// Whether the builder's data set is a table; its type is left in the builder.
+bool ITable::IsTable(IDataSetBuilder& builder, size_t& rows)
 {
     builder.typeId = H5Dget_type(builder.dataSet);
-    const std::string refusal = "could not open Table '" + name + "'";
     const H5T_class_t elementClass = H5Tget_class(builder.typeId);
-    CheckResult(elementClass == H5T_COMPOUND || elementClass == H5T_VLEN ? 0 : -1, refusal);
+    if (elementClass != H5T_COMPOUND && elementClass != H5T_VLEN)
+    {
+        return false;
+    }
     builder.OpenFileSpace(-1);
     const int rank = H5Sget_simple_extent_ndims(builder.fileSpace);
-    CheckResult(rank == 0 || rank == 1 ? 0 : -1, refusal);
+    if (rank != 0 && rank != 1)
+    {
+        return false;
+    }
     hsize_t extent = 0;
     if (rank == 1)
     {
         H5Sget_simple_extent_dims(builder.fileSpace, &extent, nullptr);
     }
     rows = extent;
-    compound = builder.TakeType();
-    dataSet = builder.TakeDataSet();
+    return true;
 }
 
 bool ITable::Exists(hid_t parent, const std::string& name)
