@@ -16,6 +16,17 @@ constexpr std::uint64_t kLargestGivenChunk = 0xFFFFFFFFU;
 constexpr std::uint64_t kLargestSingleChunk = 0x80000000U;
 constexpr unsigned int kPieceShift = 31;
 
+void SelectElements(hid_t space, const std::vector<hsize_t>& coordinates, const std::string& message)
+{
+    CheckResult(H5Sselect_elements(space, H5S_SELECT_SET, coordinates.size(), coordinates.data()), message);
+    hsize_t extent = 0;
+    hsize_t first = 0;
+    hsize_t last = 0;
+    CheckResult(H5Sget_simple_extent_dims(space, &extent, nullptr), message);
+    CheckResult(H5Sget_select_bounds(space, &first, &last), message);
+    CheckResult(last < extent ? 0 : -1, message);
+}
+
 } // namespace
 
 IDataSetBuilder::~IDataSetBuilder()
@@ -140,8 +151,7 @@ hid_t IDataSetBuilder::OpenFileSpace(hid_t dataSetId)
 
 void IDataSetBuilder::SelectFileElements(const std::vector<hsize_t>& coordinates) const
 {
-    CheckResult(H5Sselect_elements(fileSpace, H5S_SELECT_SET, coordinates.size(), coordinates.data()),
-                "Error while selecting elements from file data set");
+    SelectElements(fileSpace, coordinates, "Error while selecting elements from file data set");
 }
 
 void IDataSetBuilder::SelectFileHyperslab(hsize_t start, hsize_t stride, hsize_t count) const
@@ -152,8 +162,7 @@ void IDataSetBuilder::SelectFileHyperslab(hsize_t start, hsize_t stride, hsize_t
 
 void IDataSetBuilder::SelectMemoryElements(const std::vector<hsize_t>& coordinates) const
 {
-    CheckResult(H5Sselect_elements(memorySpace, H5S_SELECT_SET, coordinates.size(), coordinates.data()),
-                "Error while selecting elements from memory data set");
+    SelectElements(memorySpace, coordinates, "Error while selecting elements from memory data set");
 }
 
 hid_t IDataSetBuilder::TakeDataSet()

@@ -348,7 +348,11 @@ void ITable::Rewrite(hid_t type, CreateReplacement createReplacement)
         newType.reset();
         newType.reset(H5Tcopy(type));
     }
-    H5Gunlink(parentId, m_name.c_str());
+    // A closed table has no type to make anything of: what has its name by now isn't its own to remove.
+    if (newType.get() > 0 || type > 0)
+    {
+        H5Gunlink(parentId, m_name.c_str());
+    }
     createReplacement(newType.get());
     newType.reset();
     QueryInfo(parentId, m_name, m_location, numberOfRows, compoundType);

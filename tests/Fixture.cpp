@@ -27,7 +27,10 @@ IdCounts IdCounts::Now()
     IdCounts ids;
     for (size_t i = 0; i < kKinds.size(); ++i)
     {
-        ids.counts[i] = static_cast<hsize_t>(H5I_nmembers(kKinds[i]));
+        // A conversion that HDF5 remembers keeps types of its own, which aren't among those that it counts for callers.
+        ids.counts[i] =
+            static_cast<hsize_t>(kKinds[i] == H5I_DATATYPE ? H5Fget_obj_count(hid_t{H5F_OBJ_ALL}, H5F_OBJ_DATATYPE)
+                                                           : H5I_nmembers(kKinds[i]));
     }
     return ids;
 }

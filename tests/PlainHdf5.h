@@ -1,0 +1,107 @@
+#pragma once
+
+#include "Fixture.h"
+
+#include <tarnwickhdf/internal/ScopedId.h>
+
+#include <algorithm>
+#include <functional>
+#include <map>
+#include <numeric>
+#include <optional>
+#include <sstream>
+
+namespace tarnwick::hdf::tests
+{
+
+using Dims = std::vector<hsize_t>;
+constexpr hsize_t kInf = H5S_UNLIMITED;
+
+/// A compound type without gaps.
+inline ScopedType CompoundOf(const std::vector<std::pair<std::string, hid_t>>& members)
+{
+    const auto add = [](size_t sum, const auto& member)
+    {
+        return sum + H5Tget_size(member.second);
+    };
+    ScopedType type(H5Tcreate(H5T_COMPOUND, std::accumulate(members.begin(), members.end(), size_t{0}, add)));
+    size_t offset = 0;
+    for (const auto& [name, member] : members)
+    {
+        H5Tinsert(type.get(), name.c_str(), offset, member);
+        offset += H5Tget_size(member);
+    }
+    return type;
+}
+
+inline ScopedType StringType(size_t size, H5T_cset_t charset)
+{
+    ScopedType type(H5Tcopy(H5T_C_S1));
+    H5Tset_size(type.get(), size);
+    H5Tset_cset(type.get(), charset);
+    return type;
+}
+
+/// Makes a data set past the library: null without dimensions, in chunks of one element if it can grow.
+inline void WritePlain(hid_t parent, const std::string& name, hid_t type, const std::optional<Dims>& dims,
+                       const Dims& max = {}, const void* buffer = nullptr)
+{
+    const int rank = dims ? static_cast<int>(dims->size()) : 0;
+    const ScopedSpace space(rank == 0 ? H5Screate(dims ? H5S_SCALAR : H5S_NULL)
+                                      : H5Screate_simple(rank, dims->data(), max.empty() ? nullptr : max.data()));
+    const ScopedPropertyList list(H5Pcreate(H5P_DATASET_CREATE));
+    max.empty() ? 0 : H5Pset_chunk(list.get(), rank, Dims(max.size(), 1).data());
+    const ScopedDataSet made(H5Dcreate2(parent, name.c_str(), type, space.get(), H5P_DEFAULT, list.get(), H5P_DEFAULT));
+    EXPECT_GE(made.get(), 0) << name;
+    buffer == nullptr ? 0 : H5Dwrite(made.get(), type, H5S_ALL, H5S_ALL, H5P_DEFAULT, buffer);
+}
+
+template <typename Numbers>
+std::string Joined(const Numbers& numbers)
+{
+    std::ostringstream text;
+    std::for_each(numbers.begin(), numbers.end(), [&](const auto& number) { text << " " << number; });
+    return text.str();
+}
+
+/// How a data set lies in the file and what plain HDF5 reads of it, as " 3 2 chunk 1 1 unlimited deflate 6: 1 2 3".
+inline std::string ContentOf(hid_t dataSet, hid_t memoryType = H5T_NATIVE_INT)
+{
+    const ScopedSpace space(H5Dget_space(dataSet));
+    const ScopedPropertyList list(H5Dget_create_plist(dataSet));
+    Dims dims(static_cast<size_t>(std::max(H5Sget_simple_extent_ndims(space.get()), 0)));
+    Dims max = dims;
+    H5Sget_simple_extent_dims(space.get(), dims.data(), max.data());
+    std::string text = dataSet < 0 ? "nothing" : Joined(dims);
+    text += H5Pget_chunk(list.get(), static_cast<int>(dims.size()), dims.data()) > 0 ? " chunk" + Joined(dims) : "";
+    text += dims.size() == 2 && max == Dims{kInf, kInf} ? " unlimited" : "";
+    for (int i = 0; i < H5Pget_nfilters(list.get()); ++i)
+    {
+        std::array<unsigned int, 1> values = {};
+        size_t count = values.size();
+        char filter[8] = "";
+        H5Pget_filter2(list.get(), static_cast<unsigned int>(i), nullptr, &count, values.data(), 8, filter, nullptr);
+        text += " " + std::string(filter) + (i == 0 ? "" : Joined(values));
+    }
+    std::vector<int> cells(static_cast<size_t>(std::max<hssize_t>(H5Sget_simple_extent_npoints(space.get()), 0)));
+    cells.size() > 99 ? 0 : H5Dread(dataSet, memoryType, H5S_ALL, H5S_ALL, H5P_DEFAULT, cells.data());
+    return text + ":" + (cells.size() > 99 ? " many" : Joined(cells));
+}
+
+inline std::string ContentOf(const IGroup& group, const std::string& name, hid_t memoryType = H5T_NATIVE_INT)
+{
+    return ContentOf(ScopedDataSet(H5Dopen1(group.LocationID(), name.c_str())).get(), memoryType);
+}
+
+/// Which listings a child is in: G, A, E and T for the four kinds.
+inline std::string KindsOf(const IGroup& group, const std::string& name)
+{
+    const auto has = [&](const auto& nodes, const char* kind)
+    {
+        return std::any_of(nodes.begin(), nodes.end(), [&](auto& n) { return n->GetName() == name; }) ? kind : "";
+    };
+    return std::string(has(group.ListGroups(), "G")) + has(group.ListArrays(), "A") +
+           has(group.ListExtensibleArrays2D(), "E") + has(group.ListTables(), "T");
+}
+
+} // namespace tarnwick::hdf::tests
