@@ -1,14 +1,15 @@
 #!/usr/bin/env bash
 # Installs what is missing, builds and tests: plainly and under the address and undefined behaviour sanitizers.
-# The program with threads runs under the thread sanitizer too. `--plain` leaves the sanitizers out, `--tsan` runs
-# everything under the thread sanitizer, `--long` runs the long variants.
+# The program with threads runs under the thread sanitizer too, and memcheck.sh follows. `--plain` leaves all that out,
+# `--tsan` runs everything under the thread sanitizer, `--long` runs the long variants.
 set -euo pipefail
 source "$(dirname "$0")/common.sh"
 presets=(release asan)
 threads_alone=yes
+memcheck=yes
 for option in "$@"; do
   case $option in
-  --plain) presets=(release); threads_alone=no ;;
+  --plain) presets=(release); threads_alone=no; memcheck=no ;;
   --tsan) presets+=(tsan); threads_alone=no ;;
   --long) export TARNWICKHDF_LONG_TESTS=1 ;;
   *) echo "unknown option: $option" >&2; exit 2 ;;
@@ -25,4 +26,5 @@ if [ "$threads_alone" = yes ]; then
   stage "Testing the program with threads (tsan)"
   ctest --preset tsan --tests-regex '^threads$'
 fi
+[ "$memcheck" = no ] || scripts/memcheck.sh
 stage "All tests passed: ${presets[*]}"

@@ -8,9 +8,11 @@
 
 #include <tarnwick/text.h>
 
+#include <cstdlib>
 #include <filesystem>
 #include <fstream>
 #include <iostream>
+#include <mutex>
 #include <stdexcept>
 #include <system_error>
 #include <vector>
@@ -124,6 +126,43 @@ void LowerTheHitRateThreshold(hid_t file)
     H5AC_cache_config_t config = CacheConfigurationOf(file);
     config.lower_hr_threshold = kLowerHitRateThreshold;
     H5Fset_mdc_config(file, &config);
+}
+
+// HDF5 1.10 keeps the id of a file that it failed to close, but frees the file behind it. When the process exits, HDF5
+// closes the ids that are left, this one a second time, and crashes. It passes over an id that an error record names.
+struct UnclosedFiles
+{
+    std::mutex mutex;
+    std::vector<hid_t> ids;
+};
+
+// Never destroyed: the application's own last files go when the library's objects may already be gone.
+UnclosedFiles& GetUnclosedFiles()
+{
+    static UnclosedFiles* const files = new UnclosedFiles;
+    return *files;
+}
+
+void KeepFromClosingAtExit()
+{
+    // Else HDF5 might complain about the ids that it has to leave.
+    H5Eset_auto2(H5E_DEFAULT, nullptr, nullptr);
+    for (const hid_t file : GetUnclosedFiles().ids)
+    {
+        H5Epush2(H5Ecreate_stack(), "", "", 0, file, file, file, "not closed");
+    }
+}
+
+void AddUnclosedFile(hid_t file)
+{
+    UnclosedFiles& files = GetUnclosedFiles();
+    const std::lock_guard<std::mutex> lock(files.mutex);
+    // HDF5 has registered its own end before, so that this one comes first.
+    if (files.ids.empty())
+    {
+        std::atexit(&KeepFromClosingAtExit);
+    }
+    files.ids.push_back(file);
 }
 
 } // namespace
@@ -245,10 +284,23 @@ void IFile::CloseNamed(const std::string& name)
 {
     const std::string message = "Error closing file: " + name;
     InvalidateNodes();
-    CheckResult(H5Fclose(m_file_id), message);
+    CloseId(message);
     if (globalFileTracker)
     {
         globalFileTracker->OnClose(m_file_id, name);
+    }
+}
+
+void IFile::CloseId(const std::string& message)
+{
+    try
+    {
+        CheckResult(H5Fclose(m_file_id), message);
+    }
+    catch (const std::runtime_error&)
+    {
+        AddUnclosedFile(m_file_id);
+        throw;
     }
 }
 
@@ -256,13 +308,13 @@ void IFile::CloseNamed(const std::string& name)
 void IFile::CloseUnnamed() noexcept
 {
     InvalidateNodes();
-    if (H5Fclose(m_file_id) < 0 || !globalFileTracker)
-    {
-        return;
-    }
     try
     {
-        globalFileTracker->OnClose(m_file_id, std::string());
+        CloseId(std::string());
+        if (globalFileTracker)
+        {
+            globalFileTracker->OnClose(m_file_id, std::string());
+        }
     }
     catch (...) // NOLINT(bugprone-empty-catch): nobody is left who could hear of it.
     {

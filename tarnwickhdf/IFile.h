@@ -82,8 +82,10 @@ public:
     /// closes, the tracker hears of it. A second call does nothing. The cost grows with the number of live nodes.
     /// @throws std::runtime_error "Couldn't retrieve file name" (plain) if HDF5 can't name the file, which then stays
     ///         open.
-    /// @throws std::runtime_error "Error closing file: " + name with traceback if HDF5 fails to close; the file counts
-    ///         as closed and its nodes as invalid, and the tracker hears nothing.
+    /// @throws std::runtime_error "Error closing file: " + name with traceback if HDF5 fails to close, as on a full
+    ///         disk; what it couldn't write is lost. The file counts as closed and its nodes as invalid, and the tracker
+    ///         hears nothing. HDF5 keeps the id and some memory of such a file until the process ends; other files and
+    ///         the regular end of the process aren't touched by that.
     /// @throws what the installed tracker throws from OnClose; the file is closed.
     void Close();
 
@@ -143,6 +145,7 @@ private:
     void RegisterNode(INode* node);
     void UnRegisterNode(INode* node);
     void CloseNamed(const std::string& name);
+    void CloseId(const std::string& message);
     void CloseUnnamed() noexcept;
     void InvalidateNodes() noexcept;
     void WriteOrReadVersionMark(const std::string& mode);

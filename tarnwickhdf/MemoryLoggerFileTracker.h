@@ -17,7 +17,9 @@ namespace tarnwick::hdf
 /// the moments to sample: nothing in the library calls it.
 ///
 /// Several threads may open, close and sample at once: the list of files has a mutex of its own. A sample that meets a
-/// file in the very moment of its closing fails as AppendToMemoryLog tells, and nothing is lost by trying again.
+/// file in the very moment of its closing fails as AppendToMemoryLog tells, and nothing is lost by trying again. A sample
+/// holds that mutex while it asks HDF5: while another thread samples, open and close no file inside a callback of HDF5,
+/// which holds HDF5's own lock, or both may wait for each other.
 class TARNWICKHDF_EXPORT MemoryLoggerFileTracker : public IFileTracker
 {
 public:
@@ -48,7 +50,8 @@ public:
     /// A log file that can't be opened or written is passed over in silence. Lines of concurrent calls on one log file
     /// may mix; give each thread a log of its own or sample from one thread.
     /// @throws std::runtime_error "Couldn't retrieve file name" (plain) if HDF5 can't name a file of the list, for
-    ///         example one that another thread is closing; no line is written.
+    ///         example one that another thread is closing; no line is written. On a thread that has opened no file
+    ///         HDF5 prints this failure as well.
     /// @throws nlohmann::json::type_error number 316, "invalid UTF-8 byte at index ..." in its text, if a file's name
     ///         isn't UTF-8; what was written up to there stays in the log as an unfinished line.
     void AppendToMemoryLog(int index, const std::string& name);

@@ -30,6 +30,8 @@ std::string LocalTimestamp()
 #if defined(_WIN32)
     localtime_s(&local, &seconds);
 #else
+    // localtime_r alone may go on with the time zone that the process started with.
+    tzset();
     localtime_r(&seconds, &local);
 #endif
     std::ostringstream text;

