@@ -3,12 +3,9 @@
 set -euo pipefail
 source "$(dirname "$0")/common.sh"
 scripts/install-deps.sh build demo
-stage "Configuring"
-quietly cmake --preset release -DTARNWICKHDF_BUILD_TESTS=OFF
-stage "Building"
-quietly cmake --build --preset release --parallel "$jobs" --target weather airports tree
-programs=build/release/examples
-out=build/demo
+build_preset demo weather airports tree
+programs=build/demo/examples
+out=build/demo/files
 rm -rf "$out"
 mkdir -p "$out"
 stage "weather: four years of weather go into a file and come back"
