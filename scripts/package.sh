@@ -19,10 +19,10 @@ trap 'rm -rf "$root"' EXIT
 try_consumers='
 set -euo pipefail
 cd "$1"
-cmake -S package -B by-cmake -DCMAKE_BUILD_TYPE=Release >/dev/null
+cmake -S consumer -B by-cmake -DCMAKE_BUILD_TYPE=Release >/dev/null
 cmake --build by-cmake >/dev/null
 by-cmake/consumer by-cmake.h5
-g++ -std=c++17 package/consumer.cpp $(pkg-config --cflags --libs tarnwickhdf) -o by-pkg-config
+g++ -std=c++17 consumer/consumer.cpp $(pkg-config --cflags --libs tarnwickhdf) -o by-pkg-config
 ./by-pkg-config by-pkg-config.h5
 '
 
@@ -31,7 +31,7 @@ if [ "${1:-}" = --clean-root ]; then
   stage "Setting up a Debian root"
   mirror=$(apt-get indextargets --format '$(REPO_URI)' | head -1)
   quietly debootstrap --variant=minbase "$(. /etc/os-release && echo "$VERSION_CODENAME")" "$root" "$mirror"
-  cp -r "$out"/*.deb tests/package "$root/tmp/"
+  cp -r "$out"/*.deb examples/consumer "$root/tmp/"
   stage "Installing the packages there"
   quietly chroot "$root" env -i PATH="$PATH" DEBIAN_FRONTEND=noninteractive sh -c 'apt-get install -y --no-install-recommends /tmp/*.deb g++ cmake make pkg-config'
   stage "Building and running the consumers there"
@@ -40,7 +40,7 @@ else
   stage "Unpacking into an empty folder"
   for package in "$out"/*.deb; do dpkg-deb -x "$package" "$root"; done
   libraries=$root/usr/lib/$(dpkg-architecture -qDEB_HOST_MULTIARCH)
-  cp -r tests/package "$root/"
+  cp -r examples/consumer "$root/"
   stage "Building and running the consumers"
   CMAKE_PREFIX_PATH=$root/usr PKG_CONFIG_PATH=$libraries/pkgconfig LD_LIBRARY_PATH=$libraries \
     bash -c "$try_consumers" consumers "$root"
