@@ -120,8 +120,8 @@ public:
     /// set is unlinked and a new one made, with `type` (0 or less: the table's own), the low 32 bits of `compression`
     /// and the chunk rule of Create. The buffer is laid out as the resulting type.
     /// @throws std::runtime_error "error writing to dataset" with traceback if the write in place fails; in a rewrite
-    ///         what CreateFromBuffer and Open throw: the old rows are gone then and the table is closed. A closed table keeps no type: without a `type` it fails with "could not create dataset"
-    ///         and removes nothing.
+    ///         what CreateFromBuffer and Open throw: the old rows are gone then and the table is closed. A closed table
+    ///         has no type left: without a `type` it throws "could not create dataset" and removes nothing.
     void SetFromBuffer(void* buffer, size_t rows, hid_t type, size_t compression);
 
     /// Reads all rows. `memoryType` 0 or less stands for the table's own type. A scalar table moves its one row.

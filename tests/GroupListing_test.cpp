@@ -7,7 +7,6 @@ namespace
 {
 
 using GroupListing = OpenFileTest;
-using Names = std::vector<std::string>;
 
 // Reaches what only the library's own code may call.
 struct Inside : IGroup
@@ -15,14 +14,6 @@ struct Inside : IGroup
     explicit Inside(const IGroup& group) : IGroup(group) {}
     using IGroup::ListNames;
 };
-
-template <typename Nodes>
-Names NamesOf(const Nodes& nodes)
-{
-    Names names;
-    std::transform(nodes.begin(), nodes.end(), std::back_inserter(names), [](auto& node) { return node->GetName(); });
-    return names;
-}
 
 // The children of one kind as HDF5 tells them one by one, if they open.
 template <typename Open>
@@ -41,41 +32,41 @@ Names WalkOf(const IGroup& group, int kind, Open open)
 }
 
 // Newer kinds of link turn a group of the oldest format into one of a newer.
-void MakeEveryKindOfChild(const hid_t group, bool hasNewLinks)
+void MakeEveryKindOfChild(hid_t group, bool hasNewLinks)
 {
+    const hid_t none = H5P_DEFAULT;
     const auto never = [](const char*, hid_t, const void*, size_t, hid_t, hid_t)
     {
         return hid_t(-1);
     };
     const H5L_class_t custom = {
-        H5L_LINK_CLASS_T_VERS, H5L_type_t(200), "custom", nullptr, nullptr, nullptr, never, nullptr, nullptr};
+        H5L_LINK_CLASS_T_VERS, H5L_type_t(200), "", nullptr, nullptr, nullptr, never, nullptr, nullptr};
     H5Lregister(&custom);
     const ScopedType rows = CompoundOf({{"id", H5T_NATIVE_INT}});
     for (const std::string name : {"z", "m", "\xC3\xBC", "A b.c"})
     {
-        H5Gclose(H5Gcreate1(group, ("g" + name).c_str(), 0));
-        WritePlain(group, "d" + name, H5T_NATIVE_INT, Dims{2, 2}, {kInf, 2});
-        WritePlain(group, "e" + name, rows.get(), Dims{2});
-        WritePlain(group, "f" + name, H5T_STD_I32BE, Dims{2});
-        const ScopedType named(H5Tcopy(H5T_NATIVE_INT));
-        H5Tcommit2(group, ("t" + name).c_str(), named.get(), H5P_DEFAULT, H5P_DEFAULT, H5P_DEFAULT);
-        H5Lcreate_soft(("g" + name).c_str(), group, ("r" + name).c_str(), H5P_DEFAULT, H5P_DEFAULT);
-        H5Lcreate_soft("dz", group, ("s" + name).c_str(), H5P_DEFAULT, H5P_DEFAULT);
-        H5Lcreate_soft("nowhere", group, ("n" + name).c_str(), H5P_DEFAULT, H5P_DEFAULT);
-        H5Lcreate_hard(group, ("d" + name).c_str(), group, ("h" + name).c_str(), H5P_DEFAULT, H5P_DEFAULT);
-        if (hasNewLinks)
+        const auto named = [&](const char* kind)
         {
-            H5Lcreate_external("missing.h5", "/", group, ("x" + name).c_str(), H5P_DEFAULT, H5P_DEFAULT);
-            H5Lcreate_external("test.h5", "/", group, ("y" + name).c_str(), H5P_DEFAULT, H5P_DEFAULT);
-            H5Lcreate_ud(group, ("u" + name).c_str(), custom.id, nullptr, 0, H5P_DEFAULT, H5P_DEFAULT);
-        }
+            return kind + name;
+        };
+        H5Gclose(H5Gcreate1(group, named("g").c_str(), 0));
+        WritePlain(group, named("d"), H5T_NATIVE_INT, Dims{2, 2}, {kInf, 2});
+        WritePlain(group, named("e"), rows.get(), Dims{2});
+        WritePlain(group, named("f"), H5T_STD_I32BE, Dims{2});
+        H5Tcommit2(group, named("t").c_str(), ScopedType(H5Tcopy(rows.get())).get(), none, none, none);
+        H5Lcreate_soft(named("g").c_str(), group, named("r").c_str(), none, none);
+        H5Lcreate_soft(named("d").c_str(), group, named("s").c_str(), none, none);
+        H5Lcreate_soft("nowhere", group, named("n").c_str(), none, none);
+        H5Lcreate_hard(group, named("d").c_str(), group, named("h").c_str(), none, none);
+        hasNewLinks ? H5Lcreate_external("missing.h5", "/", group, named("x").c_str(), none, none) : 0;
+        hasNewLinks ? H5Lcreate_external("test.h5", "/", group, named("y").c_str(), none, none) : 0;
+        hasNewLinks ? H5Lcreate_ud(group, named("u").c_str(), custom.id, nullptr, 0, none, none) : 0;
     }
     H5Gclose(H5Gcreate1(group, std::string(511, 'k').c_str(), 0));
     // Cut to 511 bytes, the longer names are another child's and nobody's.
-    for (const std::string& name : {std::string(511, 'q'), std::string(600, 'q'), std::string(512, 'v')})
-    {
-        WritePlain(group, name, H5T_NATIVE_INT, Dims{});
-    }
+    WritePlain(group, std::string(511, 'q'), H5T_NATIVE_INT, Dims{});
+    WritePlain(group, std::string(600, 'q'), H5T_NATIVE_INT, Dims{});
+    WritePlain(group, std::string(512, 'v'), H5T_NATIVE_INT, Dims{});
 }
 
 } // namespace
@@ -91,11 +82,9 @@ TEST_F(GroupListing, EveryTypeAndSpaceOpensAsTheKindsItIsListedAs)
     const ScopedType choice(H5Tenum_create(H5T_NATIVE_INT));
     const ScopedType array(H5Tarray_create2(H5T_NATIVE_INT, 1, Dims{3}.data()));
     H5Tenum_insert(choice.get(), "one", Dims{1}.data());
-    const std::pair<std::optional<Dims>, Dims> spaces[] = {{std::nullopt, {}},      {Dims{}, {}},
-                                                           {Dims{3}, {}},           {Dims{3}, {kInf}},
-                                                           {Dims{2, 3}, {}},        {Dims{2, 3}, {kInf, 3}},
-                                                           {Dims{2, 3}, {2, kInf}}, {Dims{2, 3}, {kInf, kInf}},
-                                                           {Dims{2, 3, 2}, {}}};
+    const std::optional<Dims> dims[] = {std::nullopt, Dims{},     Dims{3},    Dims{3},      Dims{2, 3},
+                                        Dims{2, 3},   Dims{2, 3}, Dims{2, 3}, Dims{2, 3, 2}};
+    const Dims max[] = {{}, {}, {}, {kInf}, {}, {kInf, 3}, {2, kInf}, {kInf, kInf}, {}};
     const std::pair<Names, std::vector<hid_t>> table[] = {
         {{"A", "A", "A", "A", "A", "AE", "AE", "E", ""}, {H5T_NATIVE_INT, H5T_IEEE_F32LE, text.get(), variable.get()}},
         {{"T", "T", "T", "T", "", "", "", "", ""}, {rows.get(), numbers.get()}},
@@ -105,16 +94,15 @@ TEST_F(GroupListing, EveryTypeAndSpaceOpensAsTheKindsItIsListedAs)
     {
         for (const hid_t type : types)
         {
-            const boost::shared_ptr<IGroup> group = root->CreateGroup(std::to_string(type));
+            const auto group = root->CreateGroup(std::to_string(type));
             for (size_t i = 0; i < expected.size(); ++i)
             {
                 const std::string name = std::to_string(i);
-                WritePlain(group->LocationID(), name, type, spaces[i].first, spaces[i].second);
+                WritePlain(group->LocationID(), name, type, dims[i], max[i]);
                 std::string opens = FailureOf([&] { group->GetArray(name); }).empty() ? "A" : "";
                 opens += FailureOf([&] { group->GetExtensibleArray2D(name); }).empty() ? "E" : "";
                 opens += FailureOf([&] { group->GetTable(name); }).empty() ? "T" : "";
-                EXPECT_EQ(KindsOf(*group, name), expected[i]) << type << " in space " << i;
-                EXPECT_EQ(opens, expected[i]) << type << " in space " << i;
+                EXPECT_EQ(opens + KindsOf(*group, name), expected[i] + expected[i]) << type << " in space " << i;
                 EXPECT_EQ(group->HasExtensibleArray2D(name), opens.find('E') != std::string::npos);
                 EXPECT_TRUE(group->HasArray(name) && group->HasTable(name) && !group->HasGroup(name));
             }
@@ -167,43 +155,44 @@ TEST_F(GroupListing, HasDataSetLooksAtNoChildBehindTheFirstDataSet)
     }
     EXPECT_FALSE(root->HasDataSet());
     root->CreateArray("a data set", TDataType::Int, 0);
-    const auto entriesReadBy = [&](auto call)
+    const auto metadataReadBy = [&](auto call)
     {
         Reopen("r");
-        call();
         int entries = 0;
+        EXPECT_GT(call(), 0U);
         H5Fget_mdc_size(file->FileID(), nullptr, nullptr, nullptr, &entries);
         return entries;
     };
-    const int byStopping = entriesReadBy([&] { EXPECT_TRUE(root->HasDataSet()); });
-    EXPECT_LT(byStopping + 290, entriesReadBy([&] { EXPECT_EQ(root->GetNumberOfGroups(), 300U); }));
+    const int all = metadataReadBy([&] { return root->GetNumberOfGroups(); });
+    EXPECT_LT(metadataReadBy([&] { return root->HasDataSet() ? 1U : 0U; }) + 290, all);
 }
 
 TEST_F(GroupListing, EmptyClosedAndBadlyIndexedGroupsHaveTheirAnswers)
 {
-    const boost::shared_ptr<IGroup> group = root->CreateGroup("group");
-    EXPECT_EQ(group->ListGroups().size() + group->ListArrays().size() + group->ListExtensibleArrays2D().size(), 0U);
-    EXPECT_EQ(group->ListTables().size() + group->GetNumberOfGroups() + group->GetNumberOfChildren(), 0U);
-    EXPECT_FALSE(group->HasDataSet());
+    const auto group = root->CreateGroup("group");
+    const std::function<size_t()> sizes[] = {[&] { return group->ListGroups().size(); },
+                                             [&] { return group->ListArrays().size(); },
+                                             [&] { return group->ListTables().size(); },
+                                             [&] { return group->ListExtensibleArrays2D().size(); },
+                                             [&] { return group->GetNumberOfGroups(); },
+                                             [&] { return group->GetNumberOfChildren(); },
+                                             [&]
+                                             {
+                                                 return size_t(group->HasDataSet() ? 1 : 0);
+                                             }};
+    for (const auto& sizeOf : sizes)
+    {
+        EXPECT_EQ(sizeOf(), 0U);
+    }
     EXPECT_EQ(WordsOf([&] { root->GetChildName(1); }), "error getting object name:");
     EXPECT_EQ(WordsOf([&] { root->GetChildName(-1); }), "error getting object name:");
     EXPECT_EQ(root->GetChildType(1), -1);
     root->SetDefaultCompression(4);
     EXPECT_EQ(root->ListGroups().at(0)->GetDefaultCompression(), 4);
     file->Close();
-    const std::function<void()> calls[] = {[&] { group->ListGroups(); },
-                                           [&] { group->ListArrays(); },
-                                           [&] { group->ListExtensibleArrays2D(); },
-                                           [&] { group->ListTables(); },
-                                           [&] { group->GetNumberOfGroups(); },
-                                           [&] { group->GetNumberOfChildren(); },
-                                           [&]
-                                           {
-                                               group->HasDataSet();
-                                           }};
-    for (const auto& call : calls)
+    for (const auto& sizeOf : sizes)
     {
-        EXPECT_EQ(WordsOf(call), "error getting number of objects in group:");
+        EXPECT_EQ(WordsOf(sizeOf), "error getting number of objects in group:");
     }
 }
 

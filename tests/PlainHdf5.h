@@ -20,17 +20,14 @@ constexpr hsize_t kInf = H5S_UNLIMITED;
 /// A compound type without gaps.
 inline ScopedType CompoundOf(const std::vector<std::pair<std::string, hid_t>>& members)
 {
-    const auto add = [](size_t sum, const auto& member)
-    {
-        return sum + H5Tget_size(member.second);
-    };
-    ScopedType type(H5Tcreate(H5T_COMPOUND, std::accumulate(members.begin(), members.end(), size_t{0}, add)));
+    ScopedType type(H5Tcreate(H5T_COMPOUND, 4096));
     size_t offset = 0;
     for (const auto& [name, member] : members)
     {
         H5Tinsert(type.get(), name.c_str(), offset, member);
         offset += H5Tget_size(member);
     }
+    H5Tset_size(type.get(), offset);
     return type;
 }
 
@@ -74,18 +71,16 @@ inline std::string ContentOf(hid_t dataSet, hid_t memoryType = H5T_NATIVE_INT)
     H5Sget_simple_extent_dims(space.get(), dims.data(), max.data());
     std::string text = dataSet < 0 ? "nothing" : Joined(dims);
     text += H5Pget_chunk(list.get(), static_cast<int>(dims.size()), dims.data()) > 0 ? " chunk" + Joined(dims) : "";
-    text += dims.size() == 2 && max == Dims{kInf, kInf} ? " unlimited" : "";
-    for (int i = 0; i < H5Pget_nfilters(list.get()); ++i)
-    {
-        std::array<unsigned int, 1> values = {};
-        size_t count = values.size();
-        char filter[8] = "";
-        H5Pget_filter2(list.get(), static_cast<unsigned int>(i), nullptr, &count, values.data(), 8, filter, nullptr);
-        text += " " + std::string(filter) + (i == 0 ? "" : Joined(values));
-    }
+    text += max == Dims{kInf, kInf} ? " unlimited" : "";
+    std::vector<unsigned int> level(1);
+    size_t count = 1;
+    const bool filtered =
+        H5Pget_nfilters(list.get()) == 2 &&
+        H5Pget_filter2(list.get(), 1, nullptr, &count, level.data(), 0, nullptr, nullptr) == H5Z_FILTER_DEFLATE;
+    text += filtered ? " deflate" + Joined(level) : "";
     std::vector<int> cells(static_cast<size_t>(std::max<hssize_t>(H5Sget_simple_extent_npoints(space.get()), 0)));
-    cells.size() > 99 ? 0 : H5Dread(dataSet, memoryType, H5S_ALL, H5S_ALL, H5P_DEFAULT, cells.data());
-    return text + ":" + (cells.size() > 99 ? " many" : Joined(cells));
+    H5Dread(dataSet, memoryType, H5S_ALL, H5S_ALL, H5P_DEFAULT, cells.data());
+    return text + ":" + Joined(cells);
 }
 
 inline std::string ContentOf(const IGroup& group, const std::string& name, hid_t memoryType = H5T_NATIVE_INT)
@@ -93,12 +88,22 @@ inline std::string ContentOf(const IGroup& group, const std::string& name, hid_t
     return ContentOf(ScopedDataSet(H5Dopen1(group.LocationID(), name.c_str())).get(), memoryType);
 }
 
+using Names = std::vector<std::string>;
+
+template <typename Nodes>
+Names NamesOf(const Nodes& nodes)
+{
+    Names names;
+    std::transform(nodes.begin(), nodes.end(), std::back_inserter(names), [](auto& node) { return node->GetName(); });
+    return names;
+}
+
 /// Which listings a child is in: G, A, E and T for the four kinds.
 inline std::string KindsOf(const IGroup& group, const std::string& name)
 {
     const auto has = [&](const auto& nodes, const char* kind)
     {
-        return std::any_of(nodes.begin(), nodes.end(), [&](auto& n) { return n->GetName() == name; }) ? kind : "";
+        return (Joined(NamesOf(nodes)) + " ").find(" " + name + " ") == std::string::npos ? "" : kind;
     };
     return std::string(has(group.ListGroups(), "G")) + has(group.ListArrays(), "A") +
            has(group.ListExtensibleArrays2D(), "E") + has(group.ListTables(), "T");
