@@ -96,51 +96,37 @@ TEST_F(Factories, CopiesOfANodeGoInAnyOrderAlsoAfterTheFile)
 {
     int row = 7;
     const ScopedType type = CompoundOf({{"number", H5T_NATIVE_INT}});
-    const auto drop = [&](auto open, auto reads, const std::array<size_t, 3>& order, bool closes)
-    {
-        auto nodes = std::array{open("1"), open("2"), open("2")};
-        using Node = typename decltype(nodes)::value_type::element_type;
-        *nodes[1] = *nodes[0];
-        *nodes[1] = *nodes[1];
-        nodes[2].reset(new Node(*nodes[1]));
-        closes ? file->Close() : void();
-        for (const size_t next : order)
-        {
-            std::for_each(nodes.begin(), nodes.end(),
-                          [&](auto& node) { EXPECT_TRUE(!node || reads(*node) != closes); });
-            nodes[next].reset();
-        }
-        Reopen();
-    };
     for (const std::string name : {"1", "2"})
     {
         root->CreateTableFromBuffer("t" + name, &row, 1, type.get(), 0, -1, 0);
         root->CreateExtensibleArray2D("e" + name, TDataType::Int, 1, 1, 1, 1, 0);
     }
-    const auto table = [&](const std::string& name)
+    const auto dropInEveryOrder = [&](bool closes, auto open, auto read)
     {
-        return root->GetTable("t" + name);
+        std::array<size_t, 3> order = {0, 1, 2};
+        do
+        {
+            auto nodes = std::array{open("1"), open("2"), open("2")};
+            *nodes[1] = *nodes[0];
+            nodes[2].reset(new auto(*nodes[1]));
+            closes ? file->Close() : void();
+            for (const size_t next : order)
+            {
+                EXPECT_EQ(WordsOf([&] { read(*nodes[next]); }).empty(), !closes);
+                nodes[next].reset();
+            }
+            closes ? Reopen() : void();
+        } while (std::next_permutation(order.begin(), order.end()));
     };
-    const auto array = [&](const std::string& name)
+    for (const bool closes : {false, true})
     {
-        return root->GetExtensibleArray2D("e" + name);
-    };
-    const auto readsTable = [&](auto& x)
-    {
-        return H5Tget_size(x.GetColumnTypeID(0)) == 4 && WordsOf([&] { x.GetToBuffer(&row, 0); }).empty();
-    };
-    const auto readsArray = [&](auto& x)
-    {
-        return WordsOf([&] { x.ReadRowToBuffer(0, &row, TDataType::Int); }).empty();
-    };
-    std::array<size_t, 3> order = {0, 1, 2};
-    do
-    {
-        drop(table, readsTable, order, false);
-        drop(table, readsTable, order, true);
-        drop(array, readsArray, order, false);
-        drop(array, readsArray, order, true);
-    } while (std::next_permutation(order.begin(), order.end()));
+        dropInEveryOrder(
+            closes, [&](const std::string& n) { return root->GetTable("t" + n); },
+            [&](auto& x) { x.GetToBuffer(&row, 0); });
+        dropInEveryOrder(
+            closes, [&](const std::string& n) { return root->GetExtensibleArray2D("e" + n); },
+            [&](auto& x) { x.ReadRowToBuffer(0, &row, TDataType::Int); });
+    }
 }
 
 } // namespace tarnwick::hdf::tests

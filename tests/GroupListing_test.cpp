@@ -131,14 +131,11 @@ TEST_F(GroupListing, GivesWhatTheWalkByIndexGivesInEveryGroupFormat)
             Inside(*group).ListNames(kind, names);
             EXPECT_EQ(names, WalkOf(*group, kind, [](auto&) {})) << kind;
         }
-        const auto walkOf = [&](auto open)
-        {
-            return WalkOf(*group, H5G_DATASET, open);
-        };
         EXPECT_EQ(NamesOf(group->ListGroups()), WalkOf(*group, H5G_GROUP, [](auto&) {}));
-        EXPECT_EQ(NamesOf(group->ListArrays()), walkOf([&](auto& name) { group->GetArray(name); }));
-        EXPECT_EQ(NamesOf(group->ListExtensibleArrays2D()), walkOf([&](auto& n) { group->GetExtensibleArray2D(n); }));
-        EXPECT_EQ(NamesOf(group->ListTables()), walkOf([&](auto& name) { group->GetTable(name); }));
+        EXPECT_EQ(NamesOf(group->ListArrays()), WalkOf(*group, H5G_DATASET, [&](auto& n) { group->GetArray(n); }));
+        EXPECT_EQ(NamesOf(group->ListTables()), WalkOf(*group, H5G_DATASET, [&](auto& n) { group->GetTable(n); }));
+        EXPECT_EQ(NamesOf(group->ListExtensibleArrays2D()),
+                  WalkOf(*group, H5G_DATASET, [&](auto& n) { group->GetExtensibleArray2D(n); }));
         EXPECT_EQ(group->ListArrays().size(), 10U);
         H5Gclose(H5Gcreate1(group->LocationID(), std::string(600, 'w').c_str(), 0));
         EXPECT_EQ(WordsOf([&] { group->ListGroups(); }), "Group does not exist:");

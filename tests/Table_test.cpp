@@ -180,17 +180,11 @@ TEST_F(Table, TellsItsColumnsAndThoseThatOthersWrote)
     for (const auto& [type, column] : kinds)
     {
         const std::string name = std::to_string(type);
-        const auto columns = [&](auto open)
-        {
-            return WordsOf([&] { EXPECT_EQ(ColumnsOf(*open()), " 2 id 5 4" + column); });
-        };
+        const std::string columns = " 2 id 5 4" + column;
         const std::string words = column.empty() ? "invalid HDF type:" : "";
-        EXPECT_EQ(columns(
-                      [&] {
-                          return root->CreateTable(name, 2, CompoundOf({{"id", H5T_NATIVE_INT}, {"c", type}}).get(), 0);
-                      }),
-                  words);
-        EXPECT_EQ(columns([&] { return root->GetTable(name); }), words);
+        const ScopedType rows = CompoundOf({{"id", H5T_NATIVE_INT}, {"c", type}});
+        EXPECT_EQ(WordsOf([&] { EXPECT_EQ(ColumnsOf(*root->CreateTable(name, 2, rows.get(), 0)), columns); }), words);
+        EXPECT_EQ(WordsOf([&] { EXPECT_EQ(ColumnsOf(*root->GetTable(name)), columns); }), words);
     }
 }
 
