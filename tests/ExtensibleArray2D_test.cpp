@@ -62,6 +62,8 @@ TEST_F(ExtensibleArray2D, AppendsTakeTheirPlaceFromTheFileAndTheirWidthFromTheOb
     EXPECT_EQ(other->Resize(2, 1), 0);
     other->AppendRowFromBuffer(b.data() + 3, TDataType::Int);
     EXPECT_EQ(StateOf(*other), " 3 1: 0 0 4 of 3 1");
+    x->AppendRowFromBuffer(b.data(), TDataType::Int);
+    EXPECT_EQ(StateOf(*x), " 4 3: 0 0 0 0 0 0 4 0 0 1 2 3 of 4 3");
 }
 
 TEST_F(ExtensibleArray2D, FailuresLeaveTheCountsAndNoId)
