@@ -149,7 +149,7 @@ void KeepFromClosingAtExit()
     H5Eset_auto2(H5E_DEFAULT, nullptr, nullptr);
     for (const hid_t file : GetUnclosedFiles().ids)
     {
-        H5Epush2(H5Ecreate_stack(), "", "", 0, file, file, file, "not closed");
+        H5Epush2(H5Ecreate_stack(), "", "", 0, file, file, file, "open");
     }
 }
 
