@@ -55,41 +55,34 @@ TEST_F(Factories, CompressionIsTheGroupsBelowZeroAndTheCallersFromZeroOn)
 {
     std::array<int, 4> data = {1, 2, 3, 4};
     const ScopedType type = CompoundOf({{"number", H5T_NATIVE_INT}});
-    const hid_t t = type.get();
     root->SetDefaultCompression(6);
     const std::pair<int, std::string> filters[] = {{-1, " deflate 6"}, {0, ""}, {2, " deflate 2"}};
     for (const auto& [compression, stored] : filters)
     {
         const auto group = root->CreateGroup(std::to_string(compression));
-        group->CreateTable("t", 2, t, compression);
-        group->CreateTableFromBuffer("b", data.data(), 4, t, compression, -1, 3);
-        group->CreateTableFromSelection("s", data.data(), 4, {3, 0, 0}, t, compression, -1, 0);
-        group->CreateExtensibleArray2D("e", TDataType::Float64, 0, 2, 7, 3, compression);
-        const std::string contents = ContentOf(*group, "t", t) + ContentOf(*group, "b", t) + ContentOf(*group, "s", t);
-        EXPECT_EQ(contents,
-                  " 2 chunk 2" + stored + ": 0 0 4 chunk 3" + stored + ": 1 2 3 4 3 chunk 3" + stored + ": 4 1 1");
+        group->CreateTable("t", 2, type.get(), compression);
+        group->CreateTableFromBuffer("b", data.data(), 4, type.get(), compression, -1, 3);
+        group->CreateTableFromSelection("s", data.data(), 4, {3, 0, 0}, type.get(), compression, -1, 0);
+        group->CreateExtensibleArray2D("e", TDataType::Int, 0, 2, 7, 3, compression);
+        EXPECT_EQ(ContentOf(*group, "t", type.get()), " 2 chunk 2" + stored + ": 0 0");
+        EXPECT_EQ(ContentOf(*group, "b", type.get()), " 4 chunk 3" + stored + ": 1 2 3 4");
+        EXPECT_EQ(ContentOf(*group, "s", type.get()), " 3 chunk 3" + stored + ": 4 1 1");
         EXPECT_EQ(ContentOf(*group, "e"), " 0 2 chunk 7 3 unlimited" + stored + ":");
-        group->CreateTableFromBuffer("b", data.data(), 1, -1, compression, -1, 0);
-        EXPECT_EQ(ContentOf(*group, "b", t), " 1 chunk 1" + stored + ": 1");
     }
 }
 
 TEST_F(Factories, MissingNamesAndRemovalsHaveTheirOwnWords)
 {
-    root->CreateTable("table", CompoundOf({{"number", H5T_NATIVE_INT}}).get());
-    for (const std::string name : {"missing", "no/table", "/", "table/x"})
+    for (const std::string name : {"missing", "no/table", "/"})
     {
         EXPECT_EQ(WordsOf([&] { root->GetTable(name); }), "Array does not exist:");
         EXPECT_EQ(WordsOf([&] { root->GetExtensibleArray2D(name); }), "ExtensibleArray does not exist:");
         EXPECT_FALSE(root->HasArray(name) || root->HasTable(name) || root->HasExtensibleArray2D(name)) << name;
     }
     EXPECT_EQ(WordsOf([&] { root->GetTable(""); }), "could not get info for :");
-    EXPECT_FALSE(root->HasExtensibleArray2D(""));
-    const auto table = root->GetTable("table");
-    EXPECT_NE(table->LocationID(), root->GetTable("/table")->LocationID());
-    root->DelArray("table");
-    EXPECT_EQ(WordsOf([&] { root->DelArray("table"); }), "could not remove array 'table':");
+    EXPECT_EQ(WordsOf([&] { root->DelArray("x"); }), "could not remove array 'x':");
     EXPECT_EQ(WordsOf([&] { root->DelExtensibleArray2D("x"); }), "could not remove extensible array 'x':");
+    EXPECT_FALSE(root->HasExtensibleArray2D(""));
 }
 
 TEST_F(Factories, CopiesOfANodeGoInAnyOrderAlsoAfterTheFile)

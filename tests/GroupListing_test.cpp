@@ -8,6 +8,11 @@ namespace
 
 using GroupListing = OpenFileTest;
 
+hid_t LeadsNowhere(const char*, hid_t, const void*, size_t, hid_t, hid_t)
+{
+    return -1;
+}
+
 // Reaches what only the library's own code may call.
 struct Inside : IGroup
 {
@@ -35,12 +40,8 @@ Names WalkOf(const IGroup& group, int kind, Open open)
 void MakeEveryKindOfChild(hid_t group, bool hasNewLinks)
 {
     const hid_t none = H5P_DEFAULT;
-    const auto never = [](const char*, hid_t, const void*, size_t, hid_t, hid_t)
-    {
-        return hid_t(-1);
-    };
-    const H5L_class_t custom = {
-        H5L_LINK_CLASS_T_VERS, H5L_type_t(200), "", nullptr, nullptr, nullptr, never, nullptr, nullptr};
+    const H5L_class_t custom = {H5L_LINK_CLASS_T_VERS, H5L_type_t(200), "",     nullptr, nullptr, nullptr,
+                                &LeadsNowhere,         nullptr,         nullptr};
     H5Lregister(&custom);
     const ScopedType rows = CompoundOf({{"id", H5T_NATIVE_INT}});
     for (const std::string name : {"z", "m", "\xC3\xBC", "A b.c"})
@@ -168,29 +169,25 @@ TEST_F(GroupListing, HasDataSetLooksAtNoChildBehindTheFirstDataSet)
 TEST_F(GroupListing, EmptyClosedAndBadlyIndexedGroupsHaveTheirAnswers)
 {
     const auto group = root->CreateGroup("group");
-    const std::function<size_t()> sizes[] = {[&] { return group->ListGroups().size(); },
-                                             [&] { return group->ListArrays().size(); },
-                                             [&] { return group->ListTables().size(); },
-                                             [&] { return group->ListExtensibleArrays2D().size(); },
-                                             [&] { return group->GetNumberOfGroups(); },
-                                             [&] { return group->GetNumberOfChildren(); },
-                                             [&]
-                                             {
-                                                 return size_t(group->HasDataSet() ? 1 : 0);
-                                             }};
-    for (const auto& sizeOf : sizes)
+    const auto sizes = [&](int i)
     {
-        EXPECT_EQ(sizeOf(), 0U);
-    }
+        const size_t groups = i == 0 ? group->ListGroups().size() : i == 1 ? group->GetNumberOfGroups() : 0;
+        const size_t tables = i == 2 ? group->ListTables().size() : i == 3 ? group->ListArrays().size() : 0;
+        const size_t arrays = i == 4 ? group->ListExtensibleArrays2D().size() : i == 5 ? group->HasDataSet() : 0;
+        return groups + tables + arrays + (i == 6 ? group->GetNumberOfChildren() : 0);
+    };
+    const std::string whileOpen =
+        Joined(std::vector{sizes(0), sizes(1), sizes(2), sizes(3), sizes(4), sizes(5), sizes(6)});
+    EXPECT_EQ(whileOpen, " 0 0 0 0 0 0 0");
     EXPECT_EQ(WordsOf([&] { root->GetChildName(1); }), "error getting object name:");
     EXPECT_EQ(WordsOf([&] { root->GetChildName(-1); }), "error getting object name:");
     EXPECT_EQ(root->GetChildType(1), -1);
     root->SetDefaultCompression(4);
     EXPECT_EQ(root->ListGroups().at(0)->GetDefaultCompression(), 4);
     file->Close();
-    for (const auto& sizeOf : sizes)
+    for (const int i : {0, 1, 2, 3, 4, 5, 6})
     {
-        EXPECT_EQ(WordsOf(sizeOf), "error getting number of objects in group:");
+        EXPECT_EQ(WordsOf([&] { sizes(i); }), "error getting number of objects in group:") << i;
     }
 }
 
