@@ -17,6 +17,40 @@
 namespace tarnwick::hdf
 {
 
+// A row or column of the data set, and of the memory space of the same shape.
+struct Line
+{
+    hsize_t start[2];
+    hsize_t count[2];
+    bool isRow;
+};
+
+// The space in memory of a row, made with the object and kept for all its rows: making and closing one costs a fifth of
+// reading a row.
+class RowSpace
+{
+public:
+    explicit RowSpace(hsize_t columns) : m_columns(columns)
+    {
+        const hsize_t count[] = {1, columns};
+        m_space.reset(H5Screate_simple(2, count, nullptr));
+    }
+
+    hid_t IdFor(hsize_t columns)
+    {
+        const hsize_t count[] = {1, columns};
+        if (columns != m_columns && H5Sset_extent_simple(m_space.get(), 2, count, nullptr) >= 0)
+        {
+            m_columns = columns;
+        }
+        return columns == m_columns ? m_space.get() : -1;
+    }
+
+private:
+    ScopedSpace m_space;
+    hsize_t m_columns;
+};
+
 namespace
 {
 
@@ -30,21 +64,14 @@ struct Extent
     hsize_t maximum[kRank] = {0, 0};
 };
 
-// A row or column of the data set and the memory space of the same shape.
-struct Line
-{
-    hsize_t start[kRank];
-    hsize_t count[kRank];
-};
-
 Line RowAt(hsize_t row, hsize_t columns)
 {
-    return {{row, 0}, {1, columns}};
+    return {{row, 0}, {1, columns}, true};
 }
 
 Line ColumnAt(hsize_t column, hsize_t rows)
 {
-    return {{0, column}, {rows, 1}};
+    return {{0, column}, {rows, 1}, false};
 }
 
 Extent ExtentOf(const ScopedSpace& space)
@@ -52,34 +79,6 @@ Extent ExtentOf(const ScopedSpace& space)
     Extent extent;
     H5Sget_simple_extent_dims(space.get(), extent.dimensions, extent.maximum);
     return extent;
-}
-
-// The spaces of one transfer. A type without an id is refused as late as here: an append has extended the data set.
-struct Transfer
-{
-    ScopedSpace memorySpace;
-    ScopedSpace fileSpace;
-
-    herr_t Read(hid_t dataSet, TDataType::TDataType type, void* buffer) const
-    {
-        const hid_t memoryType = INode::DataTypeToHDFType(type);
-        return H5Dread(dataSet, memoryType, memorySpace.get(), fileSpace.get(), H5P_DEFAULT, buffer);
-    }
-
-    herr_t Write(hid_t dataSet, TDataType::TDataType type, const void* buffer) const
-    {
-        const hid_t memoryType = INode::DataTypeToHDFType(type);
-        return H5Dwrite(dataSet, memoryType, memorySpace.get(), fileSpace.get(), H5P_DEFAULT, buffer);
-    }
-};
-
-Transfer Select(ScopedSpace fileSpace, const Line& line)
-{
-    Transfer transfer;
-    H5Sselect_hyperslab(fileSpace.get(), H5S_SELECT_SET, line.start, nullptr, line.count, nullptr);
-    transfer.fileSpace = std::move(fileSpace);
-    transfer.memorySpace.reset(H5Screate_simple(kRank, line.count, nullptr));
-    return transfer;
 }
 
 // Makes the data set one row or column longer than the file says, and at least as wide as the object says: other
@@ -103,27 +102,51 @@ ScopedSpace ExtendByOne(hid_t dataSet, int growing, hsize_t otherDimension, hsiz
 constexpr std::uint64_t kDefaultCacheBytes = std::uint64_t{1} << 20U;
 constexpr std::uint64_t kLargestCacheBytes = std::uint64_t{64} << 20U;
 
+constexpr std::uint64_t kLargestCacheForColumns = std::uint64_t{16} << 20U;
+constexpr hsize_t kCacheSlots = 521;
+
 struct Chunking
 {
     hsize_t chunk[kRank];
+    hsize_t rows;
     hsize_t columns;
     size_t elementSize;
     bool filtered;
 };
 
+hsize_t ChunksAlong(hsize_t size, hsize_t chunk)
+{
+    const hsize_t step = std::max<hsize_t>(chunk, 1);
+    return std::max<hsize_t>((size + step - 1) / step, 1);
+}
+
 // How much the chunk cache must hold for a row not to be taken apart and put together again by every access: the chunks
 // that a row goes through. HDF5's default serves small chunks; large ones are kept up to a limit, so that a handle
 // never costs more than that, but a single chunk with filters always, which HDF5 has to hold whole in memory anyway.
+std::uint64_t CacheBytesForRows(const Chunking& chunking, std::uint64_t chunkBytes)
+{
+    if (chunkBytes <= kLargestCacheBytes)
+    {
+        return std::min<std::uint64_t>(chunkBytes * ChunksAlong(chunking.columns, chunking.chunk[kColumns]),
+                                       kLargestCacheBytes);
+    }
+    return chunking.filtered ? chunkBytes : kDefaultCacheBytes;
+}
+
+// The same for a column, up to a lower limit, because a column goes through the whole length of the data. More chunks than
+// the cache has slots for would push each other out.
+std::uint64_t CacheBytesForColumns(const Chunking& chunking, std::uint64_t chunkBytes)
+{
+    const hsize_t chunks = ChunksAlong(chunking.rows, chunking.chunk[kRows]);
+    const bool fits = chunks <= kCacheSlots && chunkBytes <= kLargestCacheForColumns &&
+                      chunkBytes * chunks <= kLargestCacheForColumns;
+    return fits ? chunkBytes * chunks : 0;
+}
+
 std::uint64_t CacheBytesFor(const Chunking& chunking)
 {
     const std::uint64_t chunkBytes = chunking.chunk[kRows] * chunking.chunk[kColumns] * chunking.elementSize;
-    const hsize_t chunkColumns = std::max<hsize_t>(chunking.chunk[kColumns], 1);
-    const std::uint64_t chunksInRow = std::max<hsize_t>((chunking.columns + chunkColumns - 1) / chunkColumns, 1);
-    if (chunkBytes <= kLargestCacheBytes)
-    {
-        return std::min(chunkBytes * chunksInRow, std::max(kLargestCacheBytes, chunkBytes));
-    }
-    return chunking.filtered ? chunkBytes : kDefaultCacheBytes;
+    return std::max(CacheBytesForRows(chunking, chunkBytes), CacheBytesForColumns(chunking, chunkBytes));
 }
 
 // The access list with a chunk cache for these chunks; none where HDF5's default cache will do.
@@ -135,14 +158,14 @@ ScopedPropertyList CreateAccessList(const Chunking& chunking)
         return ScopedPropertyList(H5P_DEFAULT);
     }
     ScopedPropertyList list(H5Pcreate(H5P_DATASET_ACCESS));
-    H5Pset_chunk_cache(list.get(), H5D_CHUNK_CACHE_NSLOTS_DEFAULT, bytes, H5D_CHUNK_CACHE_W0_DEFAULT);
+    H5Pset_chunk_cache(list.get(), kCacheSlots, bytes, H5D_CHUNK_CACHE_W0_DEFAULT);
     return list;
 }
 
-Chunking ChunkingOf(hid_t dataSet, TDataType::TDataType type, hsize_t columns)
+Chunking ChunkingOf(hid_t dataSet, TDataType::TDataType type, hsize_t rows, hsize_t columns)
 {
     const ScopedPropertyList list(H5Dget_create_plist(dataSet));
-    Chunking chunking = {{0, 0}, columns, 0, H5Pget_nfilters(list.get()) > 0};
+    Chunking chunking = {{0, 0}, rows, columns, 0, H5Pget_nfilters(list.get()) > 0};
     // The stored size of a string isn't its type's, so strings keep the default cache.
     if (type != TDataType::String && type != TDataType::VarLenString)
     {
@@ -198,12 +221,14 @@ bool IsWithin(int index, unsigned int size)
 
 IExtensibleArray2D::IExtensibleArray2D(boost::weak_ptr<IFile> file, hid_t dataSet, std::string name,
                                        TDataType::TDataType type, unsigned int rowCount, unsigned int columnCount)
-    : INode(std::move(file), dataSet, name), rows(rowCount), columns(columnCount), dataType(type)
+    : INode(std::move(file), dataSet, name), rows(rowCount), columns(columnCount), dataType(type),
+      rowSpace(std::make_unique<RowSpace>(columnCount))
 {
 }
 
 IExtensibleArray2D::IExtensibleArray2D(const IExtensibleArray2D& other)
-    : INode(other), rows(other.rows), columns(other.columns), dataType(other.dataType)
+    : INode(other), rows(other.rows), columns(other.columns), dataType(other.dataType),
+      rowSpace(std::make_unique<RowSpace>(other.columns))
 {
     ShareId(m_location);
 }
@@ -242,7 +267,7 @@ boost::shared_ptr<IExtensibleArray2D> IExtensibleArray2D::Create(boost::weak_ptr
     ScopedPropertyList list = CreateChunkedList(chunkRows, chunkColumns, compression);
     const hid_t typeId = DataTypeToHDFType(type);
     const ScopedPropertyList access =
-        CreateAccessList({{chunkRows, chunkColumns}, columns, H5Tget_size(typeId), compression > 0});
+        CreateAccessList({{chunkRows, chunkColumns}, rows, columns, H5Tget_size(typeId), compression > 0});
     ScopedDataSet dataSet(H5Dcreate2(parent, name.c_str(), typeId, space.get(), H5P_DEFAULT, list.get(), access.get()));
     CheckResult(H5Pclose(list.release()), "error closing property list");
     CheckResult(H5Sclose(space.release()), "error closing dataspace");
@@ -293,7 +318,7 @@ boost::shared_ptr<IExtensibleArray2D> IExtensibleArray2D::FromOpenDataSet(boost:
                     "could not close location for IExtensibleArray2D after failing to QueryInfo it");
         throw;
     }
-    WidenCache(dataSet, parent, name, ChunkingOf(dataSet.get(), type, columns));
+    WidenCache(dataSet, parent, name, ChunkingOf(dataSet.get(), type, rows, columns));
     std::unique_ptr<IExtensibleArray2D> array(
         new IExtensibleArray2D(std::move(file), dataSet.get(), name, type, rows, columns));
     return HandOver(std::move(array), dataSet);
@@ -387,16 +412,17 @@ void IExtensibleArray2D::CloseIOOperation(hid_t status, hid_t fileSpace, hid_t m
     ScopedSpace ownedFileSpace(fileSpace);
     CheckResult(status, "error during io operation for ExtensibleArray2D dataset");
     CheckResult(H5Sclose(ownedFileSpace.release()), "error closing filespace");
-    CheckResult(H5Sclose(ownedMemorySpace.release()), "error closing dataspace");
+    if (ownedMemorySpace.get() != -1)
+    {
+        CheckResult(H5Sclose(ownedMemorySpace.release()), "error closing dataspace");
+    }
 }
 
 void IExtensibleArray2D::AppendRowFromBuffer(const void* buffer, TDataType::TDataType type)
 {
     hsize_t row = 0;
     ScopedSpace space = ExtendByOne(m_location, kRows, columns, row);
-    Transfer transfer = Select(std::move(space), RowAt(row, columns));
-    const herr_t status = transfer.Write(m_location, type, buffer);
-    CloseIOOperation(status, transfer.fileSpace.release(), transfer.memorySpace.release());
+    WriteLine(space.release(), RowAt(row, columns), buffer, type);
     ++rows;
 }
 
@@ -404,42 +430,64 @@ void IExtensibleArray2D::AppendColumnFromBuffer(const void* buffer, TDataType::T
 {
     hsize_t column = 0;
     ScopedSpace space = ExtendByOne(m_location, kColumns, rows, column);
-    Transfer transfer = Select(std::move(space), ColumnAt(column, rows));
-    const herr_t status = transfer.Write(m_location, type, buffer);
-    CloseIOOperation(status, transfer.fileSpace.release(), transfer.memorySpace.release());
+    WriteLine(space.release(), ColumnAt(column, rows), buffer, type);
     ++columns;
 }
 
 void IExtensibleArray2D::ReadRowToBuffer(int row, void* buffer, TDataType::TDataType type)
 {
     CheckRow(row);
-    Transfer transfer = Select(ScopedSpace(H5Dget_space(m_location)), RowAt(static_cast<hsize_t>(row), columns));
-    const herr_t status = transfer.Read(m_location, type, buffer);
-    CloseIOOperation(status, transfer.fileSpace.release(), transfer.memorySpace.release());
+    ReadLine(RowAt(static_cast<hsize_t>(row), columns), buffer, type);
 }
 
 void IExtensibleArray2D::ReadColumnToBuffer(int column, void* buffer, TDataType::TDataType type)
 {
     CheckColumn(column);
-    Transfer transfer = Select(ScopedSpace(H5Dget_space(m_location)), ColumnAt(static_cast<hsize_t>(column), rows));
-    const herr_t status = transfer.Read(m_location, type, buffer);
-    CloseIOOperation(status, transfer.fileSpace.release(), transfer.memorySpace.release());
+    ReadLine(ColumnAt(static_cast<hsize_t>(column), rows), buffer, type);
 }
 
 void IExtensibleArray2D::WriteRowFromBuffer(int row, const void* buffer, TDataType::TDataType type)
 {
     CheckRow(row);
-    Transfer transfer = Select(ScopedSpace(H5Dget_space(m_location)), RowAt(static_cast<hsize_t>(row), columns));
-    const herr_t status = transfer.Write(m_location, type, buffer);
-    CloseIOOperation(status, transfer.fileSpace.release(), transfer.memorySpace.release());
+    WriteLine(H5Dget_space(m_location), RowAt(static_cast<hsize_t>(row), columns), buffer, type);
 }
 
 void IExtensibleArray2D::WriteColumnFromBuffer(int column, const void* buffer, TDataType::TDataType type)
 {
     CheckColumn(column);
-    Transfer transfer = Select(ScopedSpace(H5Dget_space(m_location)), ColumnAt(static_cast<hsize_t>(column), rows));
-    const herr_t status = transfer.Write(m_location, type, buffer);
-    CloseIOOperation(status, transfer.fileSpace.release(), transfer.memorySpace.release());
+    WriteLine(H5Dget_space(m_location), ColumnAt(static_cast<hsize_t>(column), rows), buffer, type);
+}
+
+void IExtensibleArray2D::ReadLine(const Line& line, void* buffer, TDataType::TDataType type)
+{
+    TransferLine(H5Dget_space(m_location), line, type,
+                 [&](hid_t memoryType, hid_t memorySpace, hid_t fileSpace)
+                 { return H5Dread(m_location, memoryType, memorySpace, fileSpace, H5P_DEFAULT, buffer); });
+}
+
+void IExtensibleArray2D::WriteLine(hid_t fileSpace, const Line& line, const void* buffer, TDataType::TDataType type)
+{
+    TransferLine(fileSpace, line, type,
+                 [&](hid_t memoryType, hid_t memorySpace, hid_t space)
+                 { return H5Dwrite(m_location, memoryType, memorySpace, space, H5P_DEFAULT, buffer); });
+}
+
+// Takes over the file space. A type without an id is refused as late as here: an append has extended the data set.
+template <typename Transfer>
+void IExtensibleArray2D::TransferLine(hid_t openedFileSpace, const Line& line, TDataType::TDataType type,
+                                      Transfer transfer)
+{
+    ScopedSpace fileSpace(openedFileSpace);
+    ScopedSpace columnSpace;
+    H5Sselect_hyperslab(fileSpace.get(), H5S_SELECT_SET, line.start, nullptr, line.count, nullptr);
+    if (!line.isRow)
+    {
+        columnSpace.reset(H5Screate_simple(kRank, line.count, nullptr));
+    }
+    const hid_t memorySpace = line.isRow ? rowSpace->IdFor(line.count[kColumns]) : columnSpace.get();
+    const hid_t memoryType = DataTypeToHDFType(type);
+    const herr_t status = transfer(memoryType, memorySpace, fileSpace.get());
+    CloseIOOperation(status, fileSpace.release(), columnSpace.release());
 }
 
 } // namespace tarnwick::hdf

@@ -9,12 +9,15 @@
 
 #include <hdf5.h>
 
+#include <memory>
 #include <string>
 
 namespace tarnwick::hdf
 {
 
 class IFile;
+class RowSpace;
+struct Line;
 struct Refusal;
 
 /// A chunked two-dimensional data set that grows row by row and column by column. Its maximum dimensions are unlimited,
@@ -106,7 +109,8 @@ protected:
     void CheckRow(int row);
     /// @throws std::runtime_error (plain) as ReadColumnToBuffer.
     void CheckColumn(int column);
-    /// Ends a transfer: takes over both spaces, judges `status` and closes the spaces on every way out.
+    /// Ends a transfer: takes over both spaces, judges `status` and closes the spaces on every way out. A memory space of
+    /// -1 is that of a row, which stays with the object.
     /// @throws std::runtime_error with traceback as ReadRowToBuffer.
     void CloseIOOperation(hid_t status, hid_t fileSpace, hid_t memorySpace);
 
@@ -119,10 +123,15 @@ private:
     static boost::shared_ptr<IExtensibleArray2D> FromOpenDataSet(boost::weak_ptr<IFile> file, hid_t parent,
                                                                  const std::string& name, hid_t opened,
                                                                  bool isNullIfRefused);
+    void ReadLine(const Line& line, void* buffer, TDataType::TDataType type);
+    void WriteLine(hid_t fileSpace, const Line& line, const void* buffer, TDataType::TDataType type);
+    template <typename Transfer>
+    void TransferLine(hid_t openedFileSpace, const Line& line, TDataType::TDataType type, Transfer transfer);
 
     unsigned int rows;
     unsigned int columns;
     TDataType::TDataType dataType;
+    std::unique_ptr<RowSpace> rowSpace;
 
     friend class IGroup;
 };
