@@ -8,6 +8,9 @@ with h5py.File(sys.argv[1], "w") as file:
     file.attrs["title"] = "written by h5py"
     file.attrs["version"] = np.int32(3)
     file.attrs["axes"] = ["time", "height"]
+    file.attrs["flag"] = True
+    file.attrs["big-endian"] = np.arange(3, dtype=">i4")
+    file.attrs["two\nlines"] = "first\nsecond"
     strings = file.create_group("strings")
     strings["variable"] = ["sun", "Zürich", ""]
     strings["fixed"] = np.array([b"sun", b"rain"])
@@ -17,6 +20,9 @@ with h5py.File(sys.argv[1], "w") as file:
     numbers["boolean"] = np.array([True, False])
     numbers["half"] = np.arange(3, dtype="f2")
     numbers["cube"] = np.zeros((2, 3, 4))
+    numbers["complex"] = np.array([1 + 2j])
+    numbers["opaque"] = np.array([b"\x01\x02"], dtype="V2")
+    numbers["references"] = np.array([file.ref], dtype=h5py.ref_dtype)
     numbers["empty"] = h5py.Empty("f8")
     numbers["compact"] = np.arange(4, dtype="i8")
     numbers.create_dataset("growing", data=np.ones((3, 2)), maxshape=(None, 2))

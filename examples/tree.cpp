@@ -1,11 +1,19 @@
-// Prints what the library finds in any HDF5 file: groups, arrays, extensible arrays, tables, attributes, and the names of
-// what it opens as none of these. Usage: tree <file>
+// Prints any HDF5 file, a line for each thing in it: groups, arrays, extensible arrays, tables, attributes, and what the
+// library opens as nothing.
+// HDF5 reads the file: one that was damaged on purpose can bring it down. Usage: tree <file>
+#include "TypeName.h"
+
 #include <tarnwickhdf/tarnwickhdf.h>
 
 #include <algorithm>
+#include <array>
+#include <cstdlib>
 #include <exception>
+#include <functional>
+#include <iomanip>
 #include <iostream>
-#include <set>
+#include <map>
+#include <sstream>
 #include <stdexcept>
 #include <string>
 #include <utility>
@@ -16,146 +24,301 @@ namespace
 
 namespace hdf = tarnwick::hdf;
 
-const char* NameOf(hdf::TDataType::TDataType type)
-{
-    static const char* const names[] = {"nested", "Char",    "UChar",   "Short",  "UShort",      "Int",       "UInt",
-                                        "Int64",  "UInt64",  "Long",    "ULong",  "LongLong",    "ULongLong", "Float",
-                                        "Double", "Float32", "Float64", "String", "VarLenString"};
-    return names[type];
-}
-
-const char* NameOfChildType(int type)
-{
-    switch (type)
-    {
-    case H5G_DATASET:
-        return "a data set of a kind that the library doesn't open";
-    case H5G_TYPE:
-        return "a named type";
-    case H5G_LINK:
-        return "a soft link";
-    case H5G_UDLINK:
-        return "an external or user-defined link";
-    default:
-        return "an object that HDF5 can't read";
-    }
-}
-
-// Attributes that are no single text have a type at most; the library reads texts only.
-std::string TextOf(const hdf::INode& node, const std::string& attribute)
-{
-    try
-    {
-        return "= " + node.GetAttr(attribute);
-    }
-    catch (const std::runtime_error&)
-    {
-    }
-    try
-    {
-        return std::string(": ") + NameOf(node.GetAttrType(attribute));
-    }
-    catch (const std::runtime_error&)
-    {
-        return ": of another type";
-    }
-}
-
-class TreePrinter
+// An HDF5 id of a call that the library has no operation for.
+class Holder
 {
 public:
-    void PrintGroup(const hdf::IGroup& group, const std::string& indent)
+    Holder(hid_t id, herr_t (*close)(hid_t)) : m_id(id), m_close(close) {}
+    Holder(const Holder&) = delete;
+    Holder& operator=(const Holder&) = delete;
+    ~Holder()
     {
-        PrintAttributes(group, indent);
-        // Hard links can lead back up: a group that was printed is only named the next time.
-        if (!m_printed.insert(AddressOf(group)).second)
+        if (m_id >= 0)
         {
-            std::cout << indent << "(printed above)\n";
-            return;
+            m_close(m_id);
         }
-        std::set<std::string> opened;
-        PrintArrays(group, indent, opened);
-        PrintExtensibleArrays(group, indent, opened);
-        PrintTables(group, indent, opened);
-        PrintOthers(group, indent, opened);
-        for (const auto& child : group.ListGroups())
+    }
+    hid_t Id() const { return m_id; }
+
+private:
+    hid_t m_id;
+    herr_t (*m_close)(hid_t);
+};
+
+// Keeps every name and text on one line, and long texts short.
+std::string Printable(const std::string& text)
+{
+    constexpr size_t longest = 200;
+    std::ostringstream out;
+    size_t end = std::min(text.size(), longest);
+    while (end < text.size() && (static_cast<unsigned char>(text[end]) & 0xC0U) == 0x80U)
+    {
+        --end; // not inside a character
+    }
+    for (const char character : text.substr(0, end))
+    {
+        const auto code = static_cast<unsigned char>(character);
+        if (code < 0x20 || code == 0x7F)
         {
-            std::cout << indent << child->GetName() << "/\n";
-            PrintGroup(*child, indent + "  ");
+            out << "\\x" << std::hex << std::setw(2) << std::setfill('0') << static_cast<int>(code) << std::dec;
+        }
+        else
+        {
+            out << character;
+        }
+    }
+    if (end < text.size())
+    {
+        out << " ... (" << text.size() << " bytes)";
+    }
+    return out.str();
+}
+
+// The message of an exception without HDF5's traceback below it.
+std::string Reason(const std::exception& error)
+{
+    const std::string text = error.what();
+    const std::string line = text.substr(0, text.find('\n'));
+    return Printable(line.size() < text.size() && line.back() == ':' ? line.substr(0, line.size() - 1) : line);
+}
+
+// The name of a type's class, also for types that the library has no element type for.
+std::string ClassName(hid_t type)
+{
+    static const std::array<const char*, H5T_NCLASSES> names = {
+        "integer",  "float",     "time",        "string",          "bit field", "opaque",
+        "compound", "reference", "enumeration", "variable-length", "array"};
+    const H5T_class_t typeClass = H5Tget_class(type);
+    return typeClass < 0 ? "unknown" : names.at(static_cast<size_t>(typeClass));
+}
+
+// The text of an attribute, or the type and the number of elements of one that isn't a single text.
+std::string DescribeAttribute(const hdf::INode& node, const std::string& name)
+{
+    try
+    {
+        return " = \"" + Printable(node.GetAttr(name)) + '"';
+    }
+    catch (const std::exception&)
+    {
+    }
+    const Holder attribute(H5Aopen(node.LocationID(), name.c_str(), H5P_DEFAULT), H5Aclose);
+    const Holder type(H5Aget_type(attribute.Id()), H5Tclose);
+    const Holder space(H5Aget_space(attribute.Id()), H5Sclose);
+    const std::string size = ", elements " + std::to_string(H5Sget_simple_extent_npoints(space.Id()));
+    try
+    {
+        return ": " + TypeName(node.GetAttrType(name)) + size;
+    }
+    catch (const std::exception&)
+    {
+        return ": " + ClassName(type.Id()) + size;
+    }
+}
+
+void PrintAttributes(const hdf::INode& node)
+{
+    for (const std::string& name : node.ListAttrs())
+    {
+        std::cout << "  @" << Printable(name) << DescribeAttribute(node, name) << '\n';
+    }
+}
+
+std::string Describe(const hdf::IArray& array)
+{
+    return "array of " + TypeName(array.GetType()) + ", length " + std::to_string(array.GetLength()) + ", components " +
+           std::to_string(array.GetComponents());
+}
+
+std::string Describe(const hdf::IExtensibleArray2D& array)
+{
+    return "extensible array of " + TypeName(array.GetType()) + ", " + std::to_string(array.GetNumberOfRows()) +
+           " rows x " + std::to_string(array.GetNumberOfColumns()) + " columns";
+}
+
+std::string Describe(const hdf::ITable& table)
+{
+    std::string text = "table, " + std::to_string(table.GetNumberOfRows()) + " rows";
+    for (int column = 0; column < static_cast<int>(table.GetNumberOfColumns()); ++column)
+    {
+        const hdf::TDataType::TDataType type = table.GetColumnDataType(column);
+        text += (column == 0 ? ": " : ", ") + Printable(table.GetColumnName(column)) + ' ' +
+                (type == hdf::TDataType::Undefined ? ClassName(table.GetColumnTypeID(column)) : TypeName(type));
+    }
+    return text;
+}
+
+class Tree
+{
+public:
+    // The groups wait in a list, not on the stack: a file may be nested as deep as it likes.
+    void Print(const boost::shared_ptr<hdf::IGroup>& root)
+    {
+        PrintOrSay("/", [&] { PrintGroup(root, "/"); });
+        while (!m_waiting.empty())
+        {
+            const Waiting next = m_waiting.back();
+            m_waiting.pop_back();
+            PrintOrSay(next.path, [&] { PrintGroup(next.parent->GetGroup(next.name), next.path); });
         }
     }
 
 private:
-    using Address = std::pair<unsigned long, haddr_t>;
-
-    static Address AddressOf(const hdf::INode& node)
+    struct Child
     {
-        H5O_info_t info = {};
-        H5Oget_info2(node.LocationID(), &info, H5O_INFO_BASIC);
+        std::string name;
+        H5L_type_t link;
+    };
+
+    struct Waiting
+    {
+        boost::shared_ptr<hdf::IGroup> parent;
+        std::string name;
+        std::string path;
+    };
+
+    // Where in which file a group lies: the same for all its names.
+    using Place = std::pair<unsigned long, haddr_t>;
+
+    static Place PlaceOf(const hdf::IGroup& group)
+    {
+        H5O_info_t info{};
+        if (H5Oget_info2(group.LocationID(), &info, H5O_INFO_BASIC) < 0)
+        {
+            throw std::runtime_error("HDF5 can't tell where the group lies");
+        }
         return {info.fileno, info.addr};
     }
 
-    static void PrintAttributes(const hdf::INode& node, const std::string& indent)
+    static herr_t Collect(hid_t, const char* name, const H5L_info_t* info, void* children) noexcept
     {
-        for (const std::string& name : node.ListAttrs())
+        static_cast<std::vector<Child>*>(children)->push_back({name, info->type});
+        return 0;
+    }
+
+    // What is broken in one place doesn't hide the rest of the file.
+    static void PrintOrSay(const std::string& path, const std::function<void()>& print)
+    {
+        try
         {
-            std::cout << indent << "@" << name << " " << TextOf(node, name) << "\n";
+            print();
+        }
+        catch (const std::exception& error)
+        {
+            std::cout << Printable(path) << "  can't be read: " << Reason(error) << '\n';
         }
     }
 
-    static void PrintArrays(const hdf::IGroup& group, const std::string& indent, std::set<std::string>& opened)
+    void PrintGroup(const boost::shared_ptr<hdf::IGroup>& group, const std::string& path)
     {
-        for (const auto& array : group.ListArrays())
+        const auto [place, isNew] = m_seen.emplace(PlaceOf(*group), path);
+        if (!isNew)
         {
-            opened.insert(array->GetName());
-            std::cout << indent << array->GetName() << ": array of " << NameOf(array->GetType()) << ", "
-                      << array->GetLength() << " x " << array->GetComponents() << "\n";
-            PrintAttributes(*array, indent + "  ");
+            std::cout << Printable(path) << "  group, the same as " << Printable(place->second) << '\n';
+            return;
+        }
+        std::cout << Printable(path) << "  group\n";
+        PrintAttributes(*group);
+
+        std::vector<Child> children;
+        if (H5Literate(group->LocationID(), H5_INDEX_NAME, H5_ITER_INC, nullptr, Collect, &children) < 0)
+        {
+            throw std::runtime_error("HDF5 can't list the group");
+        }
+        std::vector<Waiting> groups;
+        for (const Child& child : children)
+        {
+            const std::string childPath = (path == "/" ? path : path + '/') + child.name;
+            PrintOrSay(childPath, [&] { PrintChild(group, child, childPath, groups); });
+        }
+        m_waiting.insert(m_waiting.end(), groups.rbegin(), groups.rend());
+    }
+
+    static void PrintChild(const boost::shared_ptr<hdf::IGroup>& group, const Child& child, const std::string& path,
+                           std::vector<Waiting>& groups)
+    {
+        if (child.link != H5L_TYPE_HARD)
+        {
+            PrintLink(*group, child, path);
+            return;
+        }
+        H5O_info_t info{};
+        if (H5Oget_info_by_name2(group->LocationID(), child.name.c_str(), &info, H5O_INFO_BASIC, H5P_DEFAULT) < 0)
+        {
+            std::cout << Printable(path) << "  can't be read\n";
+        }
+        else if (info.type == H5O_TYPE_GROUP)
+        {
+            groups.push_back({group, child.name, path});
+        }
+        else if (info.type == H5O_TYPE_DATASET)
+        {
+            PrintDataSet(*group, child.name, path);
+        }
+        else
+        {
+            std::cout << Printable(path) << "  named data type\n";
         }
     }
 
-    static void PrintExtensibleArrays(const hdf::IGroup& group, const std::string& indent,
-                                      std::set<std::string>& opened)
+    static void PrintLink(const hdf::IGroup& group, const Child& child, const std::string& path)
     {
-        for (const auto& array : group.ListExtensibleArrays2D())
+        H5L_info_t info{};
+        H5Lget_info(group.LocationID(), child.name.c_str(), &info, H5P_DEFAULT);
+        std::vector<char> value(info.u.val_size + 1, '\0');
+        H5Lget_val(group.LocationID(), child.name.c_str(), value.data(), value.size(), H5P_DEFAULT);
+        const char* file = nullptr;
+        const char* target = nullptr;
+        if (child.link == H5L_TYPE_SOFT)
         {
-            opened.insert(array->GetName());
-            std::cout << indent << array->GetName() << ": extensible array of " << NameOf(array->GetType()) << ", "
-                      << array->GetNumberOfRows() << " rows x " << array->GetNumberOfColumns() << " columns\n";
-            PrintAttributes(*array, indent + "  ");
+            std::cout << Printable(path) << "  soft link to " << Printable(value.data()) << '\n';
+        }
+        else if (child.link == H5L_TYPE_EXTERNAL &&
+                 H5Lunpack_elink_val(value.data(), info.u.val_size, nullptr, &file, &target) >= 0)
+        {
+            std::cout << Printable(path) << "  external link to " << Printable(target) << " in " << Printable(file)
+                      << '\n';
+        }
+        else
+        {
+            std::cout << Printable(path) << "  user-defined link\n";
         }
     }
 
-    static void PrintTables(const hdf::IGroup& group, const std::string& indent, std::set<std::string>& opened)
+    // Two dimensions of which one is unlimited open as an array and as an extensible array: then both are told.
+    static void PrintDataSet(const hdf::IGroup& group, const std::string& name, const std::string& path)
     {
-        for (const auto& table : group.ListTables())
+        const auto print = [&path](const auto& node)
         {
-            opened.insert(table->GetName());
-            std::cout << indent << table->GetName() << ": table, " << table->GetNumberOfRows() << " rows\n";
-            for (int column = 0; column < static_cast<int>(table->GetNumberOfColumns()); ++column)
-            {
-                std::cout << indent << "  | " << table->GetColumnName(column) << ": "
-                          << NameOf(table->GetColumnDataType(column)) << "\n";
-            }
-            PrintAttributes(*table, indent + "  ");
+            std::cout << Printable(path) << "  " << Describe(*node) << '\n';
+            PrintAttributes(*node);
+        };
+        const std::string noArray2D = ReasonOfFailure([&] { print(group.GetExtensibleArray2D(name)); });
+        const std::string noTable = ReasonOfFailure([&] { print(group.GetTable(name)); });
+        const std::string noArray = ReasonOfFailure([&] { print(group.GetArray(name)); });
+        if (!noArray2D.empty() && !noTable.empty() && !noArray.empty())
+        {
+            const bool isCompound = noArray == "H5T_COMPOUND is not a valid Array";
+            std::cout << Printable(path) << "  data set that opens as nothing: " << (isCompound ? noTable : noArray)
+                      << '\n';
         }
     }
 
-    static void PrintOthers(const hdf::IGroup& group, const std::string& indent, const std::set<std::string>& opened)
+    static std::string ReasonOfFailure(const std::function<void()>& open)
     {
-        const int children = static_cast<int>(group.GetNumberOfChildren());
-        for (int index = 0; index < children; ++index)
+        try
         {
-            const std::string name = group.GetChildName(index);
-            const int type = group.GetChildType(index);
-            if (type != H5G_GROUP && opened.count(name) == 0)
-            {
-                std::cout << indent << name << ": not opened, " << NameOfChildType(type) << "\n";
-            }
+            open();
+            return "";
+        }
+        catch (const std::exception& error)
+        {
+            return Reason(error);
         }
     }
 
-    std::set<Address> m_printed;
+    std::vector<Waiting> m_waiting;
+    std::map<Place, std::string> m_seen; // hard links may run in circles
 };
 
 } // namespace
@@ -165,18 +328,18 @@ int main(int argc, char** argv)
     if (argc != 2)
     {
         std::cerr << "usage: tree <file>\n";
-        return 1;
+        return EXIT_FAILURE;
     }
     try
     {
+        H5Eset_auto2(H5E_DEFAULT, nullptr, nullptr); // the exception tells all that HDF5 would print
         const auto file = hdf::IFile::Open(argv[1], "r", 0);
-        std::cout << file->GetFileName() << "\n";
-        TreePrinter().PrintGroup(*file->GetRoot(), "  ");
-        return 0;
+        Tree().Print(file->GetRoot());
+        return EXIT_SUCCESS;
     }
-    catch (const std::exception& failure)
+    catch (const std::exception& error)
     {
-        std::cerr << failure.what() << "\n";
-        return 1;
+        std::cerr << "tree: " << error.what() << '\n';
+        return EXIT_FAILURE;
     }
 }

@@ -2,6 +2,7 @@
 // Every value that comes back is compared with the CSV file; a wrong one ends the program with status 1.
 // Usage: weather <folder of seattle-weather.csv> <output folder>
 #include "Csv.h"
+#include "TypeName.h"
 
 #include <tarnwickhdf/tarnwickhdf.h>
 
@@ -9,6 +10,7 @@
 #include <array>
 #include <cstring>
 #include <exception>
+#include <filesystem>
 #include <iomanip>
 #include <iostream>
 #include <map>
@@ -23,7 +25,9 @@ namespace hdf = tarnwick::hdf;
 
 constexpr int kCompression = 6;
 constexpr size_t kMeasured = 4;
-constexpr size_t kSampleEvery = 100;
+constexpr size_t kSampleEvery = 30;
+
+constexpr const char* kPlace = "Seattle, 47°36′ N 122°20′ W";
 
 struct Column
 {
@@ -50,14 +54,25 @@ std::string TextOf(const char* characters, size_t size)
     return std::string(characters, strnlen(characters, size));
 }
 
+// Half of a text is a wrong text: one that doesn't fit is refused.
+template <size_t size>
+void SetText(char (&field)[size], const std::string& text)
+{
+    if (text.size() > size)
+    {
+        throw std::runtime_error("too long for its column: " + text);
+    }
+    text.copy(field, size);
+}
+
 std::vector<Day> ReadDays(const std::string& filename)
 {
     std::vector<Day> days;
     for (const std::vector<std::string>& record : ReadCsv(filename, kMeasured + 2))
     {
         Day day = {};
-        record.front().copy(day.date, sizeof(day.date));
-        record.back().copy(day.weather, sizeof(day.weather));
+        SetText(day.date, record.front());
+        SetText(day.weather, record.back());
         for (size_t i = 0; i < kMeasured; ++i)
         {
             day.measured[i] = std::stod(record[i + 1]);
@@ -105,6 +120,7 @@ class MemoryLog
 public:
     explicit MemoryLog(const std::string& filename) : m_filename(filename), m_tracker(new hdf::MemoryLoggerFileTracker)
     {
+        std::filesystem::remove(filename); // the tracker appends, and a log of two runs is none
         hdf::IFile::InstallGlobalFileTracker(m_tracker);
     }
 
@@ -116,8 +132,10 @@ private:
     int m_index = 0;
 };
 
-void WriteColumns(hdf::IGroup& station, const std::vector<Day>& days)
+// Keeps its arrays open to the end, so that the log shows them.
+void WriteColumns(hdf::IGroup& station, const std::vector<Day>& days, MemoryLog& log)
 {
+    std::vector<boost::shared_ptr<hdf::IArray>> arrays;
     for (size_t i = 0; i < kMeasured; ++i)
     {
         std::vector<double> values;
@@ -125,10 +143,11 @@ void WriteColumns(hdf::IGroup& station, const std::vector<Day>& days)
         {
             values.push_back(day.measured[i]);
         }
-        const auto array =
-            station.CreateArrayFromBuffer(kColumns[i].name, values.data(), hdf::TDataType::Double, values.size(), 1);
-        array->SetAttr("unit", kColumns[i].unit);
-        array->SetAttr("description", kColumns[i].description);
+        arrays.push_back(
+            station.CreateArrayFromBuffer(kColumns[i].name, values.data(), hdf::TDataType::Double, values.size(), 1));
+        arrays.back()->SetAttr("unit", kColumns[i].unit);
+        arrays.back()->SetAttr("description", kColumns[i].description);
+        log.Sample();
     }
 }
 
@@ -175,10 +194,9 @@ void Write(const std::string& filename, std::vector<Day> days, MemoryLog& log)
     const auto file = hdf::IFile::Open(filename, "w", kCompression);
     log.Sample();
     const auto station = file->GetRoot()->CreateGroup("/stations/seattle");
-    station->SetAttr("place", "Seattle, 47°36′ N 122°20′ W");
+    station->SetAttr("place", kPlace);
     station->SetAttr("source", "U.S. National Oceanic and Atmospheric Administration");
-    WriteColumns(*station, days);
-    log.Sample();
+    WriteColumns(*station, days, log);
     WriteMatrix(*station, days);
     WriteWords(*station, days);
     log.Sample();
@@ -218,6 +236,7 @@ void CheckArrays(const hdf::IGroup& station, const std::vector<Day>& days)
 {
     const std::vector<double> matrix = ReadArray(station, "measured");
     const std::vector<std::string> words = ReadWords(*station.GetArray("weather"));
+    Check(station.GetAttr("place") == kPlace, "place");
     Check(matrix.size() == days.size() * kMeasured && words.size() == days.size(), "size of an array");
     for (size_t i = 0; i < kMeasured; ++i)
     {
@@ -267,51 +286,76 @@ void PrintAttributes(const hdf::INode& node, const std::string& indent)
     }
 }
 
-void PrintArray(const hdf::IArray& array)
+template <typename TValue>
+void PrintFirst(const std::vector<TValue>& values, const std::string& indent)
 {
-    std::cout << "    " << array.GetName() << ": ";
+    std::cout << indent << "  ";
+    for (size_t i = 0; i < std::min<size_t>(values.size(), kMeasured); ++i)
+    {
+        std::cout << values[i] << ", ";
+    }
+    std::cout << "...\n";
+}
+
+void PrintArray(const hdf::IArray& array, const std::string& indent)
+{
+    std::cout << indent << array.GetName() << ": array of " << TypeName(array.GetType()) << ", " << array.GetLength()
+              << " x " << array.GetComponents() << "\n";
+    PrintAttributes(array, indent);
     if (array.GetType() == hdf::TDataType::String)
     {
-        const std::vector<std::string> words = ReadWords(array);
-        std::cout << "strings of " << array.GetComponents() << " bytes, " << array.GetLength() << ": " << words[0]
-                  << ", " << words[1] << ", " << words[2] << " ...\n";
+        PrintFirst(ReadWords(array), indent);
+        return;
     }
-    else
-    {
-        std::vector<double> values(array.GetSize());
-        array.GetToBuffer(values.data(), hdf::TDataType::Double);
-        std::cout << "doubles, " << array.GetLength() << " x " << array.GetComponents() << ": " << values[0] << ", "
-                  << values[1] << ", " << values[2] << " ...\n";
-    }
-    PrintAttributes(array, "    ");
+    std::vector<double> values(array.GetSize());
+    array.GetToBuffer(values.data(), hdf::TDataType::Double);
+    PrintFirst(values, indent);
 }
 
-void PrintTable(const hdf::ITable& table)
+void PrintExtensibleArray(hdf::IExtensibleArray2D& array, const std::string& indent)
 {
-    std::cout << "    " << table.GetName() << ": table, " << table.GetNumberOfRows() << " rows of";
+    std::cout << indent << array.GetName() << ": extensible array of " << TypeName(array.GetType()) << ", "
+              << array.GetNumberOfRows() << " rows x " << array.GetNumberOfColumns() << " columns\n";
+    PrintAttributes(array, indent);
+    std::vector<double> row(array.GetNumberOfColumns());
+    array.ReadRowToBuffer(0, row.data(), hdf::TDataType::Double);
+    PrintFirst(row, indent);
+}
+
+void PrintTable(const hdf::ITable& table, const std::string& indent)
+{
+    std::cout << indent << table.GetName() << ": table, " << table.GetNumberOfRows() << " rows";
     for (int column = 0; column < static_cast<int>(table.GetNumberOfColumns()); ++column)
     {
-        std::cout << " " << table.GetColumnName(column);
+        std::cout << ", " << table.GetColumnName(column) << " " << TypeName(table.GetColumnDataType(column));
     }
     std::cout << "\n";
+    PrintAttributes(table, indent);
+    std::vector<std::string> dates;
+    table.FeedStringVector(dates, 0);
+    PrintFirst(dates, indent);
 }
 
-void PrintStation(const hdf::IGroup& station)
+void PrintTree(const hdf::IGroup& group, const std::string& indent)
 {
-    std::cout << station.GetFullName() << "\n";
-    PrintAttributes(station, "");
-    for (const auto& array : station.ListArrays())
+    std::cout << indent << group.GetName() << "\n";
+    PrintAttributes(group, indent);
+    const std::string inner = indent + "  ";
+    for (const auto& array : group.ListArrays())
     {
-        PrintArray(*array);
+        PrintArray(*array, inner);
     }
-    for (const auto& growing : station.ListExtensibleArrays2D())
+    for (const auto& growing : group.ListExtensibleArrays2D())
     {
-        std::cout << "    " << growing->GetName() << ": extensible array, " << growing->GetNumberOfRows() << " x "
-                  << growing->GetNumberOfColumns() << "\n";
+        PrintExtensibleArray(*growing, inner);
     }
-    for (const auto& table : station.ListTables())
+    for (const auto& table : group.ListTables())
     {
-        PrintTable(*table);
+        PrintTable(*table, inner);
+    }
+    for (const auto& child : group.ListGroups())
+    {
+        PrintTree(*child, inner);
     }
 }
 
@@ -378,7 +422,7 @@ void ReadBack(const std::string& filename, const std::vector<Day>& days, MemoryL
     log.Sample();
     CheckAppended(*station, days);
     log.Sample();
-    PrintStation(*station);
+    PrintTree(*file->GetRoot(), "");
     PrintSnow(*station);
     PrintYears(*station);
     file->Close();

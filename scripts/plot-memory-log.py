@@ -19,8 +19,9 @@ def read_samples(log):
     with open(log, encoding="utf-8", errors="replace") as lines:
         for line in lines:
             try:
-                samples.append(json.loads(line))
-            except json.JSONDecodeError:
+                sample = json.loads(line)
+                samples.append({key: sample[key] for key in ("total_heap_used_bytes", "files")})
+            except (ValueError, KeyError, TypeError):
                 # A sample that failed half-way leaves an unfinished line.
                 print(f"passed over: {line.strip()[:60]}...", file=sys.stderr)
     return samples
@@ -36,7 +37,7 @@ def draw(samples, picture):
     heap.plot(numbers, [sample["total_heap_used_bytes"] / 1e6 for sample in samples], color="tab:purple", marker=".")
     heap.set_ylabel("heap in use (MB)")
     # Lines of equal height would hide each other: steps of different width stay visible.
-    for width, (label, key) in zip((9, 7, 5, 3, 1.5), KINDS.items()):
+    for width, (label, key) in zip((7, 5.5, 4, 2.5, 1), KINDS.items()):
         objects.step(numbers, totals(samples, key), where="mid", label=label, linewidth=width, alpha=0.7)
     objects.set_ylabel("open objects")
     objects.legend(loc="upper right", ncols=5, fontsize="small", frameon=False)
@@ -48,8 +49,14 @@ def draw(samples, picture):
         axes.spines[["top", "right"]].set_visible(False)
         axes.set_ylim(bottom=0)
         axes.locator_params(axis="x", integer=True)
+    objects.locator_params(axis="y", integer=True)
     figure.savefig(picture, dpi=100)
 
 
 if __name__ == "__main__":
-    draw(read_samples(sys.argv[1]), sys.argv[2])
+    if len(sys.argv) != 3:
+        sys.exit(__doc__)
+    taken = read_samples(sys.argv[1])
+    if not taken:
+        sys.exit(f"{sys.argv[1]}: no sample in it")
+    draw(taken, sys.argv[2])
