@@ -11,6 +11,7 @@
 #include <tarnwick/IException.h>
 
 #include <algorithm>
+#include <limits>
 #include <memory>
 #include <stdexcept>
 #include <utility>
@@ -23,6 +24,8 @@ namespace
 
 constexpr int kMostDimensions = 2;
 const char* const kNotOneDimension = "Error reading hyperslab from a multidimensional array!";
+const char* const kNoArraySelection = "Error creating array space hyperslab!";
+const char* const kNoMemorySelection = "Error creating memory data space hyperslab!";
 const char* const kWrongDimensions = "Error reading hyperslab: the number of dimensions doesn't match the array!";
 
 struct Extent
@@ -102,6 +105,15 @@ hsize_t WidenProduct(int one, int other)
     return Widen(static_cast<int>(static_cast<unsigned int>(one) * static_cast<unsigned int>(other)));
 }
 
+// HDF5 looks at a selection's last element alone. A stride or count that wraps around, as negative numbers do, would
+// pass for one that ends inside the extent, and HDF5 would run over its own buffers.
+herr_t JudgeSelection(hsize_t start, hsize_t stride, hsize_t count)
+{
+    const hsize_t most = std::numeric_limits<hssize_t>::max();
+    const bool tooFar = start <= most && count > 1 && stride > (most - start) / (count - 1);
+    return stride > most || count > most || tooFar ? -1 : 0;
+}
+
 struct Hyperslab
 {
     hsize_t start[kMostDimensions];
@@ -137,8 +149,12 @@ void ReadFileHyperslab(hid_t dataSet, const MemoryType& memoryType, hsize_t memo
     const ScopedSpace memorySpace(H5Screate_simple(1, &memoryLength, nullptr));
     fileSpace.reset(H5Dget_space(dataSet));
     CheckRank(fileSpace, dimensions, wrongRankMessage);
+    for (size_t i = 0; i < dimensions; ++i)
+    {
+        CheckResult(JudgeSelection(slab.start[i], slab.stride[i], slab.count[i]), kNoArraySelection);
+    }
     CheckResult(H5Sselect_hyperslab(fileSpace.get(), H5S_SELECT_SET, slab.start, slab.stride, slab.count, nullptr),
-                "Error creating array space hyperslab!");
+                kNoArraySelection);
     ReadSelection(dataSet, memoryType, memorySpace, fileSpace, buffer);
 }
 
@@ -426,7 +442,8 @@ void IArray::RewriteInPlace(void* buffer)
 {
     ScopedType stringType;
     hid_t memoryType = -1;
-    if (dataType == TDataType::String)
+    // An array without any element has no strings of a size and a character set of their own.
+    if (dataType == TDataType::String && components != 0)
     {
         stringType = CopyMemoryStringType(components);
         CheckResult(H5Tset_cset(stringType.get(), GetEncoding()), "could not write charset for array: ", m_name);
@@ -489,8 +506,9 @@ void IArray::GetToMemoryHyperslab(void* buffer, int start, int stride, int count
     const hsize_t adjacent = 1;
     ScopedSpace fileSpace;
     const ScopedSpace memorySpace(H5Screate_simple(1, &bufferLength, nullptr));
+    CheckResult(JudgeSelection(memoryStart, memoryStride, elements), kNoMemorySelection);
     CheckResult(H5Sselect_hyperslab(memorySpace.get(), H5S_SELECT_SET, &memoryStart, &memoryStride, &elements, nullptr),
-                "Error creating memory data space hyperslab!");
+                kNoMemorySelection);
     fileSpace.reset(H5Dget_space(m_location));
     CheckRank(fileSpace, 1, kNotOneDimension);
     CheckResult(H5Sselect_hyperslab(fileSpace.get(), H5S_SELECT_SET, &first, &adjacent, &elements, nullptr),

@@ -100,7 +100,8 @@ public:
     /// Writes a whole array. With equal length, components and type the data set is rewritten in place; else it is
     /// unlinked and a new one made in its place with this object's compression, which is 0 for an array that came
     /// through Open. `type` Undefined stands for the array's own type. The buffer has the elements of `type`: nothing
-    /// is converted.
+    /// is converted. A replacement needs the group that the array was made or opened through to be open still; if it
+    /// isn't, "could not create dataset" is thrown and the old data set stays.
     /// @throws std::runtime_error with traceback: "error writing to dataset" if the write fails, "could not write
     ///         charset for array: " + name if the file's encoding is none that HDF5 knows; in a replacement what
     ///         CreateFromBuffer and ReOpen throw: the old contents are gone then and the object is closed.
@@ -118,9 +119,9 @@ public:
     /// Reads the `count` elements start, start + stride, start + 2 * stride ... of a one-dimensional array, packed,
     /// into a buffer of `count` elements. `type` as in GetToBuffer.
     /// @throws std::runtime_error with traceback: "Error reading hyperslab from a multidimensional array!" if
-    ///         `components` isn't 1, "Error creating array space hyperslab!" if HDF5 refuses the selection, "Error
-    ///         reading from dataset to a memory hyperslab!" if the read fails, so beyond the extent; "invalid
-    ///         TDataType".
+    ///         `components` isn't 1, "Error creating array space hyperslab!" if HDF5 refuses the selection or `stride`
+    ///         or `count` is negative, "Error reading from dataset to a memory hyperslab!" if the read fails, so beyond
+    ///         the extent; "invalid TDataType".
     void GetFromHyperslab(void* buffer, int start, int stride, int count, TDataType::TDataType type) const;
 
     /// Reads a strided block into a flat buffer of `memoryLength` elements, which must be the product of `count`.
@@ -135,10 +136,10 @@ public:
     /// Reads the first `count` elements of a one-dimensional array to the places start, start + stride, start + 2 *
     /// stride ... of a buffer of stride * count elements; what lies between stays as it was. `type` as in GetToBuffer.
     /// @throws std::runtime_error with traceback: "Error creating memory data space hyperslab!" or "Error creating file
-    ///         data space hyperslab!" if HDF5 refuses a selection, "Error reading hyperslab from a multidimensional
-    ///         array!" if the data set has two dimensions, because HDF5 would read past the arguments, "Error reading
-    ///         from dataset to a memory hyperslab!" if the read fails, so for a `start` not below `stride`; "invalid
-    ///         TDataType".
+    ///         data space hyperslab!" if HDF5 refuses a selection, the first also if `stride` or `count` is negative,
+    ///         "Error reading hyperslab from a multidimensional array!" if the data set has two dimensions, because
+    ///         HDF5 would read past the arguments, "Error reading from dataset to a memory hyperslab!" if the read
+    ///         fails, so for a `start` not below `stride`; "invalid TDataType".
     void GetToMemoryHyperslab(void* buffer, int start, int stride, int count, TDataType::TDataType type) const;
 
     /// The bytes of the longest string; 0 for no strings.

@@ -69,8 +69,8 @@ public:
     /// text comes back byte for byte. A variable-length value that is null, and an attribute without any element, give
     /// the empty string. An attribute of more than one element is refused, because it has no single value.
     /// @throws std::runtime_error "invalid attribute name: " + name with traceback if there is no such attribute,
-    ///         "could not detect charset for attribute: " + name (plain) if it is no string, so for an array of strings, "could not read attribute:
-    ///         " + name (plain) if it can't be read or has more than one element.
+    ///         "could not detect charset for attribute: " + name (plain) if it is no string, so for an array of
+    ///         strings, "could not read attribute: " + name (plain) if it can't be read or has more than one element.
     std::string GetAttr(const std::string& name) const;
 
     /// The element type of an attribute.

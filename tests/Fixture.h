@@ -2,11 +2,16 @@
 
 #include <tarnwickhdf/tarnwickhdf.h>
 
+#include <tarnwick/IException.h>
+
 #include <gtest/gtest.h>
 
 #include <array>
 #include <filesystem>
+#include <functional>
 #include <string>
+#include <utility>
+#include <vector>
 
 namespace tarnwick::hdf::tests
 {
@@ -56,7 +61,8 @@ protected:
     boost::shared_ptr<IGroup> root;
 };
 
-/// What a call throws as std::runtime_error, "" if it throws nothing. The call must leave the open ids as they were.
+/// What a call throws as std::runtime_error or as a failed precondition, "" if it throws nothing. The call must leave the
+/// open ids as they were.
 template <typename Call>
 std::string FailureOf(Call call)
 {
@@ -67,6 +73,10 @@ std::string FailureOf(Call call)
         call();
     }
     catch (const std::runtime_error& failure)
+    {
+        text = failure.what();
+    }
+    catch (const IPreconditionException& failure)
     {
         text = failure.what();
     }
@@ -81,6 +91,15 @@ std::string WordsOf(Call call)
     const std::string text = FailureOf(call);
     const size_t traceback = text.find(":\n");
     return traceback == std::string::npos ? text : text.substr(0, traceback + 1);
+}
+
+/// Calls with the words that they fail with, as WordsOf tells them; the number of the row goes to the report.
+inline void ExpectWords(const std::vector<std::pair<std::function<void()>, std::string>>& calls)
+{
+    for (size_t i = 0; i < calls.size(); ++i)
+    {
+        EXPECT_EQ(WordsOf(calls[i].first), calls[i].second) << "call " << i;
+    }
 }
 
 } // namespace tarnwick::hdf::tests
