@@ -93,6 +93,8 @@ TEST_F(Factories, CopiesOfANodeGoInAnyOrderAlsoAfterTheFile)
     {
         root->CreateTableFromBuffer("t" + name, &row, 1, type.get(), 0, -1, 0);
         root->CreateExtensibleArray2D("e" + name, TDataType::Int, 1, 1, 1, 1, 0);
+        root->CreateArrayFromBuffer("s" + name, &row, TDataType::String, 1, 4);
+        root->CreateGroup("g" + name);
     }
     const auto dropInEveryOrder = [&](bool closes, auto open, auto read)
     {
@@ -119,6 +121,11 @@ TEST_F(Factories, CopiesOfANodeGoInAnyOrderAlsoAfterTheFile)
         dropInEveryOrder(
             closes, [&](const std::string& n) { return root->GetExtensibleArray2D("e" + n); },
             [&](auto& x) { x.ReadRowToBuffer(0, &row, TDataType::Int); });
+        dropInEveryOrder(
+            closes, [&](const std::string& n) { return root->GetArray("s" + n); },
+            [&](auto& x) { x.GetToBuffer(&row, TDataType::Undefined); });
+        dropInEveryOrder(
+            closes, [&](const std::string& n) { return root->GetGroup("g" + n); }, [&](auto& x) { x.GetFullName(); });
     }
 }
 
