@@ -26,10 +26,15 @@ done
 [ "${#missing[@]}" -gt 0 ] || exit 0
 
 echo "== Installing missing packages: ${missing[*]}"
-as_root=()
-[ "$(id -u)" -eq 0 ] || as_root=(sudo)
-export DEBIAN_FRONTEND=noninteractive
+# sudo drops the environment, and a question of a package would be asked where nobody sees it.
+as_root=(env DEBIAN_FRONTEND=noninteractive)
+if [ "$(id -u)" -ne 0 ]; then
+  command -v sudo >/dev/null || { echo "neither root nor sudo: install them as root, then run this again" >&2; exit 1; }
+  as_root=(sudo "${as_root[@]}")
+fi
 log=$(mktemp)
 trap 'rm -f "$log"' EXIT
-"${as_root[@]}" apt-get update -qq >"$log" 2>&1 || { cat "$log" >&2; exit 1; }
-"${as_root[@]}" apt-get install -y -qq --no-install-recommends "${missing[@]}" >"$log" 2>&1 || { cat "$log" >&2; exit 1; }
+# A machine that has just started may still be updating itself.
+apt=("${as_root[@]}" apt-get -qq -o DPkg::Lock::Timeout=300)
+"${apt[@]}" update >"$log" 2>&1 || { cat "$log" >&2; exit 1; }
+"${apt[@]}" install -y --no-install-recommends "${missing[@]}" >"$log" 2>&1 || { cat "$log" >&2; exit 1; }
