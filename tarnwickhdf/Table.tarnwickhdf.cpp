@@ -5,6 +5,7 @@
 #include <tarnwickhdf/internal/HandOver.h>
 #include <tarnwickhdf/internal/IDataSetBuilder.h>
 #include <tarnwickhdf/internal/ObjectLookup.h>
+#include <tarnwickhdf/internal/RowBlocks.h>
 #include <tarnwickhdf/internal/ScopedId.h>
 #include <tarnwickhdf/utils.h>
 
@@ -17,6 +18,9 @@ namespace tarnwick::hdf
 
 namespace
 {
+
+const char* const kMemorySelectionFailed = "Error reading data set to a memory selection!";
+const char* const kWriteFailed = "error writing to dataset";
 
 using ColumnList = std::vector<TDataType::THDFAndDataType>;
 
@@ -333,7 +337,7 @@ bool ITable::FitsInPlace(size_t rows, hid_t type) const
 
 void ITable::WriteInPlace(const void* buffer)
 {
-    CheckResult(H5Dwrite(m_location, compoundType, H5S_ALL, H5S_ALL, H5P_DEFAULT, buffer), "error writing to dataset");
+    CheckResult(H5Dwrite(m_location, compoundType, H5S_ALL, H5S_ALL, H5P_DEFAULT, buffer), kWriteFailed);
 }
 
 template <typename CreateReplacement>
@@ -419,6 +423,13 @@ void ITable::FeedStringVector(std::vector<std::string>& strings, int column) con
 void ITable::GetToSelection(void* buffer, size_t memoryRows, hid_t memoryType,
                             const std::vector<hsize_t>& selection) const
 {
+    RowBlocks blocks(m_location, MemoryTypeOrOwn(memoryType), selection.size(), selection.size());
+    herr_t status = 0;
+    if (selection.size() == blocks.RowsInFile() && blocks.ReadRun(0, selection, memoryRows, buffer, status))
+    {
+        CheckResult(status, kMemorySelectionFailed);
+        return;
+    }
     IDataSetBuilder builder;
     builder.memorySpace = CreateMemorySpace(memoryRows);
     builder.SelectMemoryElements(selection);
@@ -427,11 +438,18 @@ void ITable::GetToSelection(void* buffer, size_t memoryRows, hid_t memoryType,
 
 void ITable::GetFromSelection(void* buffer, hid_t memoryType, const std::vector<hsize_t>& selection) const
 {
+    herr_t status = 0;
+    if (RowBlocks(m_location, MemoryTypeOrOwn(memoryType), selection.size(), numberOfRows)
+            .ReadRows(selection, buffer, status))
+    {
+        CheckRead(status, m_name);
+        return;
+    }
     IDataSetBuilder builder;
     builder.OpenFileSpace(m_location);
     builder.SelectFileElements(selection);
     builder.memorySpace = CreateMemorySpace(selection.size());
-    const herr_t status =
+    status =
         H5Dread(m_location, MemoryTypeOrOwn(memoryType), builder.memorySpace, builder.fileSpace, H5P_DEFAULT, buffer);
     CheckRead(status, m_name);
 }
@@ -451,6 +469,13 @@ void ITable::GetFromToSelection(void* buffer, size_t memoryRows, hid_t memoryTyp
 void ITable::GetFromHyperslabToSelection(void* buffer, size_t memoryRows, hid_t memoryType, size_t fileStart,
                                          const std::vector<hsize_t>& selection) const
 {
+    herr_t status = 0;
+    if (RowBlocks(m_location, memoryType, selection.size(), selection.size())
+            .ReadRun(fileStart, selection, memoryRows, buffer, status))
+    {
+        CheckResult(status, kMemorySelectionFailed);
+        return;
+    }
     IDataSetBuilder builder;
     SelectRun(builder, memoryRows, fileStart, selection);
     ReadToSelection(builder, memoryType, buffer);
@@ -459,10 +484,17 @@ void ITable::GetFromHyperslabToSelection(void* buffer, size_t memoryRows, hid_t 
 void ITable::SetToHyperslabFromSelection(void* buffer, size_t memoryRows, hid_t memoryType, size_t fileStart,
                                          const std::vector<hsize_t>& selection)
 {
+    herr_t status = 0;
+    if (RowBlocks(m_location, memoryType, selection.size(), selection.size())
+            .WriteRun(fileStart, selection, memoryRows, buffer, status))
+    {
+        CheckResult(status, kWriteFailed);
+        return;
+    }
     IDataSetBuilder builder;
     SelectRun(builder, memoryRows, fileStart, selection);
     CheckResult(H5Dwrite(m_location, memoryType, builder.memorySpace, builder.fileSpace, H5P_DEFAULT, buffer),
-                "error writing to dataset");
+                kWriteFailed);
 }
 
 // A run of adjacent table rows on the file side, scattered rows of a buffer on the memory side.
@@ -479,7 +511,7 @@ void ITable::ReadToSelection(const IDataSetBuilder& builder, hid_t memoryType, v
 {
     const hid_t fileSpace = builder.fileSpace == 0 ? H5S_ALL : builder.fileSpace;
     CheckResult(H5Dread(m_location, memoryType, builder.memorySpace, fileSpace, H5P_DEFAULT, buffer),
-                "Error reading data set to a memory selection!");
+                kMemorySelectionFailed);
 }
 
 } // namespace tarnwick::hdf

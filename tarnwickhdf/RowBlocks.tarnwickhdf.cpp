@@ -1,0 +1,209 @@
+#include <tarnwickhdf/internal/RowBlocks.h>
+
+#include <algorithm>
+#include <cstdint>
+#include <cstring>
+#include <numeric>
+
+namespace tarnwick::hdf
+{
+
+namespace
+{
+
+// Below this number a selection isn't worth the questions about the table.
+constexpr size_t kFewestRows = 256;
+constexpr size_t kBlockBytes = size_t{256} << 10U;
+// The default chunk cache: a chunk that fits is unpacked once for the blocks that it serves.
+constexpr std::uint64_t kChunkCacheBytes = std::uint64_t{1} << 20U;
+// Reading so many bytes in a block takes about as long as HDF5 takes for a row of its own.
+constexpr hsize_t kBytesWorthARow = 2048;
+
+bool IsFixedMember(hid_t compound, unsigned int index)
+{
+    switch (H5Tget_member_class(compound, index))
+    {
+    case H5T_INTEGER:
+    case H5T_FLOAT:
+    case H5T_BITFIELD:
+    case H5T_OPAQUE:
+    case H5T_ENUM:
+        return true;
+    case H5T_STRING:
+    {
+        const ScopedType member(H5Tget_member_type(compound, index));
+        return H5Tis_variable_str(member.get()) == 0;
+    }
+    default:
+        return false;
+    }
+}
+
+// Members whose bytes in memory aren't those in the file, or may not be, are left to HDF5.
+bool AreRowsTheSameBytes(hid_t dataSet, hid_t memoryType)
+{
+    const ScopedType stored(H5Dget_type(dataSet));
+    if (H5Tget_class(stored.get()) != H5T_COMPOUND || H5Tequal(stored.get(), memoryType) <= 0)
+    {
+        return false;
+    }
+    const int members = H5Tget_nmembers(stored.get());
+    for (int i = 0; i < members; ++i)
+    {
+        if (!IsFixedMember(stored.get(), static_cast<unsigned int>(i)))
+        {
+            return false;
+        }
+    }
+    return members > 0;
+}
+
+bool AreBlocksCheap(hid_t dataSet, size_t rowSize)
+{
+    const ScopedPropertyList list(H5Dget_create_plist(dataSet));
+    if (H5Pget_layout(list.get()) != H5D_CHUNKED)
+    {
+        return H5Pget_layout(list.get()) == H5D_CONTIGUOUS && H5Pget_external_count(list.get()) == 0;
+    }
+    hsize_t chunk = 0;
+    return H5Pget_nfilters(list.get()) == 0 ||
+           (H5Pget_chunk(list.get(), 1, &chunk) == 1 && chunk * rowSize <= kChunkCacheBytes);
+}
+
+bool AreAllBelow(const std::vector<hsize_t>& rows, hsize_t end)
+{
+    return std::all_of(rows.begin(), rows.end(), [=](hsize_t row) { return row < end; });
+}
+
+// The places of a selection in ascending order of their rows.
+std::vector<size_t> OrderOf(const std::vector<hsize_t>& selection)
+{
+    std::vector<size_t> order(selection.size());
+    std::iota(order.begin(), order.end(), size_t{0});
+    if (!std::is_sorted(selection.begin(), selection.end()))
+    {
+        std::sort(order.begin(), order.end(),
+                  [&](size_t one, size_t other) { return selection[one] < selection[other]; });
+    }
+    return order;
+}
+
+} // namespace
+
+RowBlocks::RowBlocks(hid_t dataSet, hid_t memoryType, size_t selectedRows, hsize_t largestBlock)
+    : m_dataSet(dataSet), m_memoryType(memoryType)
+{
+    if (selectedRows < kFewestRows || !AreRowsTheSameBytes(dataSet, memoryType))
+    {
+        return;
+    }
+    const size_t rowSize = H5Tget_size(memoryType);
+    m_fileSpace.reset(H5Dget_space(dataSet));
+    const bool isFlat = H5Sget_simple_extent_ndims(m_fileSpace.get()) == 1 &&
+                        H5Sget_simple_extent_dims(m_fileSpace.get(), &m_rowsInFile, nullptr) == 1;
+    if (!isFlat || rowSize == 0 || rowSize > kBlockBytes || !AreBlocksCheap(dataSet, rowSize))
+    {
+        return;
+    }
+    m_rowsInBlock = std::min<hsize_t>(kBlockBytes / rowSize, std::max<hsize_t>(largestBlock, 1));
+    m_memorySpace.reset(H5Screate_simple(1, &m_rowsInBlock, nullptr));
+    m_block.reset(new char[m_rowsInBlock * rowSize]);
+    m_rowSize = m_memorySpace.get() > 0 ? rowSize : 0;
+}
+
+bool RowBlocks::ReadRun(hsize_t fileStart, const std::vector<hsize_t>& selection, size_t memoryRows, void* buffer,
+                        herr_t& status)
+{
+    if (!IsRun(fileStart, selection.size()) || !AreAllBelow(selection, memoryRows))
+    {
+        return false;
+    }
+    auto* rows = static_cast<char*>(buffer);
+    status = 0;
+    for (size_t done = 0; done < selection.size() && status >= 0;)
+    {
+        const size_t count = std::min<size_t>(selection.size() - done, m_rowsInBlock);
+        status = ReadBlock(fileStart + done, count);
+        for (size_t i = 0; i < count && status >= 0; ++i)
+        {
+            std::memcpy(rows + selection[done + i] * m_rowSize, m_block.get() + i * m_rowSize, m_rowSize);
+        }
+        done += count;
+    }
+    return true;
+}
+
+bool RowBlocks::WriteRun(hsize_t fileStart, const std::vector<hsize_t>& selection, size_t memoryRows,
+                         const void* buffer, herr_t& status)
+{
+    if (!IsRun(fileStart, selection.size()) || !AreAllBelow(selection, memoryRows))
+    {
+        return false;
+    }
+    const auto* rows = static_cast<const char*>(buffer);
+    status = 0;
+    for (size_t done = 0; done < selection.size() && status >= 0;)
+    {
+        const size_t count = std::min<size_t>(selection.size() - done, m_rowsInBlock);
+        for (size_t i = 0; i < count; ++i)
+        {
+            std::memcpy(m_block.get() + i * m_rowSize, rows + selection[done + i] * m_rowSize, m_rowSize);
+        }
+        SelectRows(fileStart + done, count);
+        status = H5Dwrite(m_dataSet, m_memoryType, m_memorySpace.get(), m_fileSpace.get(), H5P_DEFAULT, m_block.get());
+        done += count;
+    }
+    return true;
+}
+
+bool RowBlocks::ReadRows(const std::vector<hsize_t>& selection, void* buffer, herr_t& status)
+{
+    if (!IsPossible() || selection.empty() || !AreAllBelow(selection, m_rowsInFile))
+    {
+        return false;
+    }
+    const auto [least, most] = std::minmax_element(selection.begin(), selection.end());
+    if ((*most - *least) * m_rowSize > selection.size() * kBytesWorthARow)
+    {
+        return false;
+    }
+    const std::vector<size_t> order = OrderOf(selection);
+    auto* rows = static_cast<char*>(buffer);
+    status = 0;
+    for (size_t done = 0; done < order.size() && status >= 0;)
+    {
+        const hsize_t start = selection[order[done]];
+        size_t end = done;
+        while (end < order.size() && selection[order[end]] - start < m_rowsInBlock)
+        {
+            ++end;
+        }
+        status = ReadBlock(start, selection[order[end - 1]] - start + 1);
+        for (; done < end && status >= 0; ++done)
+        {
+            const char* row = m_block.get() + (selection[order[done]] - start) * m_rowSize;
+            std::memcpy(rows + order[done] * m_rowSize, row, m_rowSize);
+        }
+    }
+    return true;
+}
+
+bool RowBlocks::IsRun(hsize_t fileStart, size_t count) const
+{
+    return IsPossible() && count > 0 && fileStart <= m_rowsInFile && count <= m_rowsInFile - fileStart;
+}
+
+void RowBlocks::SelectRows(hsize_t start, hsize_t count)
+{
+    const hsize_t first = 0;
+    H5Sselect_hyperslab(m_fileSpace.get(), H5S_SELECT_SET, &start, nullptr, &count, nullptr);
+    H5Sselect_hyperslab(m_memorySpace.get(), H5S_SELECT_SET, &first, nullptr, &count, nullptr);
+}
+
+herr_t RowBlocks::ReadBlock(hsize_t start, hsize_t count)
+{
+    SelectRows(start, count);
+    return H5Dread(m_dataSet, m_memoryType, m_memorySpace.get(), m_fileSpace.get(), H5P_DEFAULT, m_block.get());
+}
+
+} // namespace tarnwick::hdf
