@@ -7,6 +7,7 @@
 
 #include <algorithm>
 #include <cstring>
+#include <limits>
 
 namespace tarnwick::hdf
 {
@@ -21,6 +22,13 @@ size_t CountItems(const ScopedSpace& space)
 {
     const hssize_t items = H5Sget_simple_extent_npoints(space.get());
     return items > 0 ? static_cast<size_t>(items) : 0;
+}
+
+// A damaged file may claim more items than memory can be asked for.
+size_t BytesOf(size_t items, size_t itemSize)
+{
+    CheckResult(itemSize != 0 && items > std::numeric_limits<size_t>::max() / itemSize ? -1 : 0, kReadFailed);
+    return items * itemSize;
 }
 
 void AssignText(std::string& target, const char* text, size_t size, H5T_cset_t charset)
@@ -107,6 +115,9 @@ namespace utils
 void ReadStringDataSet(std::vector<std::string>& strings, hid_t dataSet, hid_t storedType, hid_t memoryType,
                        size_t count, size_t itemSize)
 {
+    // HDF5 tells a character set of sequences and arrays of strings too, but their items are no texts.
+    const H5T_class_t storedClass = H5Tget_class(storedType);
+    CheckResult(storedClass == H5T_VLEN || storedClass == H5T_ARRAY ? -1 : 0, kNoCharset);
     if (H5Tis_variable_str(storedType) > 0)
     {
         ReadVariableStringDataSet(strings, dataSet, storedType, memoryType, count);
@@ -114,8 +125,8 @@ void ReadStringDataSet(std::vector<std::string>& strings, hid_t dataSet, hid_t s
     }
     // The data set decides how much H5Dread stores, which may be more than the caller counted.
     const ScopedSpace space(H5Dget_space(dataSet));
-    const size_t stored = CountItems(space) * H5Tget_size(memoryType);
-    std::vector<char> buffer(std::max({count * itemSize, stored, size_t{1}}), '\0');
+    const size_t stored = BytesOf(CountItems(space), H5Tget_size(memoryType));
+    std::vector<char> buffer(std::max({BytesOf(count, itemSize), stored, size_t{1}}), '\0');
     CheckResult(H5Dread(dataSet, memoryType, H5S_ALL, H5S_ALL, H5P_DEFAULT, buffer.data()), kReadFailed);
     const H5T_cset_t charset = H5Tget_cset(storedType);
     CheckResult(charset, kNoCharset);
