@@ -5,11 +5,12 @@ set -euo pipefail
 declare -A packages=(
   [build]="g++ cmake ninja-build pkg-config libhdf5-dev libboost-dev nlohmann-json3-dev"
   [demo]="python3 python3-h5py python3-matplotlib hdf5-tools"
-  [test]="libgtest-dev python3 python3-h5py python3-numpy python3-tables python3-pandas hdf5-tools dpkg-dev"
+  [test]="libgtest-dev python3 python3-h5py python3-numpy python3-tables python-tables-data python3-pandas hdf5-tools dpkg-dev"
   [format]="clang-format-14"
   [lint]="clang-tidy-14 clang-tools-14 python3"
   [memcheck]="valgrind"
   [bench]="libbenchmark-dev python3 python3-h5py python3-tables python3-matplotlib"
+  [fuzz]="clang-14 libclang-rt-14-dev python3-h5py python3-tables python-tables-data python3-pandas hdf5-tools"
   [docs]="doxygen python3"
   [package]="dpkg-dev file"
   [clean-root]="debootstrap"
