@@ -85,7 +85,7 @@ public:
     /// @throws std::runtime_error "Error closing file: " + name with traceback if HDF5 fails to close, as on a full
     ///         disk; what it couldn't write is lost, and what was in the file before may be unreadable. The file counts
     ///         as closed and its nodes as invalid, and the tracker hears nothing. HDF5 keeps the id and some memory of
-    ///         such a file until the process ends; other files and the regular end of the process aren't touched by that.
+    ///         such a file until the process ends; other files and the regular end of the process don't suffer.
     /// @throws what the installed tracker throws from OnClose; the file is closed.
     void Close();
 

@@ -50,9 +50,9 @@ public:
     std::string GetFullName() const;
     /// The file of the node; it can't be locked once the IFile object is gone.
     boost::weak_ptr<IFile> GetFile();
-    /// Writes everything that HDF5 holds back of this node's file to the disk (H5F_SCOPE_LOCAL). What HDF5 holds back of
-    /// a data set it writes at the latest when the last handle of the data set goes; a failure there, as on a full disk,
-    /// is silent, so call this before.
+    /// Writes everything that HDF5 holds back of this node's file to the disk (H5F_SCOPE_LOCAL). What is held back of a
+    /// data set is written at the latest when its last handle goes; a failure there, as on a full disk, is silent, so
+    /// call this before.
     /// @throws std::runtime_error "Flush Fail!" with traceback. After a full disk HDF5 fails to close the file, too.
     void Flush();
 

@@ -17,9 +17,10 @@ namespace tarnwick::hdf
 /// the moments to sample: nothing in the library calls it.
 ///
 /// Several threads may open, close and sample at once: the list of files has a mutex of its own. A sample that meets a
-/// file in the very moment of its closing fails as AppendToMemoryLog tells, and nothing is lost by trying again. A sample
-/// holds that mutex while it asks HDF5: while another thread samples, open and close no file inside a callback of HDF5,
-/// which holds HDF5's own lock, or both may wait for each other.
+/// file in the very moment of its closing fails as AppendToMemoryLog tells, and nothing is lost by trying again.
+///
+/// A sample holds that mutex while it asks HDF5. So while another thread samples, open and close no file inside a
+/// callback of HDF5, which holds HDF5's own lock: both would wait for each other.
 class TARNWICKHDF_EXPORT MemoryLoggerFileTracker : public IFileTracker
 {
 public:
