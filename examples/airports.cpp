@@ -6,6 +6,7 @@
 #include <tarnwickhdf/tarnwickhdf.h>
 
 #include <array>
+#include <cstddef>
 #include <cstring>
 #include <exception>
 #include <iostream>
