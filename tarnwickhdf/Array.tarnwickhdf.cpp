@@ -65,8 +65,10 @@ ScopedType CreateFileStringType(size_t size, H5T_cset_t encoding, const std::str
 ScopedType CopyMemoryStringType(size_t size)
 {
     ScopedType type(H5Tcopy(H5T_C_S1));
-    H5Tset_size(type.get(), size);
-    H5Tset_strpad(type.get(), H5T_STR_NULLPAD);
+    if (H5Tset_size(type.get(), size) < 0 || H5Tset_strpad(type.get(), H5T_STR_NULLPAD) < 0)
+    {
+        type.reset();
+    }
     return type;
 }
 
@@ -192,7 +194,8 @@ IArray::IArray(const IArray& other)
     : INode(other), compression(other.compression), ownsType(other.ownsType), parentId(other.parentId),
       length(other.length), components(other.components), dataType(other.dataType), typeId(other.typeId)
 {
-    ShareIds();
+    m_location = ShareId(m_location);
+    typeId = ownsType ? ShareId(typeId) : typeId;
 }
 
 IArray& IArray::operator=(const IArray& other)
@@ -201,13 +204,11 @@ IArray& IArray::operator=(const IArray& other)
     {
         return *this;
     }
-    other.ShareIds();
-    ScopedDataSet dataSetShare(other.m_location);
-    ScopedType typeShare(other.ownsType ? other.typeId : -1);
+    ScopedDataSet dataSetShare(ShareId(other.m_location));
+    ScopedType typeShare(other.ownsType ? ShareId(other.typeId) : -1);
     const hid_t previousDataSet = m_location;
     INode::operator=(other);
-    dataSetShare.release();
-    typeShare.release();
+    m_location = dataSetShare.release();
     Close(previousDataSet, ownsType ? typeId : -1);
     compression = other.compression;
     ownsType = other.ownsType;
@@ -215,22 +216,13 @@ IArray& IArray::operator=(const IArray& other)
     length = other.length;
     components = other.components;
     dataType = other.dataType;
-    typeId = other.typeId;
+    typeId = ownsType ? typeShare.release() : other.typeId;
     return *this;
 }
 
 IArray::~IArray()
 {
     Close();
-}
-
-void IArray::ShareIds() const
-{
-    ShareId(m_location);
-    if (ownsType)
-    {
-        ShareId(typeId);
-    }
 }
 
 void IArray::Close()
@@ -261,16 +253,16 @@ Refusal IArray::FindRefusal(hid_t dataSet, TDataType::TDataType& type, hid_t& ty
 {
     typeId = H5Dget_type(dataSet);
     CheckResult(typeId, "could not get dataset's type");
-    // A refused type leaves the one that a reopened array knew.
+    // A refused data set leaves what a reopened array knew.
     const TDataType::TDataType stored = FindDataType(typeId);
     if (stored == TDataType::Undefined)
     {
         return {H5Tget_class(typeId) == H5T_COMPOUND ? "H5T_COMPOUND is not a valid Array" : "invalid HDF type"};
     }
-    type = stored;
     const Extent extent = ExtentOf(dataSet);
     if (extent.rank <= 0)
     {
+        type = stored;
         length = 0;
         components = 0;
         return {};
@@ -279,7 +271,7 @@ Refusal IArray::FindRefusal(hid_t dataSet, TDataType::TDataType& type, hid_t& ty
     {
         return {"there's no support for arrays with more than 2 dimensions"};
     }
-    if (type == TDataType::VarLenString && extent.rank == 2)
+    if (stored == TDataType::VarLenString && extent.rank == 2)
     {
         return {"there's no support for variable length strings with more than 1 dimension"};
     }
@@ -287,6 +279,7 @@ Refusal IArray::FindRefusal(hid_t dataSet, TDataType::TDataType& type, hid_t& ty
     {
         return {"not a valid Array", true};
     }
+    type = stored;
     length = extent.dimensions[0];
     components = extent.rank == 2 ? extent.dimensions[1] : 1;
     if (type == TDataType::String)
@@ -336,18 +329,19 @@ boost::shared_ptr<IArray> IArray::FromOpenDataSet(boost::weak_ptr<IFile> file, h
 void IArray::ReOpen(hid_t parent, const std::string& name)
 {
     Close();
-    m_location = OpenDataSetAt("Array", parent, name).release();
-    CheckResult(m_location, "could not reopen array '", name, "'");
+    ScopedDataSet dataSet = OpenDataSetAt("Array", parent, name);
+    CheckResult(dataSet.get(), "could not reopen array '", name, "'");
     ownsType = true;
     try
     {
-        QueryInfo(m_location, dataType, typeId, length, components);
+        QueryInfo(dataSet.get(), dataType, typeId, length, components);
     }
     catch (...)
     {
         Close();
         throw;
     }
+    m_location = dataSet.release();
     parentId = parent;
 }
 

@@ -75,6 +75,10 @@ void ReadFixedStringAttr(hid_t attribute, hid_t type, const std::string& name, s
     {
         throw std::runtime_error("could not detect charset for attribute: " + name);
     }
+    if (size == 0)
+    {
+        ThrowUnreadable(name);
+    }
     result.clear();
     // The storage of a single value tells its number of elements at no cost of a data space.
     if (H5Aget_storage_size(attribute) != size && !HoldsAValue(attribute, name))
@@ -201,7 +205,12 @@ std::string INode::GetAttr(const std::string& name) const
     ScopedType type;
     const ScopedAttribute attribute = OpenAttribute(m_location, name);
     type.reset(H5Aget_type(attribute.get()));
-    if (H5Tis_variable_str(type.get()) != 0)
+    const htri_t isVariable = H5Tis_variable_str(type.get());
+    if (isVariable < 0)
+    {
+        ThrowUnreadable(name);
+    }
+    if (isVariable > 0)
     {
         return ReadVariableStringAttr(attribute.get(), type.get(), name);
     }

@@ -34,18 +34,18 @@ std::map<hid_t, TDataType::TDataType> firstEqualOfId;
 std::atomic<bool> tablesFilled{false};
 std::mutex tablesMutex;
 
-H5T_sign_t SignOf(hid_t type, H5T_class_t numberClass)
+NumberRow Describe(hid_t type, H5T_class_t numberClass, TDataType::TDataType dataType)
 {
-    return numberClass == H5T_INTEGER ? H5Tget_sign(type) : H5T_SGN_NONE;
+    const H5T_sign_t sign = numberClass == H5T_INTEGER ? H5Tget_sign(type) : H5T_SGN_NONE;
+    return {numberClass, H5Tget_size(type), sign, dataType, type};
 }
 
-TDataType::TDataType FindFirstEqual(const std::vector<NumberRow>& rows, hid_t type, H5T_class_t numberClass)
+TDataType::TDataType FindFirstEqual(const std::vector<NumberRow>& rows, const NumberRow& number)
 {
-    const size_t size = H5Tget_size(type);
-    const H5T_sign_t sign = SignOf(type, numberClass);
     for (const NumberRow& row : rows)
     {
-        if (row.numberClass == numberClass && row.size == size && row.sign == sign && H5Tequal(row.hdfType, type) != 0)
+        if (row.numberClass == number.numberClass && row.size == number.size && row.sign == number.sign &&
+            H5Tequal(row.hdfType, number.hdfType) != 0)
         {
             return row.dataType;
         }
@@ -75,13 +75,18 @@ void FillTables()
     std::map<hid_t, TDataType::TDataType> firstEqual;
     for (const auto& [dataType, hdfType] : table)
     {
-        const H5T_class_t typeClass = H5Tget_class(hdfType);
-        const bool isNumber = typeClass == H5T_INTEGER || typeClass == H5T_FLOAT;
-        TDataType::TDataType first = isNumber ? FindFirstEqual(numbers, hdfType, typeClass) : dataType;
+        const NumberRow type = Describe(hdfType, H5Tget_class(hdfType), dataType);
+        // What HDF5 can't tell now is asked again at the next translation: the tables stay for the whole process.
+        if (type.numberClass < 0 || type.size == 0 || type.sign < 0)
+        {
+            return;
+        }
+        const bool isNumber = type.numberClass == H5T_INTEGER || type.numberClass == H5T_FLOAT;
+        TDataType::TDataType first = isNumber ? FindFirstEqual(numbers, type) : dataType;
         if (first == TDataType::Undefined)
         {
             first = dataType;
-            numbers.push_back({typeClass, H5Tget_size(hdfType), SignOf(hdfType, typeClass), dataType, hdfType});
+            numbers.push_back(type);
         }
         firstEqual.emplace(hdfType, first);
     }
@@ -129,7 +134,7 @@ TDataType::TDataType FindDataType(hid_t type)
         return TDataType::Char;
     case H5T_INTEGER:
     case H5T_FLOAT:
-        return FindFirstEqual(distinctNumbers, type, typeClass);
+        return FindFirstEqual(distinctNumbers, Describe(type, typeClass, TDataType::Undefined));
     case H5T_STRING:
         return TDataType::String;
     case H5T_VLEN:

@@ -86,7 +86,12 @@ Extent ExtentOf(const ScopedSpace& space)
 ScopedSpace ExtendByOne(hid_t dataSet, int growing, hsize_t otherDimension, hsize_t& newIndex)
 {
     ScopedSpace space(H5Dget_space(dataSet));
-    Extent extent = ExtentOf(space);
+    Extent extent;
+    // An extent that HDF5 can't tell must not pass for an empty one: the write would go over the first line.
+    if (H5Sget_simple_extent_dims(space.get(), extent.dimensions, extent.maximum) < 0)
+    {
+        return ScopedSpace();
+    }
     newIndex = extent.dimensions[growing];
     hsize_t wanted[kRank] = {otherDimension, otherDimension};
     wanted[growing] = newIndex + 1;
@@ -230,7 +235,7 @@ IExtensibleArray2D::IExtensibleArray2D(const IExtensibleArray2D& other)
     : INode(other), rows(other.rows), columns(other.columns), dataType(other.dataType),
       rowSpace(std::make_unique<RowSpace>(other.columns))
 {
-    ShareId(m_location);
+    m_location = ShareId(m_location);
 }
 
 IExtensibleArray2D& IExtensibleArray2D::operator=(const IExtensibleArray2D& other)
@@ -242,7 +247,7 @@ IExtensibleArray2D& IExtensibleArray2D::operator=(const IExtensibleArray2D& othe
     ScopedDataSet share(ShareId(other.m_location));
     const hid_t previous = m_location;
     INode::operator=(other);
-    share.release();
+    m_location = share.release();
     const ScopedDataSet closing(previous);
     rows = other.rows;
     columns = other.columns;

@@ -136,7 +136,7 @@ IGroup::IGroup(boost::weak_ptr<IFile> file, hid_t location, const std::string& n
 
 IGroup::IGroup(const IGroup& other) : INode(other), m_default_compression(other.m_default_compression)
 {
-    ShareId(m_location);
+    m_location = ShareId(m_location);
 }
 
 IGroup& IGroup::operator=(const IGroup& other)
@@ -148,7 +148,7 @@ IGroup& IGroup::operator=(const IGroup& other)
     ScopedGroup share(ShareId(other.m_location));
     const hid_t previous = m_location;
     INode::operator=(other);
-    share.release();
+    m_location = share.release();
     const ScopedGroup closing(previous);
     m_default_compression = other.m_default_compression;
     return *this;

@@ -4,9 +4,9 @@
 #include <hdf5.h>
 
 #include <exception>
-#include <ostream>
-#include <sstream>
+#include <memory>
 #include <stdexcept>
+#include <string>
 
 namespace tarnwick::hdf
 {
@@ -14,38 +14,38 @@ namespace tarnwick::hdf
 namespace
 {
 
-void WriteOwnedText(std::ostream& out, char* text)
+void AppendOwnedText(std::string& traceback, char* text)
 {
+    const std::unique_ptr<char, herr_t (*)(void*)> owner(text, &H5free_memory);
     if (text != nullptr)
     {
-        out << text;
-        H5free_memory(text);
+        traceback += text;
     }
 }
 
-void WriteText(std::ostream& out, const char* text)
+void AppendText(std::string& traceback, const char* text)
 {
     if (text != nullptr)
     {
-        out << text;
+        traceback += text;
     }
 }
 
 // No exception may cross HDF5's own frames: a frame that can't be written ends the walk as a failed one.
-herr_t WriteFrame(int number, H5E_error1_t* frame, void* stream)
+herr_t AppendFrame(int number, H5E_error1_t* frame, void* text)
 {
     try
     {
-        std::ostream& out = *static_cast<std::ostream*>(stream);
-        out << "#" << number << ": in func ";
-        WriteText(out, frame->func_name);
-        out << "(): ";
-        WriteText(out, frame->desc);
-        out << "\n  major: ";
-        WriteOwnedText(out, H5Eget_major(frame->maj_num));
-        out << "\n  minor: ";
-        WriteOwnedText(out, H5Eget_minor(frame->min_num));
-        out << "\n";
+        std::string& traceback = *static_cast<std::string*>(text);
+        traceback += "#" + std::to_string(number) + ": in func ";
+        AppendText(traceback, frame->func_name);
+        traceback += "(): ";
+        AppendText(traceback, frame->desc);
+        traceback += "\n  major: ";
+        AppendOwnedText(traceback, H5Eget_major(frame->maj_num));
+        traceback += "\n  minor: ";
+        AppendOwnedText(traceback, H5Eget_minor(frame->min_num));
+        traceback += "\n";
         return 0;
     }
     catch (const std::exception&)
@@ -63,12 +63,12 @@ IH5Object::~IH5Object() = default;
 
 std::string IH5Object::ObtainTracebackErrors()
 {
-    std::ostringstream traceback;
-    if (H5Ewalk1(H5E_WALK_DOWNWARD, &WriteFrame, static_cast<std::ostream*>(&traceback)) < 0)
+    std::string traceback;
+    if (H5Ewalk1(H5E_WALK_DOWNWARD, &AppendFrame, &traceback) < 0)
     {
-        traceback << "<internal error while walking HDF5 traceback>";
+        traceback += "<internal error while walking HDF5 traceback>";
     }
-    return traceback.str();
+    return traceback;
 }
 
 void CheckResult(int result, const std::string& message)

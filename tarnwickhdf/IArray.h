@@ -168,7 +168,6 @@ private:
                                                      hid_t dataSet, bool isNullIfRefused);
     void Close();
     static void Close(hid_t dataSet, hid_t typeId);
-    void ShareIds() const;
 
     void RewriteInPlace(void* buffer);
     void ReplaceFromBuffer(void* buffer, TDataType::TDataType type, size_t newLength, size_t newComponents);

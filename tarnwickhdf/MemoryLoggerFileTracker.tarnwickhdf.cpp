@@ -9,10 +9,11 @@
 #include <chrono>
 #include <ctime>
 #include <fstream>
-#include <iomanip>
 #include <ios>
-#include <sstream>
+#include <iterator>
 #include <stdexcept>
+#include <string>
+#include <vector>
 
 namespace tarnwick::hdf
 {
@@ -20,7 +21,7 @@ namespace tarnwick::hdf
 namespace
 {
 
-using Json = nlohmann::ordered_json;
+using Json = nlohmann::json;
 
 std::string LocalTimestamp()
 {
@@ -34,34 +35,58 @@ std::string LocalTimestamp()
     tzset();
     localtime_r(&seconds, &local);
 #endif
-    std::ostringstream text;
-    text << std::put_time(&local, "%FT%T%z");
-    return text.str();
+    // A stream would pass over want of memory and give a cut text.
+    char text[64] = "";
+    std::strftime(text, sizeof(text), "%FT%T%z", &local);
+    return text;
 }
 
-Json DescribeFile(hid_t file)
+struct FileSample
 {
-    Json description;
-    description["name"] = FileNameOf(file);
-    description["dataset_count"] = H5Fget_obj_count(file, H5F_OBJ_DATASET);
-    description["group_count"] = H5Fget_obj_count(file, H5F_OBJ_GROUP);
-    description["attr_count"] = H5Fget_obj_count(file, H5F_OBJ_ATTR);
-    description["object_count"] = H5Fget_obj_count(file, H5F_OBJ_ALL);
-    description["file_count"] = H5Fget_obj_count(file, H5F_OBJ_FILE);
-    description["datatype_count"] = H5Fget_obj_count(file, H5F_OBJ_DATATYPE);
-    double hitRate = 0;
-    size_t maxSize = 0;
-    size_t minCleanSize = 0;
-    size_t currentSize = 0;
-    int entries = 0;
-    H5Fget_mdc_hit_rate(file, &hitRate);
-    H5Fget_mdc_size(file, &maxSize, &minCleanSize, &currentSize, &entries);
-    description["cache_hit_rate"] = hitRate;
-    description["cache_max_size"] = maxSize;
-    description["cache_min_clean_size"] = minCleanSize;
-    description["cache_size"] = currentSize;
-    description["cache_num_entries"] = entries;
-    return description;
+    std::string name;
+    hssize_t dataSets, groups, attributes, objects, files, dataTypes;
+    double hitRate;
+    size_t maxSize, minCleanSize, currentSize;
+    int entries;
+};
+
+FileSample SampleOf(hid_t file)
+{
+    FileSample sample = {};
+    sample.name = FileNameOf(file);
+    sample.dataSets = H5Fget_obj_count(file, H5F_OBJ_DATASET);
+    sample.groups = H5Fget_obj_count(file, H5F_OBJ_GROUP);
+    sample.attributes = H5Fget_obj_count(file, H5F_OBJ_ATTR);
+    sample.objects = H5Fget_obj_count(file, H5F_OBJ_ALL);
+    sample.files = H5Fget_obj_count(file, H5F_OBJ_FILE);
+    sample.dataTypes = H5Fget_obj_count(file, H5F_OBJ_DATATYPE);
+    H5Fget_mdc_hit_rate(file, &sample.hitRate);
+    H5Fget_mdc_size(file, &sample.maxSize, &sample.minCleanSize, &sample.currentSize, &sample.entries);
+    return sample;
+}
+
+// The documents are put together here and only their values by the JSON library: the destructor of its objects and
+// arrays allocates, so that want of memory would end the process.
+void Write(std::ostream& out, const char* beforeKey, const Json& value)
+{
+    out << beforeKey << value;
+}
+
+void Write(std::ostream& out, const FileSample& sample)
+{
+    Write(out, "{\"name\":", sample.name);
+    Write(out, ",\"dataset_count\":", sample.dataSets);
+    Write(out, ",\"group_count\":", sample.groups);
+    Write(out, ",\"attr_count\":", sample.attributes);
+    Write(out, ",\"object_count\":", sample.objects);
+    Write(out, ",\"file_count\":", sample.files);
+    Write(out, ",\"datatype_count\":", sample.dataTypes);
+    Write(out, ",\"cache_hit_rate\":", sample.hitRate);
+    Write(out, ",\"cache_max_size\":", sample.maxSize);
+    Write(out, ",\"cache_min_clean_size\":", sample.minCleanSize);
+    Write(out, ",\"cache_size\":", sample.currentSize);
+    Write(out, ",\"cache_num_entries\":", sample.entries);
+    out << "}";
 }
 
 } // namespace
@@ -93,20 +118,24 @@ void MemoryLoggerFileTracker::OnClose(hid_t file, const std::string& name)
 
 void MemoryLoggerFileTracker::AppendToMemoryLog(int index, const std::string& name)
 {
-    Json sample;
-    sample["index"] = index;
-    sample["timestamp"] = LocalTimestamp();
-    sample["total_heap_used_bytes"] = count_heap_used_bytes();
-    Json& files = sample["files"] = Json::array();
+    const std::string timestamp = LocalTimestamp();
+    const size_t heapUsed = count_heap_used_bytes();
+    std::vector<FileSample> samples;
     {
         const std::lock_guard<std::mutex> lock(openFilesMutex);
-        for (const hid_t file : openFiles)
-        {
-            files.push_back(DescribeFile(file));
-        }
+        std::transform(openFiles.begin(), openFiles.end(), std::back_inserter(samples), &SampleOf);
     }
     std::ofstream log(name, std::ios::app);
-    log << sample << std::endl;
+    Write(log, "{\"index\":", index);
+    Write(log, ",\"timestamp\":", timestamp);
+    Write(log, ",\"total_heap_used_bytes\":", heapUsed);
+    log << ",\"files\":[";
+    for (const FileSample& sample : samples)
+    {
+        log << (&sample == samples.data() ? "" : ",");
+        Write(log, sample);
+    }
+    log << "]}" << std::endl;
     log.close();
 }
 

@@ -70,6 +70,8 @@ void ReadVariableStringDataSet(std::vector<std::string>& strings, hid_t dataSet,
     // One pointer an item is what the buffer has room for.
     CheckResult(H5Tget_size(memoryType) == sizeof(char*) ? 0 : -1, kReadFailed);
     const ScopedSpace space(H5Dget_space(dataSet));
+    // Without the space the memory of the items couldn't be given back, nor their number be told.
+    CheckResult(H5Sget_simple_extent_npoints(space.get()), kReadFailed);
     VariableItems items(space, memoryType, count);
     CheckResult(H5Dread(dataSet, memoryType, H5S_ALL, H5S_ALL, H5P_DEFAULT, items.data()), kReadFailed);
     const H5T_cset_t charset = H5Tget_cset(storedType);
@@ -118,7 +120,9 @@ void ReadStringDataSet(std::vector<std::string>& strings, hid_t dataSet, hid_t s
     // HDF5 tells a character set of sequences and arrays of strings too, but their items are no texts.
     const H5T_class_t storedClass = H5Tget_class(storedType);
     CheckResult(storedClass == H5T_VLEN || storedClass == H5T_ARRAY ? -1 : 0, kNoCharset);
-    if (H5Tis_variable_str(storedType) > 0)
+    const htri_t isVariable = H5Tis_variable_str(storedType);
+    CheckResult(isVariable, H5Tget_size(memoryType) == 0 ? kReadFailed : kNoCharset);
+    if (isVariable > 0)
     {
         ReadVariableStringDataSet(strings, dataSet, storedType, memoryType, count);
         return;

@@ -104,8 +104,8 @@ ITable::ITable(const ITable& other)
     : INode(other), parentId(other.parentId), numberOfRows(other.numberOfRows), compoundType(other.compoundType),
       columnTypes(other.columnTypes)
 {
-    ShareId(m_location);
-    ShareId(compoundType);
+    m_location = ShareId(m_location);
+    compoundType = ShareId(compoundType);
 }
 
 ITable& ITable::operator=(const ITable& other)
@@ -118,7 +118,7 @@ ITable& ITable::operator=(const ITable& other)
     ScopedType typeShare(ShareId(other.compoundType));
     const hid_t previousDataSet = m_location;
     INode::operator=(other);
-    dataSetShare.release();
+    m_location = dataSetShare.release();
     const ScopedType closingType(compoundType);
     const ScopedDataSet closingDataSet(previousDataSet);
     parentId = other.parentId;
@@ -415,8 +415,12 @@ void ITable::FeedStringVector(std::vector<std::string>& strings, int column) con
         throw std::runtime_error("not a string array");
     }
     const size_t size = H5Tget_size(member);
-    const ScopedType oneMember(H5Tcreate(H5T_COMPOUND, size));
-    H5Tinsert(oneMember.get(), MemberName(compoundType, column).c_str(), 0, member);
+    ScopedType oneMember(H5Tcreate(H5T_COMPOUND, size));
+    // Reading with a type that has no member fails too, but HDF5 leaks memory over it.
+    if (H5Tinsert(oneMember.get(), MemberName(compoundType, column).c_str(), 0, member) < 0)
+    {
+        oneMember.reset();
+    }
     utils::ReadStringDataSet(strings, m_location, member, oneMember.get(), numberOfRows, size);
 }
 

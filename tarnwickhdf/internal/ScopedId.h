@@ -52,15 +52,11 @@ using ScopedType = ScopedId<H5Tclose>;
 using ScopedAttribute = ScopedId<H5Aclose>;
 using ScopedPropertyList = ScopedId<H5Pclose>;
 
-/// Gives the copy of a node its share of an id; both owners close it. An id that is gone stays as it is: closing it
-/// does nothing, because HDF5 doesn't use an id again.
+/// Gives the copy of a node its share of an id; both owners close it. What HDF5 can't share, because the id is gone for
+/// example, comes out as -1: the copy is invalid, and its source keeps the id alone.
 inline hid_t ShareId(hid_t id) noexcept
 {
-    if (id > 0)
-    {
-        H5Iinc_ref(id);
-    }
-    return id;
+    return id > 0 && H5Iinc_ref(id) < 0 ? -1 : id;
 }
 
 } // namespace tarnwick::hdf
