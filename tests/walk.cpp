@@ -195,21 +195,16 @@ struct Play
     }
 
     void MakeGroup() { at->CreateGroup(name); }
-    void Empty() { at->CreateArray(name, type, 0); }
     void Array() { at->CreateArrayFromBuffer(name, Typed(), type, n[1], n[2]); }
     void Strings() { at->CreateArrayFromBuffer(name, text.data(), TDataType::String, n[1], n[2]); }
-    void Rewrite() { Copy(array, at->GetArray(name)).SetFromBuffer(Typed(), type, n[1], n[2]); }
     void Extend() { at->CreateExtensibleArray2D(name, type, n[1], n[2], 3, 2, int(n[3])); }
     void Row() { Extensible().AppendRowFromBuffer(values.data(), TDataType::Double); }
     void Column() { Extensible().AppendColumnFromBuffer(values.data(), TDataType::Double); }
-    void Line() { Extensible().WriteRowFromBuffer(int(n[1]), values.data(), TDataType::Double); }
     void Resize() { Extensible().Resize(n[1], n[2]); }
     void Table() { at->CreateTableFromBuffer(name, values.data(), n[1], rowType.get(), int(n[3]), -1, 0); }
-    void Rows() { Copy(table, at->GetTable(name)).SetFromBuffer(values.data(), n[1], 0, n[3]); }
     void Delete() { at->DelGroup(name); }
     void Mark() { Node().SetAttr(mark, text); }
     void Unmark() { Node().DelAttr(mark); }
-    void Encoding() { file->SetEncoding(static_cast<H5T_cset_t>(n[1] % 2)); }
 
     void Open() { file = IFile::Open(path, n[1] == 0 ? "w" : "r+", int(n[3])); }
 
@@ -224,9 +219,8 @@ struct Play
     json Act(const json& operation)
     {
         constexpr void (Play::*actions[])() = {
-            &Play::Open,    &Play::Reopen, &Play::MakeGroup, &Play::Empty,  &Play::Array,  &Play::Strings,
-            &Play::Rewrite, &Play::Extend, &Play::Row,       &Play::Column, &Play::Line,   &Play::Resize,
-            &Play::Table,   &Play::Rows,   &Play::Delete,    &Play::Mark,   &Play::Unmark, &Play::Encoding};
+            &Play::Open,   &Play::Reopen, &Play::MakeGroup, &Play::Array,  &Play::Strings, &Play::Extend, &Play::Row,
+            &Play::Column, &Play::Resize, &Play::Table,     &Play::Delete, &Play::Mark,    &Play::Unmark};
         name = Bytes(operation[1]);
         mark = Bytes(operation[2]);
         text = Bytes(operation[3]);
@@ -243,7 +237,6 @@ struct Play
     boost::shared_ptr<IGroup> group;
     boost::shared_ptr<IArray> array;
     boost::shared_ptr<IExtensibleArray2D> extensible;
-    boost::shared_ptr<ITable> table;
     std::string path, name, mark, text;
     TDataType::TDataType type = TDataType::Undefined;
     std::vector<unsigned> n;
