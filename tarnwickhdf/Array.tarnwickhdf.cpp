@@ -4,6 +4,7 @@
 #include <tarnwickhdf/internal/DataTypeLookup.h>
 #include <tarnwickhdf/internal/HandOver.h>
 #include <tarnwickhdf/internal/IDataSetBuilder.h>
+#include <tarnwickhdf/internal/KeptList.h>
 #include <tarnwickhdf/internal/ObjectLookup.h>
 #include <tarnwickhdf/internal/Refusal.h>
 #include <tarnwickhdf/internal/ScopedId.h>
@@ -13,6 +14,7 @@
 #include <algorithm>
 #include <limits>
 #include <memory>
+#include <optional>
 #include <stdexcept>
 #include <utility>
 
@@ -161,17 +163,22 @@ void ReadFileHyperslab(hid_t dataSet, const MemoryType& memoryType, hsize_t memo
 }
 
 // Number arrays with one component have one dimension, with any other number two.
-void CreateNumberSpace(IDataSetBuilder& builder, size_t length, size_t components, size_t elementSize, int compression)
+ArrayStorage NumberStorage(size_t length, size_t components, size_t elementSize, int compression)
 {
-    if (components == 1)
+    return components == 1 ? ArrayStorage{1, {length, 0}, elementSize, compression}
+                           : ArrayStorage{2, {length, components}, elementSize, compression};
+}
+
+void CreateNumberSpace(IDataSetBuilder& builder, const ArrayStorage& storage, bool hasList)
+{
+    if (hasList)
     {
-        builder.CreateSpace1D(length, compression, elementSize, 0);
+        builder.fileSpace = H5Screate_simple(storage.rank, storage.dimensions, nullptr);
         return;
     }
     builder.dcpl = H5Pcreate(H5P_DATASET_CREATE);
-    const hsize_t dimensions[] = {length, components};
-    builder.CreateSpace(2, dimensions, elementSize, nullptr);
-    builder.AddFilters(compression);
+    builder.CreateSpace(storage.rank, storage.dimensions, storage.elementSize, nullptr);
+    builder.AddFilters(storage.compression);
 }
 
 } // namespace
@@ -400,6 +407,7 @@ boost::shared_ptr<IArray> IArray::CreateFromBuffer(boost::weak_ptr<IFile> file, 
     }
     ScopedType stringType;
     IDataSetBuilder builder;
+    std::optional<ListLoan> loan;
     hid_t fileType = -1;
     if (type == TDataType::String)
     {
@@ -410,7 +418,9 @@ boost::shared_ptr<IArray> IArray::CreateFromBuffer(boost::weak_ptr<IFile> file, 
     else
     {
         fileType = DataTypeToHDFType(type);
-        CreateNumberSpace(builder, length, components, H5Tget_size(fileType), compression);
+        const ArrayStorage storage = NumberStorage(length, components, H5Tget_size(fileType), compression);
+        loan.emplace(lockedFile->m_kept_list.get(), builder, storage);
+        CreateNumberSpace(builder, storage, loan->IsLent());
     }
     builder.CreateDataSet(parent, name, fileType);
     CheckResult(H5Dwrite(builder.dataSet, fileType, builder.memorySpace, H5S_ALL, H5P_DEFAULT, buffer),
@@ -418,6 +428,10 @@ boost::shared_ptr<IArray> IArray::CreateFromBuffer(boost::weak_ptr<IFile> file, 
     std::unique_ptr<IArray> array(new IArray(std::move(file), parent, builder.dataSet, name, components, length,
                                              fileType, compression, type == TDataType::String));
     builder.TakeDataSet();
+    if (loan)
+    {
+        loan->Keep();
+    }
     return HandOver(std::move(array), stringType);
 }
 

@@ -4,6 +4,7 @@
 #include <tarnwickhdf/internal/CheckResult.h>
 #include <tarnwickhdf/internal/FileName.h>
 #include <tarnwickhdf/internal/IntegerAttribute.h>
+#include <tarnwickhdf/internal/KeptList.h>
 #include <tarnwickhdf/internal/ScopedId.h>
 
 #include <tarnwick/text.h>
@@ -15,6 +16,7 @@
 #include <mutex>
 #include <stdexcept>
 #include <system_error>
+#include <utility>
 #include <vector>
 
 #if !defined(_WIN32)
@@ -206,7 +208,7 @@ IFile::IFile(const std::string& filename, const std::string& mode)
     ScopedPropertyList accessList = CreateFileAccessList();
     ScopedFile file(OpenOrCreate(filename, effectiveMode, accessList.get()));
     CheckResult(file.get(), "Failed to obtain a valid file handle for filename: ", filename);
-    accessList.reset();
+    m_kept_list = std::make_unique<KeptList>(std::move(accessList));
     H5Eset_auto1(nullptr, nullptr);
     if (globalFileTracker)
     {
@@ -330,6 +332,7 @@ void IFile::InvalidateNodes() noexcept
     m_nodes.clear();
     m_closed = true;
     m_root.reset();
+    m_kept_list.reset();
 }
 
 bool IFile::IsClosed()

@@ -7,15 +7,18 @@
 
 #include <hdf5.h>
 
+#include <memory>
 #include <set>
 #include <string>
 
 namespace tarnwick::hdf
 {
 
+class IArray;
 class IFileTracker;
 class IGroup;
 class INode;
+class KeptList;
 
 /// One open HDF5 file. The caller's shared pointer alone keeps it open; everything inside it is reached from GetRoot.
 ///
@@ -157,7 +160,9 @@ private:
     unsigned int m_api_version;
     H5T_cset_t m_encoding;
     hid_t m_file_id;
+    std::unique_ptr<KeptList> m_kept_list;
 
+    friend class IArray;
     friend class INode;
 };
 
