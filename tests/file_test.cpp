@@ -1,4 +1,4 @@
-#include "PlainHdf5.h"
+#include "Fixture.h"
 
 #include <climits>
 #include <fstream>

@@ -1,4 +1,4 @@
-#include "PlainHdf5.h"
+#include "Fixture.h"
 
 #include <tarnwick/tarnwick.h>
 
@@ -71,7 +71,7 @@ TEST_F(Watch, TheSlotTakesOneTrackerWhichHearsOfEveryOpenAndClose)
         EXPECT_EQ(tracker->events, both + both + both);
         tracker->throwOn = "open ";
         EXPECT_THROW(IFile::Open(path, "w", 0), int);
-        EXPECT_EQ(IdCounts::Now().counts[0], 0U);
+        EXPECT_EQ(IdCounts::Now()[0], 0);
     };
     EXPECT_EQ(EndOf(body), 0);
 }
