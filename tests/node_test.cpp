@@ -66,22 +66,6 @@ TEST_F(Node, WithoutAFileObjectDataAreRefusedAsAPrecondition)
     EXPECT_FALSE(root->HasArray("b"));
 }
 
-TEST_F(Node, TextLiesInTheFileAsOneStringWithTheFilesMark)
-{
-    for (const auto& [value, encoding] : {std::pair("abc", H5T_CSET_UTF8), std::pair("", H5T_CSET_ASCII)})
-    {
-        file->SetEncoding(encoding);
-        root->SetAttr("a", value);
-        EXPECT_EQ(root->GetAttr("a"), value);
-        const ScopedAttribute attribute(H5Aopen(root->LocationID(), "a", H5P_DEFAULT));
-        const ScopedType type(H5Aget_type(attribute.get()));
-        const ScopedSpace space(H5Aget_space(attribute.get()));
-        EXPECT_TRUE(H5Tget_strpad(type.get()) == H5T_STR_NULLTERM && H5Tget_cset(type.get()) == encoding);
-        EXPECT_EQ(H5Tget_size(type.get()), encoding == H5T_CSET_UTF8 ? 3U : 1U);
-        EXPECT_EQ(H5Sget_simple_extent_ndims(space.get()), 1);
-    }
-}
-
 TEST_F(Node, NullTextIsEmptyAndFailuresOfAttributesHaveTheirWords)
 {
     const char* const null = nullptr;
