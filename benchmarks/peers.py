@@ -1,0 +1,364 @@
+"""The same work by h5py and PyTables on the same data; prints the seconds of each as JSON."""
+import json
+import os
+import sys
+import time
+import warnings
+
+import h5py
+import numpy as np
+import tables
+
+warnings.filterwarnings("ignore")
+QUICK = "TARNWICKHDF_BENCH_QUICK" in os.environ
+FOLDER = os.environ.get("TARNWICKHDF_BENCH_DIR", ".")
+REPEATS = 1 if QUICK else 3
+ROW = np.dtype([("time", "f8"), ("value", "f8"), ("error", "f8"), ("channel", "i4"), ("flags", "i4"), ("text", "S8")])
+ROWS = 1_000_000
+SMALL = np.arange(1, 9, dtype="f8")
+results = {}
+
+
+def path(name):
+    return os.path.join(FOLDER, name)
+
+
+def measure(peer, work, size, prepare, do):
+    """The median of a few runs; `prepare` opens what `do` works on and gives it, in a tuple that begins with the file."""
+    seconds = []
+    for _ in range(REPEATS):
+        things = prepare()
+        begin = time.perf_counter()
+        do(*things)
+        seconds.append(time.perf_counter() - begin)
+        things[0].close()
+        if sum(seconds) > 8:
+            break
+    results.setdefault(f"{work}/{size}", {})[peer] = sorted(seconds)[len(seconds) // 2]
+
+
+def h5(name, mode="w"):
+    return lambda: (h5py.File(path(name), mode),)
+
+
+def pt(name, mode="w"):
+    return lambda: (tables.open_file(path(name), mode),)
+
+
+def names(prefix, count):
+    return [f"{prefix}{i:06d}" for i in range(count)]
+
+
+class Nothing:
+    def close(self):
+        pass
+
+
+def files(count):
+    os.makedirs(path("files-peers"), exist_ok=True)
+    paths = [path(f"files-peers/f{i:06d}") for i in range(count)]
+
+    def with_h5py(mode):
+        def do(_):
+            for p in paths:
+                with h5py.File(p, mode) as file:
+                    if mode == "w":
+                        file.attrs.create("__vorl_api_version", [1], dtype="u4")
+        return do
+
+    def with_tables(mode):
+        def do(_):
+            for p in paths:
+                with tables.open_file(p, mode) as file:
+                    if mode == "w":
+                        file.root._v_attrs["__vorl_api_version"] = np.uint32(1)
+        return do
+
+    for work, mode in (("create", "w"), ("open", "r")):
+        measure("h5py", f"files/{work}", count, lambda: (Nothing(),), with_h5py(mode))
+        measure("PyTables", f"files/{work}", count, lambda: (Nothing(),), with_tables(mode))
+
+
+def group_path(i, levels):
+    parts, above = [f"leaf{i:06d}"], i
+    for _ in range(levels - 1):
+        above //= 10
+        parts.insert(0, f"group{above}")
+    return "/".join(parts)
+
+
+def groups(count, levels):
+    paths = [group_path(i, levels) for i in range(count)]
+
+    def with_h5py(file):
+        for p in paths:
+            file.create_group(p)
+
+    def with_tables(file):
+        for p in paths:
+            parent, _, leaf = ("/" + p).rpartition("/")
+            file.create_group(parent or "/", leaf, createparents=True)
+
+    measure("h5py", f"groups/create-{levels}-levels", count, h5("peers.h5"), with_h5py)
+    measure("PyTables", f"groups/create-{levels}-levels", count, pt("peers.h5"), with_tables)
+
+
+def small_arrays(count):
+    children = names("child", count)
+
+    def create_h5py(file):
+        for name in children:
+            file.create_dataset(name, data=SMALL, chunks=(8,))
+
+    def create_tables(file):
+        for name in children:
+            file.create_carray("/", name, obj=SMALL, chunkshape=(8,))
+
+    def open_h5py(file):
+        for name in children:
+            data = file[name]
+            data.dtype, data.shape
+
+    def open_tables(file):
+        for name in children:
+            data = file.get_node("/", name)
+            data.dtype, data.shape
+
+    def has_h5py(file):
+        for name in children:
+            name in file
+
+    def has_tables(file):
+        for name in children:
+            "/" + name in file
+
+    measure("h5py", "arrays/create", count, h5("small-h5py.h5"), create_h5py)
+    measure("PyTables", "arrays/create", count, pt("small-tables.h5"), create_tables)
+    measure("h5py", "arrays/open", count, h5("small-h5py.h5", "r"), open_h5py)
+    measure("PyTables", "arrays/open", count, pt("small-tables.h5", "r"), open_tables)
+    measure("h5py", "arrays/has", count, h5("small-h5py.h5", "r"), has_h5py)
+    measure("PyTables", "arrays/has", count, pt("small-tables.h5", "r"), has_tables)
+    measure("h5py", "list/arrays", count, h5("small-h5py.h5", "r"),
+            lambda file: [(d, d.dtype, d.shape) for d in file.values() if isinstance(d, h5py.Dataset)])
+    measure("PyTables", "list/arrays", count, pt("small-tables.h5", "r"),
+            lambda file: [(d, d.dtype, d.shape) for d in file.list_nodes("/", "Array")])
+    groups_of = "small-groups-%d.h5" % count
+    if os.path.exists(path(groups_of)):
+        measure("h5py", "list/groups", count, h5(groups_of, "r"),
+                lambda file: [g for g in file.values() if isinstance(g, h5py.Group)])
+        measure("PyTables", "list/groups", count, pt(groups_of, "r"), lambda file: file.list_nodes("/", "Group"))
+        measure("h5py", "list/count-groups", count, h5(groups_of, "r"),
+                lambda file: sum(file.get(n, getclass=True) is h5py.Group for n in file))
+        measure("PyTables", "list/count-groups", count, pt(groups_of, "r"), lambda file: file.root._v_ngroups
+                if hasattr(file.root, "_v_ngroups") else len(file.root._v_groups))
+    tables_of = "small-tables-%d.h5" % count
+    if os.path.exists(path(tables_of)):
+        measure("h5py", "list/tables", count, h5(tables_of, "r"),
+                lambda file: [(d, d.dtype, d.shape) for d in file.values() if d.dtype.fields])
+        measure("PyTables", "list/tables", count, pt(tables_of, "r"),
+                lambda file: [(d, d.dtype, d.shape) for d in file.list_nodes("/", "Table")])
+
+
+def whole_arrays(size, deflate):
+    rng = np.random.default_rng(1)
+    data = rng.integers(0, 1024, size // 8) / 10.0
+    word = f"deflate-{deflate}" if deflate else "plain"
+    filters = dict(shuffle=True, compression="gzip", compression_opts=deflate) if deflate else {}
+    both = tables.Filters(complevel=deflate, shuffle=bool(deflate), complib="zlib") if deflate else None
+    out = np.empty_like(data)
+    measure("h5py", f"whole/write-{word}", size, h5("whole-h5py.h5"),
+            lambda file: file.create_dataset("array", data=data, chunks=data.shape, **filters))
+    measure("PyTables", f"whole/write-{word}", size, pt("whole-tables.h5"),
+            lambda file: file.create_carray("/", "array", obj=data, chunkshape=data.shape, filters=both))
+
+    def prepare_h5py():
+        file = h5py.File(path("whole-h5py.h5"), "r")
+        return file, file["array"]
+
+    def prepare_tables():
+        file = tables.open_file(path("whole-tables.h5"), "r")
+        return file, file.root.array
+
+    measure("h5py", f"whole/read-{word}", size, prepare_h5py, lambda _, data_set: data_set.read_direct(out))
+    measure("PyTables", f"whole/read-{word}", size, prepare_tables, lambda _, data_set: data_set.read(out=out))
+
+
+def hyperslabs():
+    size = 16 << 20
+    data = np.arange(size // 8, dtype="f8")
+    with h5py.File(path("slab-peers.h5"), "w") as file:
+        file.create_dataset("array", data=data, chunks=data.shape)
+
+    def prepare_h5py():
+        file = h5py.File(path("slab-peers.h5"), "r")
+        return file, file["array"]
+
+    def prepare_tables():
+        file = tables.open_file(path("slab-peers.h5"), "r")
+        return file, file.root.array
+
+    for stride in (1, 2, 16):
+        measure("h5py", f"hyperslab/stride-{stride}", size, prepare_h5py, lambda _, data_set: data_set[::stride])
+        measure("PyTables", f"hyperslab/stride-{stride}", size, prepare_tables, lambda _, data_set: data_set[::stride])
+
+
+def attributes(objects, count, word):
+    keys = names("attribute", count)
+    values = [f"channel {i}, Grad Celsius" for i in range(count)]
+    encoded = [v.encode() for v in values]
+    types = [h5py.string_dtype("utf-8", len(v)) for v in encoded]
+    size = objects * count
+
+    def prepare_h5py(mode):
+        def prepare():
+            file = h5py.File(path("attributes-h5py.h5"), mode)
+            return file, [file.require_group(n) for n in names("object", objects)]
+        return prepare
+
+    def prepare_tables(mode):
+        def prepare():
+            file = tables.open_file(path("attributes-tables.h5"), mode)
+            make = file.create_group if mode == "w" else file.get_node
+            return file, [make("/", n) for n in names("object", objects)]
+        return prepare
+
+    def set_h5py(_, nodes):
+        for node in nodes:
+            for key, value, kind in zip(keys, encoded, types):
+                node.attrs.create(key, [value], dtype=kind)
+
+    def set_tables(_, nodes):
+        for node in nodes:
+            for key, value in zip(keys, values):
+                node._v_attrs[key] = value
+
+    def get_h5py(_, nodes):
+        for node in nodes:
+            for key in keys:
+                node.attrs[key]
+
+    def get_tables(_, nodes):
+        for node in nodes:
+            for key in keys:
+                node._v_attrs[key]
+
+    for work, mode, with_h5py, with_tables in (
+            ("set", "w", set_h5py, set_tables), ("get", "r+", get_h5py, get_tables),
+            ("list", "r+", lambda _, nodes: [list(n.attrs) for n in nodes],
+             lambda _, nodes: [list(n._v_attrs._v_attrnames) for n in nodes])):
+        measure("h5py", f"attributes/{work}-{word}", size, prepare_h5py(mode), with_h5py)
+        measure("PyTables", f"attributes/{work}-{word}", size, prepare_tables(mode), with_tables)
+
+
+def extensible(rows, word, chunk_rows):
+    line = np.arange(16, dtype="f8")
+
+    def prepare_h5py():
+        file = h5py.File(path("rows-h5py.h5"), "w")
+        return file, file.create_dataset("rows", (0, 16), maxshape=(None, None), chunks=(chunk_rows, 16), dtype="f8")
+
+    def prepare_tables():
+        file = tables.open_file(path("rows-tables.h5"), "w")
+        return file, file.create_earray("/", "rows", tables.Float64Atom(), (0, 16), chunkshape=(chunk_rows, 16))
+
+    def append_h5py(_, data_set):
+        for row in range(rows):
+            data_set.resize(row + 1, axis=0)
+            data_set[row] = line
+
+    def append_tables(_, data_set):
+        for _ in range(rows):
+            data_set.append(line.reshape(1, 16))
+        data_set.flush()
+
+    def read(_, data_set):
+        for row in range(rows):
+            data_set[row]
+
+    def reopen_h5py():
+        file = h5py.File(path("rows-h5py.h5"), "r")
+        return file, file["rows"]
+
+    def reopen_tables():
+        file = tables.open_file(path("rows-tables.h5"), "r")
+        return file, file.root.rows
+
+    measure("h5py", f"extensible/append-rows-{word}", rows, prepare_h5py, append_h5py)
+    measure("PyTables", f"extensible/append-rows-{word}", rows, prepare_tables, append_tables)
+    measure("h5py", f"extensible/read-rows-{word}", rows, reopen_h5py, read)
+    measure("PyTables", f"extensible/read-rows-{word}", rows, reopen_tables, read)
+
+
+def table(rows):
+    data = np.zeros(rows, ROW)
+    data["time"] = np.arange(rows) / 100
+    data["text"] = np.char.add(b"row ", (np.arange(rows) % 1000).astype("S3"))
+
+    def write_tables(file):
+        file.create_table("/", "table", description=data, chunkshape=rows, expectedrows=rows).flush()
+
+    def prepare_h5py():
+        file = h5py.File(path("table-h5py.h5"), "r")
+        return file, file["table"]
+
+    def prepare_tables():
+        file = tables.open_file(path("table-tables.h5"), "r")
+        return file, file.root.table
+
+    measure("h5py", "table/write", rows, h5("table-h5py.h5"),
+            lambda file: file.create_dataset("table", data=data, chunks=(rows,)))
+    measure("PyTables", "table/write", rows, pt("table-tables.h5"), write_tables)
+    for work, peers in {
+            "table/read": (lambda _, t: t[:], lambda _, t: t.read()),
+            "table/hyperslab-stride-4": (lambda _, t: t[::4], lambda _, t: t.read(step=4)),
+            "table/string-column": (lambda _, t: [s.decode() for s in t["text"]],
+                                    lambda _, t: [s.decode() for s in t.col("text")])}.items():
+        measure("h5py", work, rows, prepare_h5py, peers[0])
+        measure("PyTables", work, rows, prepare_tables, peers[1])
+    if rows == ROWS:
+        selections(prepare_h5py, prepare_tables)
+
+
+def selections(prepare_h5py, prepare_tables):
+    for count in (1000, 10000) if QUICK else (1000, 10000, 100000):
+        ordered = np.arange(count) * (ROWS // count)
+        shuffled = np.random.default_rng(1).permutation(ordered)
+        repeated = np.tile(shuffled[:count // 4], 4)
+        # h5py wants rows in ascending order and each once: it reads those, and numpy puts them in their places.
+        for word, rows in (("sorted", ordered), ("shuffled", shuffled), ("repeated", repeated)):
+            def with_h5py(_, t, rows=rows):
+                unique, back = np.unique(rows, return_inverse=True)
+                t[unique][back]
+            work = f"selection/rows-to-buffer-{word}"
+            measure("h5py", work, count, prepare_h5py, with_h5py)
+            measure("PyTables", work, count, prepare_tables, lambda _, t, rows=rows: t.read_coordinates(rows))
+
+
+def main():
+    sizes = (lambda *all_sizes: all_sizes[:-1] if QUICK else all_sizes)
+    for count in sizes(10, 100, 1000):
+        files(count)
+    for levels in range(1, 7):
+        groups(1000 if QUICK else 10000, levels)
+    for count in sizes(1000, 10000, 50000):
+        small_arrays(count)
+    for size in sizes(8 << 10, 512 << 10, 8 << 20, 64 << 20, 512 << 20):
+        whole_arrays(size, 0)
+    for deflate in (1, 6):
+        for size in sizes(8 << 10, 512 << 10, 8 << 20):
+            whole_arrays(size, deflate)
+    hyperslabs()
+    for objects in sizes(100, 500, 2000):
+        attributes(objects, 5, "on-many-objects")
+    for count in (10, 100, 1000):
+        attributes(1, count, "on-one-object")
+    for rows in sizes(1000, 10000, 100000):
+        extensible(rows, "small-chunks", 1024)
+        extensible(rows, "large-chunks", 16384)
+    for rows in sizes(10000, 100000, ROWS):
+        table(rows)
+    json.dump(results, sys.stdout, indent=1)
+
+
+if __name__ == "__main__":
+    main()
