@@ -111,6 +111,16 @@ RowBlocks::RowBlocks(hid_t dataSet, hid_t memoryType, size_t selectedRows, hsize
     m_rowSize = m_memorySpace.get() > 0 ? rowSize : 0;
 }
 
+bool RowBlocks::AreClose(const std::vector<hsize_t>& selection, hid_t memoryType)
+{
+    if (selection.size() < kFewestRows)
+    {
+        return false;
+    }
+    const auto [least, most] = std::minmax_element(selection.begin(), selection.end());
+    return (*most - *least) / selection.size() <= kBytesWorthARow / std::max<size_t>(H5Tget_size(memoryType), 1);
+}
+
 bool RowBlocks::ReadRun(hsize_t fileStart, const std::vector<hsize_t>& selection, size_t memoryRows, void* buffer,
                         herr_t& status)
 {
@@ -159,11 +169,6 @@ bool RowBlocks::WriteRun(hsize_t fileStart, const std::vector<hsize_t>& selectio
 bool RowBlocks::ReadRows(const std::vector<hsize_t>& selection, void* buffer, herr_t& status)
 {
     if (!IsPossible() || selection.empty() || !AreAllBelow(selection, m_rowsInFile))
-    {
-        return false;
-    }
-    const auto [least, most] = std::minmax_element(selection.begin(), selection.end());
-    if ((*most - *least) * m_rowSize > selection.size() * kBytesWorthARow)
     {
         return false;
     }

@@ -443,8 +443,9 @@ void ITable::GetToSelection(void* buffer, size_t memoryRows, hid_t memoryType,
 void ITable::GetFromSelection(void* buffer, hid_t memoryType, const std::vector<hsize_t>& selection) const
 {
     herr_t status = 0;
-    if (RowBlocks(m_location, MemoryTypeOrOwn(memoryType), selection.size(), numberOfRows)
-            .ReadRows(selection, buffer, status))
+    const hid_t type = MemoryTypeOrOwn(memoryType);
+    if (RowBlocks::AreClose(selection, type) &&
+        RowBlocks(m_location, type, selection.size(), numberOfRows).ReadRows(selection, buffer, status))
     {
         CheckRead(status, m_name);
         return;
@@ -453,8 +454,7 @@ void ITable::GetFromSelection(void* buffer, hid_t memoryType, const std::vector<
     builder.OpenFileSpace(m_location);
     builder.SelectFileElements(selection);
     builder.memorySpace = CreateMemorySpace(selection.size());
-    status =
-        H5Dread(m_location, MemoryTypeOrOwn(memoryType), builder.memorySpace, builder.fileSpace, H5P_DEFAULT, buffer);
+    status = H5Dread(m_location, type, builder.memorySpace, builder.fileSpace, H5P_DEFAULT, buffer);
     CheckRead(status, m_name);
 }
 

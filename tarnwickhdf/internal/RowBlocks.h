@@ -24,6 +24,9 @@ public:
     /// No block gets more than `largestBlock` rows.
     RowBlocks(hid_t dataSet, hid_t memoryType, size_t selectedRows, hsize_t largestBlock);
 
+    /// Whether selected rows of the table lie close enough together to be worth the questions that the constructor asks.
+    static bool AreClose(const std::vector<hsize_t>& selection, hid_t memoryType);
+
     bool IsPossible() const { return m_rowSize != 0; }
 
     /// Table row fileStart + i goes to buffer row selection[i].
