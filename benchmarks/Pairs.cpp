@@ -13,7 +13,7 @@ namespace bench
 namespace
 {
 
-constexpr int kPairs = 11;
+constexpr int kPairs = 9;
 constexpr int kQuickPairs = 3;
 constexpr double kShortestTurn = 0.03;
 constexpr double kMostRounds = 500;
@@ -25,10 +25,12 @@ double MedianOf(std::vector<double> values)
     return *middle;
 }
 
-int RoundsFor(double secondsOnce)
+// Enough rounds for the faster side to be measured, but not so many that the slower one takes for ever.
+int RoundsFor(double fasterSeconds, double slowerSeconds)
 {
     const double turn = IsQuick() ? kShortestTurn / 3 : kShortestTurn;
-    return static_cast<int>(std::clamp(turn / std::max(secondsOnce, 1e-9), 1.0, kMostRounds));
+    const double rounds = std::min(turn / std::max(fasterSeconds, 1e-9), 10 * turn / std::max(slowerSeconds, 1e-9));
+    return static_cast<int>(std::clamp(rounds, 1.0, kMostRounds));
 }
 
 struct Turns
@@ -122,8 +124,8 @@ void Compare(const std::string& work, std::size_t size, double target, Side libr
 {
     const auto run = [=](benchmark::State& state)
     {
-        const double once = std::min(library(), plain());
-        const int rounds = RoundsFor(once);
+        const auto [faster, slower] = std::minmax({library(), plain()});
+        const int rounds = RoundsFor(faster, slower);
         bool libraryFirst = true;
         Turns turns;
         for (auto _ : state)
@@ -148,7 +150,8 @@ void Measure(const std::string& work, std::size_t size, Side side)
 {
     const auto run = [=](benchmark::State& state)
     {
-        const int rounds = RoundsFor(side());
+        const double once = side();
+        const int rounds = RoundsFor(once, once);
         std::vector<double> seconds;
         for (auto _ : state)
         {

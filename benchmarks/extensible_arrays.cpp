@@ -210,7 +210,7 @@ void bench::RegisterWork()
 {
     for (const Storage& storage : {kSmallChunks, kLargeChunks, kLargeDeflatedChunks})
     {
-        for (const std::size_t rows : Sizes({1000, 10000, 100000}))
+        for (const std::size_t rows : Sizes({100, 1000, 10000, 100000}))
         {
             if (rows <= storage.mostRows)
             {

@@ -142,21 +142,23 @@ def small_arrays(count):
             lambda file: [(d, d.dtype, d.shape) for d in file.values() if isinstance(d, h5py.Dataset)])
     measure("PyTables", "list/arrays", count, pt("small-tables.h5", "r"),
             lambda file: [(d, d.dtype, d.shape) for d in file.list_nodes("/", "Array")])
-    groups_of = "small-groups-%d.h5" % count
-    if os.path.exists(path(groups_of)):
-        measure("h5py", "list/groups", count, h5(groups_of, "r"),
-                lambda file: [g for g in file.values() if isinstance(g, h5py.Group)])
-        measure("PyTables", "list/groups", count, pt(groups_of, "r"), lambda file: file.list_nodes("/", "Group"))
-        measure("h5py", "list/count-groups", count, h5(groups_of, "r"),
-                lambda file: sum(file.get(n, getclass=True) is h5py.Group for n in file))
-        measure("PyTables", "list/count-groups", count, pt(groups_of, "r"), lambda file: file.root._v_ngroups
-                if hasattr(file.root, "_v_ngroups") else len(file.root._v_groups))
-    tables_of = "small-tables-%d.h5" % count
-    if os.path.exists(path(tables_of)):
-        measure("h5py", "list/tables", count, h5(tables_of, "r"),
-                lambda file: [(d, d.dtype, d.shape) for d in file.values() if d.dtype.fields])
-        measure("PyTables", "list/tables", count, pt(tables_of, "r"),
-                lambda file: [(d, d.dtype, d.shape) for d in file.list_nodes("/", "Table")])
+    groups_of, tables_of = f"groups-of-{count}.h5", f"tables-of-{count}.h5"
+    row = np.zeros(1, [("value", "f8"), ("number", "i4")])
+    with h5py.File(path(groups_of), "w") as of_groups, h5py.File(path(tables_of), "w") as of_tables:
+        for name in children:
+            of_groups.create_group(name)
+            of_tables.create_dataset(name, data=row, chunks=(1,))
+    measure("h5py", "list/groups", count, h5(groups_of, "r"),
+            lambda file: [g for g in file.values() if isinstance(g, h5py.Group)])
+    measure("PyTables", "list/groups", count, pt(groups_of, "r"), lambda file: file.list_nodes("/", "Group"))
+    measure("h5py", "list/count-groups", count, h5(groups_of, "r"),
+            lambda file: sum(file.get(n, getclass=True) is h5py.Group for n in file))
+    measure("PyTables", "list/count-groups", count, pt(groups_of, "r"), lambda file: file.root._v_ngroups
+            if hasattr(file.root, "_v_ngroups") else len(file.root._v_groups))
+    measure("h5py", "list/tables", count, h5(tables_of, "r"),
+            lambda file: [(d, d.dtype, d.shape) for d in file.values() if d.dtype.fields])
+    measure("PyTables", "list/tables", count, pt(tables_of, "r"),
+            lambda file: [(d, d.dtype, d.shape) for d in file.list_nodes("/", "Table")])
 
 
 def whole_arrays(size, deflate):

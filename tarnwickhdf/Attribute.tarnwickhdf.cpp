@@ -25,6 +25,7 @@ namespace
 {
 
 constexpr size_t kNameBufferSize = 512;
+constexpr size_t kUsualAttributes = 8;
 
 bool IsReserved(const char* attributeName)
 {
@@ -242,6 +243,7 @@ int INode::GetNumberOfAttrs() const
 std::vector<std::string> INode::ListAttrs() const
 {
     NameCollector collector;
+    collector.names.reserve(kUsualAttributes);
     if (H5Aiterate2(m_location, H5_INDEX_CRT_ORDER, H5_ITER_INC, nullptr, &CollectName, &collector) >= 0)
     {
         return std::move(collector.names);

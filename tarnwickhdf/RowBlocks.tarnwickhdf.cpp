@@ -75,17 +75,29 @@ bool AreAllBelow(const std::vector<hsize_t>& rows, hsize_t end)
     return std::all_of(rows.begin(), rows.end(), [=](hsize_t row) { return row < end; });
 }
 
-// The places of a selection in ascending order of their rows.
-std::vector<size_t> OrderOf(const std::vector<hsize_t>& selection)
+// The places of a selection, block by block of the table from row `least` on: `ends` tells where the places of each block
+// end. Sorting within a block wouldn't make it cheaper.
+struct PlacesByBlock
 {
-    std::vector<size_t> order(selection.size());
-    std::iota(order.begin(), order.end(), size_t{0});
-    if (!std::is_sorted(selection.begin(), selection.end()))
+    std::vector<size_t> places;
+    std::vector<size_t> ends;
+};
+
+PlacesByBlock DivideIntoBlocks(const std::vector<hsize_t>& selection, hsize_t least, hsize_t most, hsize_t rowsInBlock)
+{
+    PlacesByBlock divided{std::vector<size_t>(selection.size()), std::vector<size_t>((most - least) / rowsInBlock + 1)};
+    for (const hsize_t row : selection)
     {
-        std::sort(order.begin(), order.end(),
-                  [&](size_t one, size_t other) { return selection[one] < selection[other]; });
+        ++divided.ends[(row - least) / rowsInBlock];
     }
-    return order;
+    std::partial_sum(divided.ends.begin(), divided.ends.end(), divided.ends.begin());
+    for (size_t place = selection.size(); place-- > 0;)
+    {
+        divided.places[--divided.ends[(selection[place] - least) / rowsInBlock]] = place;
+    }
+    std::rotate(divided.ends.begin(), divided.ends.begin() + 1, divided.ends.end());
+    divided.ends.back() = selection.size();
+    return divided;
 }
 
 } // namespace
@@ -172,22 +184,22 @@ bool RowBlocks::ReadRows(const std::vector<hsize_t>& selection, void* buffer, he
     {
         return false;
     }
-    const std::vector<size_t> order = OrderOf(selection);
+    const auto [least, most] = std::minmax_element(selection.begin(), selection.end());
+    const PlacesByBlock divided = DivideIntoBlocks(selection, *least, *most, m_rowsInBlock);
     auto* rows = static_cast<char*>(buffer);
     status = 0;
-    for (size_t done = 0; done < order.size() && status >= 0;)
+    size_t done = 0;
+    for (size_t block = 0; block < divided.ends.size() && status >= 0; ++block)
     {
-        const hsize_t start = selection[order[done]];
-        size_t end = done;
-        while (end < order.size() && selection[order[end]] - start < m_rowsInBlock)
+        const hsize_t start = *least + block * m_rowsInBlock;
+        if (done < divided.ends[block])
         {
-            ++end;
+            status = ReadBlock(start, std::min(m_rowsInBlock, *most + 1 - start));
         }
-        status = ReadBlock(start, selection[order[end - 1]] - start + 1);
-        for (; done < end && status >= 0; ++done)
+        for (; done < divided.ends[block] && status >= 0; ++done)
         {
-            const char* row = m_block.get() + (selection[order[done]] - start) * m_rowSize;
-            std::memcpy(rows + order[done] * m_rowSize, row, m_rowSize);
+            const size_t place = divided.places[done];
+            std::memcpy(rows + place * m_rowSize, m_block.get() + (selection[place] - start) * m_rowSize, m_rowSize);
         }
     }
     return true;
