@@ -32,7 +32,7 @@ def measure(peer, work, size, prepare, do):
         do(*things)
         seconds.append(time.perf_counter() - begin)
         things[0].close()
-        if sum(seconds) > 8:
+        if sum(seconds) > 2:
             break
     results.setdefault(f"{work}/{size}", {})[peer] = sorted(seconds)[len(seconds) // 2]
 
@@ -342,9 +342,9 @@ def main():
         files(count)
     for levels in range(1, 7):
         groups(1000 if QUICK else 10000, levels)
-    for count in sizes(1000, 10000, 50000):
+    for count in (1000, 10000):
         small_arrays(count)
-    for size in sizes(8 << 10, 512 << 10, 8 << 20, 64 << 20, 512 << 20):
+    for size in sizes(8 << 10, 512 << 10, 8 << 20, 64 << 20):
         whole_arrays(size, 0)
     for deflate in (1, 6):
         for size in sizes(8 << 10, 512 << 10, 8 << 20):
