@@ -4,8 +4,8 @@ import sys
 from pathlib import Path
 
 # Texts that no exception carries: the status print, the traceback's own frames and marks.
-NOT_MESSAGES = re.compile(r"\\t|Cache statistics|^#|: in func |\\n  m|^\(\): $|internal error while walking|_count$|^cache_"
-                          r"|^timestamp$|^total_heap|^%F|__vorl_|^api_version$|!= NULL$|tarnwickhdf$")
+NOT_MESSAGES = re.compile(r"\\t|Cache statistics|^#|: in func |\\n  m|^\(\): $|internal error while walking|^[{,]|^%F"
+                          r"|__vorl_|^api_version$|!= NULL$|tarnwickhdf$")
 LITERAL = re.compile(r'"((?:[^"\\]|\\.)*)"')
 
 

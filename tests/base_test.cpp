@@ -11,6 +11,18 @@ namespace tarnwick::hdf::tests
 
 using Base = HdfTest;
 
+TEST_F(Base, IdsThatAreLeftOpenAreSeen)
+{
+    const IdCounts before = IdCounts::Now();
+    const ScopedSpace space(H5Screate(H5S_NULL));
+    const ScopedType type(H5Tcopy(H5T_NATIVE_INT));
+    const ScopedPropertyList list(H5Pcreate(H5P_DATASET_CREATE));
+    const IdCounts after = IdCounts::Now();
+    EXPECT_EQ(std::inner_product(after.begin(), after.end(), before.begin(), std::int64_t{0}, std::plus<>(),
+                                 [](std::int64_t one, std::int64_t other) { return one != other ? 1 : 0; }),
+              3);
+}
+
 TEST_F(Base, TextOfOtherEncodingsIsConvertedAndBadBytesAreReplaced)
 {
     EXPECT_EQ(latin1_to_utf8(std::string("Z\xFC\0\xFF", 4)), std::string("Z\xC3\xBC\0\xC3\xBF", 6));
