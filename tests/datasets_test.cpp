@@ -247,6 +247,17 @@ TEST_F(Table, AHundredThousandRowsAreWhatPlainHdf5Reads)
     }
     selection[7] = rows.size();
     EXPECT_EQ(WordsOf([&] { x->GetFromSelection(picked.data(), -1, selection); }), kFile);
+    // All rows to the buffer from its end on, and the first 40,000 of them back to the table 50 rows further on.
+    Dims backwards(rows.size());
+    std::iota(backwards.rbegin(), backwards.rend(), 0U);
+    x->GetToSelection(read.data(), read.size(), -1, backwards);
+    EXPECT_TRUE(std::equal(rows.rbegin(), rows.rend(), read.begin()));
+    backwards.resize(40000);
+    x->SetToHyperslabFromSelection(read.data(), read.size(), type.get(), 50, backwards);
+    std::vector<std::array<int, 2>> moved = rows;
+    std::copy_n(rows.begin(), backwards.size(), moved.begin() + 50);
+    H5Dread(x->LocationID(), type.get(), H5S_ALL, H5S_ALL, H5P_DEFAULT, read.data());
+    EXPECT_EQ(read, moved);
 }
 
 TEST_F(ExtensibleArray2D, MovesRowsAndColumnsAndConvertsThem)
