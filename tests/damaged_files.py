@@ -1,6 +1,6 @@
 """Walks damaged files: each walk ends, with or without an exception, and what crashes does so inside HDF5.
 Usage: damaged_files.py WALKER HUNDREDS"""
-import collections, glob, multiprocessing.pool, os, random, re, subprocess, sys, tempfile
+import collections, glob, multiprocessing.pool, os, random, re, shutil, subprocess, sys, tempfile
 from foreign_files import SHIPPED, make
 from random_files import failure, sequence
 
@@ -19,13 +19,16 @@ def walk(seed):
     with open(r.choice(FILES), 'rb') as f, open(name, 'wb') as g:
         g.write(damage(r, f.read()))
     run = subprocess.run(['prlimit', '--cpu=10:20', *MEMORY, sys.argv[1], name], capture_output=True, errors='replace')
-    os.remove(name)
     if run.returncode == 0 or 'allocation-size-too-big' in run.stderr:  # The sanitizer's word for std::bad_alloc.
         return 'exception' if run.returncode or run.stdout.rsplit('\n', 2)[-2][0] == '"' else 'walk'
     stack = run.stderr if 'AddressSanitizer' in run.stderr else run.stderr.partition('libc.so')[2]  # Behind the handler.
     frames = [line for line in stack.splitlines() if re.search('libhdf5|tarnwick', line)]
     named = [re.search(r'libhdf5[^(]*[(](\w+)| in (\w+) .*libhdf5', line) for line in frames]
     where = 'HDF5 under ' + next((m[1] or m[2] for m in named if m), '') if 'libhdf5' in (frames or [''])[0] else run.stderr
+    if 'HDF5 under' not in where and MEMORY and shutil.which('valgrind'):  # Who spoiled the memory comes first.
+        told = subprocess.run(['valgrind', '-q', sys.argv[1], name], capture_output=True, errors='replace').stderr
+        first = next((line for line in told.splitlines() if re.search('libhdf5|tarnwick', line)), '')
+        where = 'HDF5 under a heap that it had spoiled' if 'libhdf5' in first else where
     return f'status {run.returncode} in {where}'
 
 
