@@ -1,5 +1,5 @@
-// Runs the library's operations with HDF5 calls and allocations failing in turn; faults.txt says what each failure leads
-// to. A program of its own, because what it defines takes HDF5's place for the shared library.
+// Runs the library's operations with HDF5 calls and allocations failing in turn; faults.txt says what each failure
+// leads to. A program of its own, because what it defines takes HDF5's place for the shared library.
 
 #include "Fixture.h"
 
@@ -14,23 +14,22 @@
 namespace
 {
 
-constexpr size_t kNone = static_cast<size_t>(-1);
-
 // What fails, counted from 0: a call, with `lasting` all later ones of the same function; an allocation.
 struct Plan
 {
-    size_t call = kNone;
+    size_t call = SIZE_MAX;
     bool lasting = false;
-    size_t allocation = kNone;
+    size_t allocation = SIZE_MAX;
 } plan;
 
-struct Log
+struct Outcome
 {
     std::vector<std::string> calls, failed;
     size_t allocations = 0;
+    std::string text, answer, contents, next;
 }* armed = nullptr;
 
-bool Fails(const std::string& function, Log& log)
+bool Fails(const std::string& function, Outcome& log)
 {
     // Functions that differ in the number of their version stand in for each other.
     const bool again = plan.lasting && !log.failed.empty() &&
@@ -46,7 +45,7 @@ __attribute__((used)) Result Call(Arguments... arguments)
 {
     static const auto real = reinterpret_cast<Result (*)(Arguments...)>(dlsym(RTLD_NEXT, Name));
     // What HDF5 does inside the call isn't the library's.
-    Log* const log = std::exchange(armed, nullptr);
+    Outcome* const log = std::exchange(armed, nullptr);
     const bool fails = log != nullptr && Fails(Name, *log);
     // What releases has done so when it fails: nobody could do more, and what is open then was forgotten.
     const bool releases = std::strstr(Name, "close") || std::strstr(Name, "free") || std::strstr(Name, "reclaim");
@@ -92,7 +91,7 @@ namespace
 
 using T = TDataType::TDataType;
 const std::string path = "run/file.h5", newPath = "run/new.h5";
-const Dims rows02 = {0, 2};
+const Dims rows = {0, 2};
 const hid_t kInt = H5T_NATIVE_INT;
 
 ScopedType RowType()
@@ -131,8 +130,7 @@ struct Case
     boost::shared_ptr<IArray> a = g->GetArray("a"), m = g->GetArray("m"), s = g->GetArray("s");
     boost::shared_ptr<IExtensibleArray2D> e = g->GetExtensibleArray2D("e");
     boost::shared_ptr<ITable> t = g->GetTable("t"), w = g->GetTable("w");
-    ScopedType rowType = RowType();
-    hid_t type = rowType.get();
+    ScopedType row = RowType();
     int ints[12] = {10, 11, 12, 13, 14, 15, 16, 17, 18, 19, 20, 21};
     std::vector<std::string> strings = {"untouched"};
     std::ostringstream answer;
@@ -147,8 +145,8 @@ const Operation operations[] = {
     {"file.open.w", [](Case& c) { c.answer << IFile::Open(newPath, "w", 6)->GetAPIVersion(); }},
     {"file.open.r+", [](Case& c) { c.answer << IFile::Open(newPath, "r+", 0)->GetAPIVersion(); }},
     {"file.open.missing", [](Case& c) { c.answer << IFile::Open(newPath + "0", "r+", 0)->GetAPIVersion(); }},
-    {"file.close", [](Case& c) { c.file->Close(); }},
-    {"file.counts", [](Case& c) { c.answer << IFile::IsHDF5File(path) << c.file->GetFileName() << c.file->GetOpenFilesCount(); }},
+    {"file.close", [](Case& c) { c.answer << c.file->GetOpenFilesCount(), c.file->Close(); }},
+    {"file.name", [](Case& c) { c.answer << IFile::IsHDF5File(path) << c.file->GetFileName(); }},
     {"file.cache", [](Case& c) { H5AC_cache_config_t config = c.file->GetCacheConfiguration();
         c.file->SetCacheConfiguration(config), c.file->DumpCacheStatus(true), c.answer << config.lower_hr_threshold; }},
     {"file.log", [](Case& c) { MemoryLoggerFileTracker tracker; tracker.OnOpen(c.file->FileID(), "");
@@ -159,13 +157,14 @@ const Operation operations[] = {
     {"attr.set", [](Case& c) { c.s->SetAttr("unit", "new"), c.g->SetAttr("unit", ""); }},
     {"attr.get", [](Case& c) { c.answer << c.g->GetAttr("unit") << c.g->GetAttr("vlen"); }},
     {"attr.type", [](Case& c) { c.answer << c.g->GetAttrType("number") << c.g->GetAttrType("unit"); }},
-    {"attr.list", [](Case& c) { c.answer << c.g->GetNumberOfAttrs() << c.g->ListAttrs().at(2) << c.g->HasAttr("no"); }},
+    {"attr.list", [](Case& c) { c.answer << c.g->GetAttrName(1) << c.g->ListAttrs().at(2) << c.g->HasAttr("unit"); }},
     {"delete", [](Case& c) { c.g->DelAttr("unit"), c.g->DelArray("a"), c.g->DelGroup("sub"); }},
-    {"group.create", [](Case& c) { c.g->CreateGroup("new/new"), c.g->CreateGroup("sub/sub"); }},
+    {"group.create.new", [](Case& c) { c.g->CreateGroup("new/new"); }},
+    {"group.create.again", [](Case& c) { c.g->CreateGroup("sub/sub"); }},
     {"group.get", [](Case& c) { c.g->GetGroup("sub/sub"); }},
     {"group.list.groups", [](Case& c) { c.answer << c.g->ListGroups().size(); }},
     {"group.list.arrays", [](Case& c) { c.answer << c.g->ListExtensibleArrays2D().size(), c.g->ListArrays(); }},
-    {"group.child", [](Case& c) { c.answer << c.g->GetChildType(0) << c.g->GetChildName(0), c.g->GetNumberOfGroups(); }},
+    {"group.child", [](Case& c) { c.answer << c.g->GetChildType(0) << c.g->GetChildName(0) << c.g->HasDataSet(); }},
     {"has.array", [](Case& c) { c.answer << c.g->HasGroup("sub/sub") << c.g->HasArray("a"); }},
     {"has.extensible", [](Case& c) { c.answer << c.g->HasExtensibleArray2D("e"); }},
     {"create.array.again", [](Case& c) { c.g->CreateArray("a", T::Int, 0); }},
@@ -174,14 +173,12 @@ const Operation operations[] = {
     {"create.buffer.text", [](Case& c) { c.g->CreateArrayFromBuffer("new", c.ints, T::String, 3, 4); }},
     {"create.buffer.shape", [](Case& c) { c.g->CreateArrayFromBuffer("a", c.ints, T::Int, 4, 3); }},
     {"create.extensible", [](Case& c) { c.g->CreateExtensibleArray2D("new", T::Int, 0, 9, 4, 9, 1); }},
-    {"create.table", [](Case& c) { c.answer << c.g->CreateTable("new", 4, c.type, 6)->GetColumnDataType(1); }},
-    {"create.rows.again", [](Case& c) { c.g->CreateTableFromBuffer("t", c.ints, 4, c.type, 0, -1, 0); }},
-    {"create.some.new", [](Case& c) { c.g->CreateTableFromSelection("new", c.ints, 4, rows02, c.type, 0, -1, 0); }},
+    {"create.table", [](Case& c) { c.answer << c.g->CreateTable("new", 4, c.row.get(), 6)->GetColumnDataType(1); }},
+    {"create.rows.again", [](Case& c) { c.g->CreateTableFromBuffer("t", c.ints, 4, c.row.get(), 0, -1, 0); }},
+    {"create.some.new", [](Case& c) { c.g->CreateTableFromSelection("new", c.ints, 4, rows, c.row.get(), 0, -1, 0); }},
     {"get.array", [](Case& c) { c.answer << c.g->GetArray("a")->GetType() << c.g->GetArray("a")->GetLength(); }},
     {"get.extensible", [](Case& c) { c.answer << c.g->GetExtensibleArray2D("big")->GetNumberOfColumns(); }},
     {"get.table", [](Case& c) { c.answer << c.g->GetTable("t")->GetColumnDataType(1) << c.t->GetColumnName(1); }},
-    {"array.reopen", [](Case& c) { c.a->ReOpen(c.g->LocationID(), "a"); }},
-    {"array.set.same", [](Case& c) { c.a->SetFromBuffer(c.ints, T::Undefined, 4, 1); }},
     {"array.set.text", [](Case& c) { c.s->SetFromBuffer(c.ints, T::Undefined, 3, 4); }},
     {"array.read", [](Case& c) { c.a->GetToBuffer(c.ints, T::Undefined), c.s->GetToBuffer(c.ints, T::Undefined); }},
     {"array.slab", [](Case& c) { size_t size[] = {2, 1}, start[] = {0, 1}, stride[] = {1, 1};
@@ -189,20 +186,21 @@ const Operation operations[] = {
     {"array.spread", [](Case& c) { c.a->GetToMemoryHyperslab(c.ints, 1, 2, 4, T::Int); }},
     {"extensible.resize", [](Case& c) { const bool ok = c.e->Resize(4, 3) == 0;
         EXPECT_EQ(ok, c.e->GetNumberOfRows() == 4); }},
-    {"extensible.append", [](Case& c) { c.e->AppendRowFromBuffer(c.ints, T::Int), c.e->AppendColumnFromBuffer(c.ints, T::Int); }},
+    {"extensible.append.row", [](Case& c) { c.e->AppendRowFromBuffer(c.ints, T::Int); }},
+    {"extensible.append.column", [](Case& c) { c.e->AppendColumnFromBuffer(c.ints, T::Int); }},
     {"extensible.read.column", [](Case& c) { c.e->ReadColumnToBuffer(1, c.ints, T::Int); }},
     {"extensible.write.row", [](Case& c) { c.e->WriteRowFromBuffer(1, c.ints, T::Int); }},
+    {"array.reopen", [](Case& c) { c.a->ReOpen(c.g->LocationID(), "a"); }},
     {"table.reopen", [](Case& c) { c.t->ReOpen(c.g->LocationID(), "t"); }},
     {"table.set.same", [](Case& c) { c.t->SetFromBuffer(c.ints, 3, -1, 0); }},
-    {"table.set.some", [](Case& c) { c.t->SetFromSelection(c.ints, 4, rows02, c.type, 6, 0); }},
+    {"table.set.some", [](Case& c) { c.t->SetFromSelection(c.ints, 4, rows, c.row.get(), 6, 0); }},
     {"table.read", [](Case& c) { c.t->GetToBuffer(c.ints, -1); }},
-    {"table.slab", [](Case& c) { c.t->GetFromHyperslab(c.ints, 0, 2, 2, c.type); }},
+    {"table.slab", [](Case& c) { c.t->GetFromHyperslab(c.ints, 0, 2, 2, c.row.get()); }},
     {"table.strings.t", [](Case& c) { c.t->FeedStringVector(c.strings, 1); }},
     {"table.strings.w", [](Case& c) { c.w->FeedStringVector(c.strings, 0); }},
     {"table.to", [](Case& c) { c.t->GetToSelection(c.ints, 4, -1, {0, 1, 2}); }},
-    {"table.from", [](Case& c) { c.t->GetFromSelection(c.ints, -1, rows02); }},
-    {"table.runto", [](Case& c) { c.t->GetFromHyperslabToSelection(c.ints, 4, c.type, 1, rows02); }},
-    {"table.put", [](Case& c) { c.t->SetToHyperslabFromSelection(c.ints, 4, c.type, 1, rows02); }},
+    {"table.from", [](Case& c) { c.t->GetFromSelection(c.ints, -1, rows); }},
+    {"table.put", [](Case& c) { c.t->SetToHyperslabFromSelection(c.ints, 4, c.row.get(), 1, rows); }},
 };
 // clang-format on
 
@@ -226,7 +224,7 @@ struct Rule
     std::string message; ///< "=" is another answer; "?" in front, that a single failure is made up for; "~", each.
 };
 
-std::string TextOf(const Operation& operation, Case& c, Log* log)
+std::string TextOf(const Operation& operation, Case& c, Outcome* log)
 {
     std::string text;
     try
@@ -243,12 +241,6 @@ std::string TextOf(const Operation& operation, Case& c, Log* log)
     return text;
 }
 
-struct Outcome
-{
-    Log log;
-    std::string text, answer, contents, next;
-};
-
 // Makes a fresh file, runs the operation with the plan's failures, then once more without any.
 Outcome RunWith(const Operation& operation, const Plan& faults)
 {
@@ -262,7 +254,7 @@ Outcome RunWith(const Operation& operation, const Plan& faults)
         Case c;
         c.answer.exceptions(std::ios::badbit);
         plan = faults;
-        outcome.text = TextOf(operation, c, &outcome.log);
+        outcome.text = TextOf(operation, c, &outcome);
         outcome.answer = c.Answer();
         EXPECT_TRUE(outcome.text.empty() || c.strings.at(0) == "untouched");
         const bool closed = c.file->IsClosed();
@@ -306,7 +298,7 @@ struct Faults : HdfTest
         usual = RunWith(operation, {});
         EXPECT_EQ(usual.text, "") << operation.first;
         readsOnly = usual.contents == untouched;
-        calls += usual.log.calls.size();
+        calls += usual.calls.size();
     }
 
     bool IsKnown(const std::string& text) const
@@ -317,21 +309,20 @@ struct Faults : HdfTest
     // Nothing that is only read has changed, and the same operation works afterwards.
     Outcome Try(const Operation& operation, const Plan& faults)
     {
-        SCOPED_TRACE(operation.first + (faults.lasting ? ", lasting" : "") +
-                     Joined(std::vector<size_t>{faults.call, faults.allocation}));
+        SCOPED_TRACE(operation.first + Joined(std::vector<size_t>{faults.call, faults.lasting, faults.allocation}));
         const Outcome outcome = RunWith(operation, faults);
-        SCOPED_TRACE(Joined(outcome.log.failed) + "|" + outcome.text + "|" + outcome.next);
+        SCOPED_TRACE(Joined(outcome.failed) + "|" + outcome.text + "|" + outcome.next);
         const bool worked = outcome.next == usual.next || outcome.next == usual.answer;
         EXPECT_TRUE(worked || (!readsOnly && IsKnown(outcome.next)));
         EXPECT_TRUE(!readsOnly || outcome.contents == usual.contents);
-        faults.allocation == kNone ? Judge(faults, outcome) : void();
+        faults.allocation == SIZE_MAX ? Judge(faults, outcome) : void();
         return outcome;
     }
 
     // What one failing call, and all later ones of its function, lead to.
     void Judge(const Plan& faults, const Outcome& outcome)
     {
-        const std::string &text = outcome.text, &function = outcome.log.failed.at(0);
+        const std::string &text = outcome.text, &function = outcome.failed.at(0);
         const auto rule =
             std::find_if(rules.begin(), rules.end(), [&](auto& r) { return std::regex_match(function, r.functions); });
         const std::string message = rule == rules.end() ? "~" : rule->message;
@@ -341,7 +332,7 @@ struct Faults : HdfTest
         const bool told = checked ? std::regex_search(text, rule->words) : IsKnown(text);
         EXPECT_TRUE(text.empty() ? message == "=" || (may && same) : told);
         EXPECT_TRUE(!checked || text.find(":\n") == std::string::npos || text.find("injected") != std::string::npos);
-        injected += outcome.log.failed.size();
+        injected += outcome.failed.size();
         ++(text.empty() ? silent : thrown);
     }
 
@@ -357,9 +348,9 @@ TEST_F(Faults, EveryFailingCallIsReportedInItsWordsOrMadeUpFor)
     for (const Operation& operation : operations)
     {
         Learn(operation);
-        for (size_t i = 0; i < 2 * usual.log.calls.size(); ++i)
+        for (size_t i = 0; i < 2 * usual.calls.size(); ++i)
         {
-            Try(operation, {i / 2, i % 2 == 1, kNone});
+            Try(operation, {i / 2, i % 2 == 1, SIZE_MAX});
         }
     }
     std::cerr << std::size(operations) << " operations, " << calls << " calls, " << injected << " injected failures, "
@@ -373,14 +364,14 @@ TEST_F(Faults, WantOfMemoryReachesTheCallerAndLeavesNothingOpen)
     {
         Learn(operation);
         // Without a failing call, then with functions that fail from one of their calls on.
-        for (size_t call = kNone; call == kNone || call < usual.log.calls.size(); call += call == kNone ? 1 : step)
+        for (size_t call = SIZE_MAX; call == SIZE_MAX || call < usual.calls.size(); call += call == SIZE_MAX ? 1 : step)
         {
             Outcome outcome = Try(operation, {call, true, 0});
-            for (size_t failed = 0; outcome.log.allocations > failed; outcome = Try(operation, {call, true, failed}))
+            for (size_t failed = 0; outcome.allocations > failed; outcome = Try(operation, {call, true, failed}))
             {
                 ++failed, ++injected;
                 // A destructor keeps it to itself, a failing call may be told instead.
-                EXPECT_TRUE(outcome.text == std::bad_alloc().what() || call != kNone ||
+                EXPECT_TRUE(outcome.text == "std::bad_alloc" || call != SIZE_MAX ||
                             operation.first.find("file.open") == 0);
             }
         }
