@@ -14,8 +14,13 @@ def damage(r, data):
 
 
 def walk(seed):
-    r = random.Random(seed)
     name = f'damaged {seed}'
+    end = walk_damaged(random.Random(seed), name)
+    os.remove(name)
+    return end
+
+
+def walk_damaged(r, name):
     with open(r.choice(FILES), 'rb') as f, open(name, 'wb') as g:
         g.write(damage(r, f.read()))
     run = subprocess.run(['prlimit', '--cpu=10:20', *MEMORY, sys.argv[1], name], capture_output=True, errors='replace')
