@@ -18,7 +18,8 @@ def messages(source):
 
 
 page = re.sub(r"\s+", " ", Path("docs/errors.md").read_text())
-missing = [(unit.name, text) for unit in sorted(Path("tarnwickhdf").glob("*.cpp"))
+units = [*Path("tarnwickhdf").glob("*.cpp"), *Path("tarnwickhdf/internal").glob("*.h")]
+missing = [(unit.name, text) for unit in sorted(units)
            for text in messages(unit.read_text()) if text.strip() not in page]
 for unit, text in missing:
     print(f'{unit}: "{text}" is not in docs/errors.md')

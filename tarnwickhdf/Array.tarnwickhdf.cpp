@@ -475,11 +475,7 @@ void IArray::ReplaceFromBuffer(void* buffer, TDataType::TDataType type, size_t n
 void IArray::GetToBuffer(void* buffer, TDataType::TDataType type) const
 {
     const MemoryType memoryType(type, dataType, typeId, components);
-    const herr_t status = H5Dread(m_location, memoryType.get(), H5S_ALL, H5S_ALL, H5P_DEFAULT, buffer);
-    if (status < 0)
-    {
-        CheckResult(status, "Error " + std::to_string(status) + " while reading from dataset '" + m_name + "'");
-    }
+    CheckRead(H5Dread(m_location, memoryType.get(), H5S_ALL, H5S_ALL, H5P_DEFAULT, buffer), m_name);
 }
 
 void IArray::GetFromHyperslab(void* buffer, int start, int stride, int count, TDataType::TDataType type) const

@@ -16,7 +16,7 @@ constexpr std::uint64_t kLargestGivenChunk = 0xFFFFFFFFU;
 constexpr std::uint64_t kLargestSingleChunk = 0x80000000U;
 constexpr unsigned int kPieceShift = 31;
 
-void SelectElements(hid_t space, const std::vector<hsize_t>& coordinates, const std::string& message)
+void SelectElements(hid_t space, const std::vector<hsize_t>& coordinates, const char* message)
 {
     CheckResult(H5Sselect_elements(space, H5S_SELECT_SET, coordinates.size(), coordinates.data()), message);
     hsize_t extent = 0;

@@ -199,8 +199,6 @@ private:
     static bool IsTable(IDataSetBuilder& builder, size_t& rows);
     static boost::shared_ptr<ITable> FromOpenDataSet(boost::weak_ptr<IFile> file, hid_t parent, const std::string& name,
                                                      hid_t dataSet, bool isNullIfRefused);
-    static boost::shared_ptr<ITable> FromBuilder(boost::weak_ptr<IFile> file, hid_t parent, const std::string& name,
-                                                 IDataSetBuilder& builder, size_t rows);
     static boost::shared_ptr<ITable> MakeOf(IDataSetBuilder& builder, boost::weak_ptr<IFile> file, hid_t parent,
                                             const std::string& name, size_t rows, hid_t type);
     bool FitsInPlace(size_t rows, hid_t type) const;

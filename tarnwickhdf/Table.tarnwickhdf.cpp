@@ -76,14 +76,6 @@ hid_t CreateMemorySpace(hsize_t rows)
     return H5Screate_simple(1, &rows, nullptr);
 }
 
-void CheckRead(herr_t status, const std::string& name)
-{
-    if (status < 0)
-    {
-        CheckResult(status, "Error " + std::to_string(status) + " while reading from dataset '" + name + "'");
-    }
-}
-
 std::string MemberName(hid_t compoundType, int column)
 {
     const std::unique_ptr<char, herr_t (*)(void*)> name(
@@ -191,9 +183,7 @@ boost::shared_ptr<ITable> ITable::Open(boost::weak_ptr<IFile> file, hid_t parent
 {
     IDataSetBuilder builder;
     builder.OpenDataSet(parent, name);
-    size_t rows = 0;
-    CheckIsTable(IsTable(builder, rows), name);
-    return FromBuilder(std::move(file), parent, name, builder, rows);
+    return FromOpenDataSet(std::move(file), parent, name, builder.TakeDataSet(), false);
 }
 
 // Takes over the data set on every way out.
@@ -209,16 +199,10 @@ boost::shared_ptr<ITable> ITable::FromOpenDataSet(boost::weak_ptr<IFile> file, h
         return {};
     }
     CheckIsTable(isTable, name);
-    return FromBuilder(std::move(file), parent, name, builder, rows);
-}
-
-boost::shared_ptr<ITable> ITable::FromBuilder(boost::weak_ptr<IFile> file, hid_t parent, const std::string& name,
-                                              IDataSetBuilder& builder, size_t rows)
-{
     ScopedType compound(builder.TakeType());
-    ScopedDataSet dataSet(builder.TakeDataSet());
-    std::unique_ptr<ITable> table(new ITable(std::move(file), parent, dataSet.get(), name, rows, compound.get()));
-    return HandOver(std::move(table), dataSet, compound);
+    std::unique_ptr<ITable> table(new ITable(std::move(file), parent, dataSet, name, rows, compound.get()));
+    builder.TakeDataSet();
+    return HandOver(std::move(table), compound);
 }
 
 void ITable::QueryInfo(hid_t parent, const std::string& name, hid_t& dataSet, size_t& rows, hid_t& compound)

@@ -38,4 +38,13 @@ void CheckResult(Result result, const char* before, const std::string& name, con
     }
 }
 
+/// Judges the read of a whole data set or of single rows: the message holds the status and the name of the node.
+inline void CheckRead(int status, const std::string& name)
+{
+    if (status < 0)
+    {
+        CheckResult(status, "Error " + std::to_string(status) + " while reading from dataset '" + name + "'");
+    }
+}
+
 } // namespace tarnwick::hdf
