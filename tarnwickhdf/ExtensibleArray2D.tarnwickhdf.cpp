@@ -22,33 +22,29 @@ struct Line
 {
     hsize_t start[2];
     hsize_t count[2];
-    bool isRow;
 };
 
-// The space in memory of a row, made with the object and kept for all its rows: making and closing one costs a fifth of
-// reading a row.
-class RowSpace
+// The space in memory of a row or column, made with the object and kept for all its lines: making and closing one costs a
+// fifth of reading a row. Only a line of another shape than the one before changes it.
+class LineSpace
 {
 public:
-    explicit RowSpace(hsize_t columns) : m_columns(columns)
-    {
-        const hsize_t count[] = {1, columns};
-        m_space.reset(H5Screate_simple(2, count, nullptr));
-    }
+    explicit LineSpace(hsize_t columns) : m_count{1, columns} { m_space.reset(H5Screate_simple(2, m_count, nullptr)); }
 
-    hid_t IdFor(hsize_t columns)
+    hid_t IdFor(const hsize_t (&count)[2])
     {
-        const hsize_t count[] = {1, columns};
-        if (columns != m_columns && H5Sset_extent_simple(m_space.get(), 2, count, nullptr) >= 0)
+        const bool fits = std::equal(count, count + 2, m_count);
+        if (!fits && H5Sset_extent_simple(m_space.get(), 2, count, nullptr) < 0)
         {
-            m_columns = columns;
+            return -1;
         }
-        return columns == m_columns ? m_space.get() : -1;
+        std::copy_n(count, 2, m_count);
+        return m_space.get();
     }
 
 private:
+    hsize_t m_count[2];
     ScopedSpace m_space;
-    hsize_t m_columns;
 };
 
 namespace
@@ -66,12 +62,12 @@ struct Extent
 
 Line RowAt(hsize_t row, hsize_t columns)
 {
-    return {{row, 0}, {1, columns}, true};
+    return {{row, 0}, {1, columns}};
 }
 
 Line ColumnAt(hsize_t column, hsize_t rows)
 {
-    return {{0, column}, {rows, 1}, false};
+    return {{0, column}, {rows, 1}};
 }
 
 Extent ExtentOf(const ScopedSpace& space)
@@ -227,13 +223,13 @@ bool IsWithin(int index, unsigned int size)
 IExtensibleArray2D::IExtensibleArray2D(boost::weak_ptr<IFile> file, hid_t dataSet, std::string name,
                                        TDataType::TDataType type, unsigned int rowCount, unsigned int columnCount)
     : INode(std::move(file), dataSet, name), rows(rowCount), columns(columnCount), dataType(type),
-      rowSpace(std::make_unique<RowSpace>(columnCount))
+      lineSpace(std::make_unique<LineSpace>(columnCount))
 {
 }
 
 IExtensibleArray2D::IExtensibleArray2D(const IExtensibleArray2D& other)
     : INode(other), rows(other.rows), columns(other.columns), dataType(other.dataType),
-      rowSpace(std::make_unique<RowSpace>(other.columns))
+      lineSpace(std::make_unique<LineSpace>(other.columns))
 {
     m_location = ShareId(m_location);
 }
@@ -483,16 +479,11 @@ void IExtensibleArray2D::TransferLine(hid_t openedFileSpace, const Line& line, T
                                       Transfer transfer)
 {
     ScopedSpace fileSpace(openedFileSpace);
-    ScopedSpace columnSpace;
     H5Sselect_hyperslab(fileSpace.get(), H5S_SELECT_SET, line.start, nullptr, line.count, nullptr);
-    if (!line.isRow)
-    {
-        columnSpace.reset(H5Screate_simple(kRank, line.count, nullptr));
-    }
-    const hid_t memorySpace = line.isRow ? rowSpace->IdFor(line.count[kColumns]) : columnSpace.get();
+    const hid_t memorySpace = lineSpace->IdFor(line.count);
     const hid_t memoryType = DataTypeToHDFType(type);
     const herr_t status = transfer(memoryType, memorySpace, fileSpace.get());
-    CloseIOOperation(status, fileSpace.release(), columnSpace.release());
+    CloseIOOperation(status, fileSpace.release(), -1);
 }
 
 } // namespace tarnwick::hdf

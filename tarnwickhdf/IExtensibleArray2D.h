@@ -16,7 +16,7 @@ namespace tarnwick::hdf
 {
 
 class IFile;
-class RowSpace;
+class LineSpace;
 struct Line;
 struct Refusal;
 
@@ -131,7 +131,7 @@ private:
     unsigned int rows;
     unsigned int columns;
     TDataType::TDataType dataType;
-    std::unique_ptr<RowSpace> rowSpace;
+    std::unique_ptr<LineSpace> lineSpace;
 
     friend class IGroup;
 };

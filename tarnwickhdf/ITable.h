@@ -18,6 +18,7 @@ namespace tarnwick::hdf
 
 class IDataSetBuilder;
 class IFile;
+class TableColumns;
 
 /// A one-dimensional data set of a compound type: an element is a row, a member of the compound type is a column. Data
 /// sets of class H5T_VLEN open as tables too and have no columns.
@@ -188,8 +189,6 @@ public:
                           size_t compression, size_t chunkRows);
 
 private:
-    using ColumnTypes = std::vector<TDataType::THDFAndDataType>;
-
     ITable(boost::weak_ptr<IFile> file, hid_t parent, hid_t dataSet, const std::string& name, size_t rows,
            hid_t compound);
 
@@ -203,7 +202,6 @@ private:
                                             const std::string& name, size_t rows, hid_t type);
     bool FitsInPlace(size_t rows, hid_t type) const;
     hid_t MemoryTypeOrOwn(hid_t memoryType) const;
-    const TDataType::THDFAndDataType& Column(int column) const;
     void WriteInPlace(const void* buffer);
     void SelectRun(IDataSetBuilder& builder, size_t memoryRows, size_t fileStart,
                    const std::vector<hsize_t>& selection) const;
@@ -214,7 +212,7 @@ private:
     hid_t parentId;
     size_t numberOfRows;
     hid_t compoundType;
-    boost::shared_ptr<ColumnTypes> columnTypes;
+    boost::shared_ptr<TableColumns> columns;
 
     friend class IGroup;
 };

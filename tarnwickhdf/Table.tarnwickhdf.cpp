@@ -9,6 +9,9 @@
 #include <tarnwickhdf/internal/ScopedId.h>
 #include <tarnwickhdf/utils.h>
 
+#include <boost/make_shared.hpp>
+
+#include <algorithm>
 #include <memory>
 #include <stdexcept>
 #include <utility>
@@ -21,17 +24,7 @@ namespace
 
 const char* const kMemorySelectionFailed = "Error reading data set to a memory selection!";
 const char* const kWriteFailed = "error writing to dataset";
-
-using ColumnList = std::vector<TDataType::THDFAndDataType>;
-
-void CloseColumns(ColumnList* columns) noexcept
-{
-    const std::unique_ptr<ColumnList> owned(columns);
-    for (const TDataType::THDFAndDataType& column : *owned)
-    {
-        const ScopedType closing(column.hdfType);
-    }
-}
+const char* const kInvalidType = "invalid HDF type";
 
 // Columns of nested types are columns like the others, without a TDataType.
 TDataType::TDataType ColumnDataType(hid_t memberType)
@@ -43,22 +36,8 @@ TDataType::TDataType ColumnDataType(hid_t memberType)
     }
     const H5T_class_t memberClass = H5Tget_class(memberType);
     const bool isNested = memberClass == H5T_ARRAY || memberClass == H5T_COMPOUND || memberClass == H5T_VLEN;
-    CheckResult(isNested ? 0 : -1, "invalid HDF type");
+    CheckResult(isNested ? 0 : -1, kInvalidType);
     return TDataType::Undefined;
-}
-
-// The last owner of the list closes the member types.
-boost::shared_ptr<ColumnList> DescribeColumns(hid_t compoundType)
-{
-    boost::shared_ptr<ColumnList> columns(new ColumnList, &CloseColumns);
-    const int members = H5Tget_nmembers(compoundType);
-    for (int i = 0; i < members; ++i)
-    {
-        ScopedType member(H5Tget_member_type(compoundType, static_cast<unsigned int>(i)));
-        columns->push_back({ColumnDataType(member.get()), member.get()});
-        member.release();
-    }
-    return columns;
 }
 
 void CheckNoDataSet(hid_t parent, const std::string& name)
@@ -83,18 +62,69 @@ std::string MemberName(hid_t compoundType, int column)
     return name ? std::string(name.get()) : std::string();
 }
 
+std::string InvalidColumn(int column, size_t columns)
+{
+    return "Invalid column index: " + std::to_string(column) + " (" + std::to_string(columns) + " columns)";
+}
+
 } // namespace
+
+// What a table knows of its columns. A member's type is opened when somebody asks for its id: a listing of many tables
+// spends more on ids that are open for nothing than on anything else of its own.
+class TableColumns
+{
+public:
+    explicit TableColumns(hid_t compoundType) : m_compoundType(ShareId(compoundType))
+    {
+        const int members = H5Tget_nmembers(compoundType);
+        m_dataTypes.reserve(static_cast<size_t>(std::max(members, 0)));
+        for (int i = 0; i < members; ++i)
+        {
+            const ScopedType member(H5Tget_member_type(compoundType, static_cast<unsigned int>(i)));
+            m_dataTypes.push_back(ColumnDataType(member.get()));
+        }
+    }
+
+    size_t Count() const { return m_dataTypes.size(); }
+
+    TDataType::TDataType DataType(int column) const
+    {
+        if (column < 0 || static_cast<size_t>(column) >= Count())
+        {
+            throw std::runtime_error(InvalidColumn(column, Count()));
+        }
+        return m_dataTypes[static_cast<size_t>(column)];
+    }
+
+    TDataType::THDFAndDataType Type(int column)
+    {
+        const TDataType::TDataType dataType = DataType(column);
+        m_members.resize(Count());
+        ScopedType& member = m_members[static_cast<size_t>(column)];
+        if (member.get() < 0)
+        {
+            member.reset(H5Tget_member_type(m_compoundType.get(), static_cast<unsigned int>(column)));
+            CheckResult(member.get(), kInvalidType);
+        }
+        return {dataType, member.get()};
+    }
+
+private:
+    ScopedType m_compoundType;
+    std::vector<TDataType::TDataType> m_dataTypes;
+    std::vector<ScopedType> m_members;
+};
 
 ITable::ITable(boost::weak_ptr<IFile> file, hid_t parent, hid_t dataSet, const std::string& name, size_t rows,
                hid_t compound)
     : INode(std::move(file), dataSet, name), parentId(parent), numberOfRows(rows), compoundType(compound),
-      columnTypes(DescribeColumns(compound))
+      columns(boost::make_shared<TableColumns>(compound))
 {
 }
 
 ITable::ITable(const ITable& other)
     : INode(other), parentId(other.parentId), numberOfRows(other.numberOfRows), compoundType(other.compoundType),
-      columnTypes(other.columnTypes)
+      columns(other.columns)
 {
     m_location = ShareId(m_location);
     compoundType = ShareId(compoundType);
@@ -116,14 +146,13 @@ ITable& ITable::operator=(const ITable& other)
     parentId = other.parentId;
     numberOfRows = other.numberOfRows;
     compoundType = typeShare.release();
-    columnTypes = other.columnTypes;
+    columns = other.columns;
     return *this;
 }
 
 ITable::~ITable()
 {
     const ScopedType closingType(compoundType);
-    const boost::shared_ptr<ColumnTypes> closingColumns = std::move(columnTypes);
     const ScopedDataSet closingDataSet(m_location);
 }
 
@@ -265,7 +294,7 @@ size_t ITable::GetNumberOfRows() const
 
 size_t ITable::GetNumberOfColumns() const
 {
-    return columnTypes->size();
+    return columns->Count();
 }
 
 std::string ITable::GetColumnName(int column) const
@@ -273,29 +302,19 @@ std::string ITable::GetColumnName(int column) const
     return MemberName(compoundType, column);
 }
 
-const TDataType::THDFAndDataType& ITable::Column(int column) const
-{
-    if (column < 0 || static_cast<size_t>(column) >= columnTypes->size())
-    {
-        throw std::runtime_error("Invalid column index: " + std::to_string(column) + " (" +
-                                 std::to_string(columnTypes->size()) + " columns)");
-    }
-    return (*columnTypes)[static_cast<size_t>(column)];
-}
-
 TDataType::TDataType ITable::GetColumnDataType(int column) const
 {
-    return Column(column).dataType;
+    return columns->DataType(column);
 }
 
 TDataType::THDFAndDataType ITable::GetColumnType(int column) const
 {
-    return Column(column);
+    return columns->Type(column);
 }
 
 hid_t ITable::GetColumnTypeID(int column) const
 {
-    return Column(column).hdfType;
+    return columns->Type(column).hdfType;
 }
 
 hid_t ITable::GetCompoundTypeID() const
@@ -393,7 +412,7 @@ void ITable::GetFromHyperslab(void* buffer, size_t start, size_t stride, size_t 
 
 void ITable::FeedStringVector(std::vector<std::string>& strings, int column) const
 {
-    const hid_t member = Column(column).hdfType;
+    const hid_t member = GetColumnTypeID(column);
     if (H5Tget_class(member) != H5T_STRING)
     {
         throw std::runtime_error("not a string array");
@@ -411,7 +430,7 @@ void ITable::FeedStringVector(std::vector<std::string>& strings, int column) con
 void ITable::GetToSelection(void* buffer, size_t memoryRows, hid_t memoryType,
                             const std::vector<hsize_t>& selection) const
 {
-    RowBlocks blocks(m_location, MemoryTypeOrOwn(memoryType), selection.size(), selection.size());
+    RowBlocks blocks(m_location, compoundType, MemoryTypeOrOwn(memoryType), selection.size(), selection.size());
     herr_t status = 0;
     if (selection.size() == blocks.RowsInFile() && blocks.ReadRun(0, selection, memoryRows, buffer, status))
     {
@@ -429,7 +448,7 @@ void ITable::GetFromSelection(void* buffer, hid_t memoryType, const std::vector<
     herr_t status = 0;
     const hid_t type = MemoryTypeOrOwn(memoryType);
     if (RowBlocks::AreClose(selection, type) &&
-        RowBlocks(m_location, type, selection.size(), numberOfRows).ReadRows(selection, buffer, status))
+        RowBlocks(m_location, compoundType, type, selection.size(), numberOfRows).ReadRows(selection, buffer, status))
     {
         CheckRead(status, m_name);
         return;
@@ -458,7 +477,7 @@ void ITable::GetFromHyperslabToSelection(void* buffer, size_t memoryRows, hid_t 
                                          const std::vector<hsize_t>& selection) const
 {
     herr_t status = 0;
-    if (RowBlocks(m_location, memoryType, selection.size(), selection.size())
+    if (RowBlocks(m_location, compoundType, memoryType, selection.size(), selection.size())
             .ReadRun(fileStart, selection, memoryRows, buffer, status))
     {
         CheckResult(status, kMemorySelectionFailed);
@@ -473,7 +492,7 @@ void ITable::SetToHyperslabFromSelection(void* buffer, size_t memoryRows, hid_t 
                                          const std::vector<hsize_t>& selection)
 {
     herr_t status = 0;
-    if (RowBlocks(m_location, memoryType, selection.size(), selection.size())
+    if (RowBlocks(m_location, compoundType, memoryType, selection.size(), selection.size())
             .WriteRun(fileStart, selection, memoryRows, buffer, status))
     {
         CheckResult(status, kWriteFailed);

@@ -224,15 +224,16 @@ TEST_F(Watch, AFullDiskGivesExceptionsAndLeavesOtherFilesAndTheExitAlone)
             std::vector<int> numbers((way & 1) != 0 ? 400000 : 10); // a large chunk goes to the disk at once
             auto file = IFile::Open(Path("full.h5"), "w", 0);
             const auto other = IFile::Open(Path("other.h5"), "w", 0);
+            const auto write = [&](const std::string& name)
+            {
+                file->GetRoot()->CreateArrayFromBuffer(name, numbers.data(), TDataType::Int, numbers.size(), 1);
+            };
+            write("before");
             rlimit limit = {};
             getrlimit(RLIMIT_FSIZE, &limit);
             const rlimit full = {rlim_t(1000) << way, limit.rlim_max};
             std::signal(SIGXFSZ, SIG_IGN);
             setrlimit(RLIMIT_FSIZE, &full);
-            const auto write = [&](const std::string& name)
-            {
-                file->GetRoot()->CreateArrayFromBuffer(name, numbers.data(), TDataType::Int, numbers.size(), 1);
-            };
             for (int i = 0; i < ((way & 1) != 0 ? 5 : 300); ++i)
             {
                 EXPECT_EQ(WordsOf([&] { write(std::to_string(i)); }),

@@ -21,8 +21,8 @@ namespace tarnwick::hdf
 class RowBlocks
 {
 public:
-    /// No block gets more than `largestBlock` rows.
-    RowBlocks(hid_t dataSet, hid_t memoryType, size_t selectedRows, hsize_t largestBlock);
+    /// `storedType` is the type of the data set's rows; no block gets more than `largestBlock` rows.
+    RowBlocks(hid_t dataSet, hid_t storedType, hid_t memoryType, size_t selectedRows, hsize_t largestBlock);
 
     /// Whether selected rows of the table lie close enough together to be worth the questions that the constructor asks.
     static bool AreClose(const std::vector<hsize_t>& selection, hid_t memoryType);
