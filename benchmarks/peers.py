@@ -139,10 +139,20 @@ def small_arrays(count):
     measure("PyTables", "arrays/open", count, pt("small-tables.h5", "r"), open_tables)
     measure("h5py", "arrays/has", count, h5("small-h5py.h5", "r"), has_h5py)
     measure("PyTables", "arrays/has", count, pt("small-tables.h5", "r"), has_tables)
-    measure("h5py", "list/arrays", count, h5("small-h5py.h5", "r"),
-            lambda file: [(d, d.dtype, d.shape) for d in file.values() if isinstance(d, h5py.Dataset)])
-    measure("PyTables", "list/arrays", count, pt("small-tables.h5", "r"),
-            lambda file: [(d, d.dtype, d.shape) for d in file.list_nodes("/", "Array")])
+    def has_growing_h5py(file):
+        for name in children:
+            name in file and None in file[name].maxshape
+
+    def has_growing_tables(file):
+        for name in children:
+            "/" + name in file and isinstance(file.get_node("/", name), tables.EArray)
+
+    measure("h5py", "arrays/has-as-extensible", count, h5("small-h5py.h5", "r"), has_growing_h5py)
+    measure("PyTables", "arrays/has-as-extensible", count, pt("small-tables.h5", "r"), has_growing_tables)
+    list_arrays = (lambda file: [(d, d.dtype, d.shape) for d in file.values() if not d.dtype.fields],
+                   lambda file: [(d, d.dtype, d.shape) for d in file.list_nodes("/", "Array")])
+    list_tables = (lambda file: [(d, d.dtype, d.shape) for d in file.values() if d.dtype.fields],
+                   lambda file: [(d, d.dtype, d.shape) for d in file.list_nodes("/", "Table")])
     groups_of, tables_of = f"groups-of-{count}.h5", f"tables-of-{count}.h5"
     row = np.zeros(1, [("value", "f8"), ("number", "i4")])
     with h5py.File(path(groups_of), "w") as of_groups, h5py.File(path(tables_of), "w") as of_tables:
@@ -156,15 +166,18 @@ def small_arrays(count):
             lambda file: sum(file.get(n, getclass=True) is h5py.Group for n in file))
     measure("PyTables", "list/count-groups", count, pt(groups_of, "r"), lambda file: file.root._v_ngroups
             if hasattr(file.root, "_v_ngroups") else len(file.root._v_groups))
-    measure("h5py", "list/tables", count, h5(tables_of, "r"),
-            lambda file: [(d, d.dtype, d.shape) for d in file.values() if d.dtype.fields])
-    measure("PyTables", "list/tables", count, pt(tables_of, "r"),
-            lambda file: [(d, d.dtype, d.shape) for d in file.list_nodes("/", "Table")])
+    for work, (with_h5py, with_tables), paths in (
+            ("list/arrays", list_arrays, ("small-h5py.h5", "small-tables.h5")),
+            ("list/tables", list_tables, (tables_of, tables_of)),
+            ("list/arrays-among-tables", list_arrays, (tables_of, tables_of)),
+            ("list/tables-among-arrays", list_tables, ("small-h5py.h5", "small-tables.h5"))):
+        measure("h5py", work, count, h5(paths[0], "r"), with_h5py)
+        measure("PyTables", work, count, pt(paths[1], "r"), with_tables)
 
 
 def whole_arrays(size, deflate):
     rng = np.random.default_rng(1)
-    data = rng.integers(0, 1024, size // 8) / 10.0
+    data = rng.integers(0, 1024, size // 8).astype("f8")
     word = f"deflate-{deflate}" if deflate else "plain"
     filters = dict(shuffle=True, compression="gzip", compression_opts=deflate) if deflate else {}
     both = tables.Filters(complevel=deflate, shuffle=bool(deflate), complib="zlib") if deflate else None
@@ -253,16 +266,20 @@ def attributes(objects, count, word):
         measure("PyTables", f"attributes/{work}-{word}", size, prepare_tables(mode), with_tables)
 
 
-def extensible(rows, word, chunk_rows):
+def extensible(rows, word, chunk_rows, deflate=0):
     line = np.arange(16, dtype="f8")
+    filters = dict(shuffle=True, compression="gzip", compression_opts=deflate) if deflate else {}
+    both = tables.Filters(complevel=deflate, shuffle=True, complib="zlib") if deflate else None
 
     def prepare_h5py():
         file = h5py.File(path("rows-h5py.h5"), "w")
-        return file, file.create_dataset("rows", (0, 16), maxshape=(None, None), chunks=(chunk_rows, 16), dtype="f8")
+        return file, file.create_dataset("rows", (0, 16), maxshape=(None, None), chunks=(chunk_rows, 16), dtype="f8",
+                                         **filters)
 
     def prepare_tables():
         file = tables.open_file(path("rows-tables.h5"), "w")
-        return file, file.create_earray("/", "rows", tables.Float64Atom(), (0, 16), chunkshape=(chunk_rows, 16))
+        return file, file.create_earray("/", "rows", tables.Float64Atom(), (0, 16), filters=both,
+                                        chunkshape=(chunk_rows, 16))
 
     def append_h5py(_, data_set):
         for row in range(rows):
@@ -278,6 +295,10 @@ def extensible(rows, word, chunk_rows):
         for row in range(rows):
             data_set[row]
 
+    def read_columns(_, data_set):
+        for column in range(16):
+            data_set[:, column]
+
     def reopen_h5py():
         file = h5py.File(path("rows-h5py.h5"), "r")
         return file, file["rows"]
@@ -288,8 +309,38 @@ def extensible(rows, word, chunk_rows):
 
     measure("h5py", f"extensible/append-rows-{word}", rows, prepare_h5py, append_h5py)
     measure("PyTables", f"extensible/append-rows-{word}", rows, prepare_tables, append_tables)
-    measure("h5py", f"extensible/read-rows-{word}", rows, reopen_h5py, read)
-    measure("PyTables", f"extensible/read-rows-{word}", rows, reopen_tables, read)
+    for work, do in ("read-rows", read), ("read-16-columns", read_columns):
+        measure("h5py", f"extensible/{work}-{word}", rows, reopen_h5py, do)
+        measure("PyTables", f"extensible/{work}-{word}", rows, reopen_tables, do)
+
+
+def appended_columns(word, chunk_rows, deflate=0):
+    rows, column = 10000, np.arange(10000, dtype="f8")
+    filters = dict(shuffle=True, compression="gzip", compression_opts=deflate) if deflate else {}
+    both = tables.Filters(complevel=deflate, shuffle=True, complib="zlib") if deflate else None
+
+    def prepare_h5py():
+        file = h5py.File(path("columns-h5py.h5"), "w")
+        return file, file.create_dataset("rows", (rows, 0), maxshape=(None, None), chunks=(chunk_rows, 16), dtype="f8",
+                                         **filters)
+
+    def prepare_tables():
+        file = tables.open_file(path("columns-tables.h5"), "w")
+        return file, file.create_earray("/", "rows", tables.Float64Atom(), (rows, 0), filters=both,
+                                        chunkshape=(chunk_rows, 16))
+
+    def append_h5py(_, data_set):
+        for i in range(16):
+            data_set.resize(i + 1, axis=1)
+            data_set[:, i] = column
+
+    def append_tables(_, data_set):
+        for _ in range(16):
+            data_set.append(column.reshape(rows, 1))
+        data_set.flush()
+
+    measure("h5py", f"extensible/append-16-columns-{word}", rows, prepare_h5py, append_h5py)
+    measure("PyTables", f"extensible/append-16-columns-{word}", rows, prepare_tables, append_tables)
 
 
 def table(rows):
@@ -319,24 +370,53 @@ def table(rows):
         measure("h5py", work, rows, prepare_h5py, peers[0])
         measure("PyTables", work, rows, prepare_tables, peers[1])
     if rows == ROWS:
-        selections(prepare_h5py, prepare_tables)
+        selections(data.copy())
 
 
-def selections(prepare_h5py, prepare_tables):
+def selections(buffer):
+    def prepare_h5py():
+        file = h5py.File(path("table-h5py.h5"), "r+")
+        return file, file["table"]
+
+    def prepare_tables():
+        file = tables.open_file(path("table-tables.h5"), "r+")
+        return file, file.root.table
+
     for count in (1000, 10000) if QUICK else (1000, 10000, 100000):
         ordered = np.arange(count) * (ROWS // count)
         shuffled = np.random.default_rng(1).permutation(ordered)
         repeated = np.tile(shuffled[:count // 4], 4)
-        # h5py wants rows in ascending order and each once: it reads those, and numpy puts them in their places.
         for word, rows in (("sorted", ordered), ("shuffled", shuffled), ("repeated", repeated)):
-            def with_h5py(_, t, rows=rows):
+            # A mask is h5py's fastest way, and gives rows in ascending order and each once: numpy puts them in place.
+            def pick_h5py(_, t, rows=rows):
+                mask = np.zeros(ROWS, bool)
+                mask[rows] = True
                 unique, back = np.unique(rows, return_inverse=True)
-                t[unique][back]
-            work = f"selection/rows-to-buffer-{word}"
-            # h5py joins one selection to the other: beyond a few thousand rows that takes minutes.
-            if count <= 1000:
-                measure("h5py", work, count, prepare_h5py, with_h5py)
-            measure("PyTables", work, count, prepare_tables, lambda _, t, rows=rows: t.read_coordinates(rows))
+                t[mask][back]
+
+            def scatter_h5py(_, t, rows=rows):
+                buffer[rows] = t[100:100 + len(rows)]
+
+            def scatter_tables(_, t, rows=rows):
+                buffer[rows] = t.read(100, 100 + len(rows))
+
+            def collect_h5py(_, t, rows=rows):
+                t[100:100 + len(rows)] = buffer[rows]
+
+            def collect_tables(_, t, rows=rows):
+                t.modify_rows(100, 100 + len(rows), rows=buffer[rows])
+                t.flush()
+
+            for work, with_h5py, with_tables in (
+                    ("rows-to-buffer", pick_h5py, lambda _, t, rows=rows: t.read_coordinates(rows)),
+                    ("run-to-rows", scatter_h5py, scatter_tables), ("rows-to-run", collect_h5py, collect_tables)):
+                measure("h5py", f"selection/{work}-{word}", count, prepare_h5py, with_h5py)
+                measure("PyTables", f"selection/{work}-{word}", count, prepare_tables, with_tables)
+
+
+def types():
+    stored = [h5py.h5t.py_create(np.dtype(d)) for d in "i1 u1 i2 u2 i4 u4 i8 u8 i8 u8 i8 u8 f4 f8 f4 f8 S1".split()]
+    measure("h5py", "types/translate", len(stored), lambda: (Nothing(),), lambda _: [t.dtype for t in stored])
 
 
 def main():
@@ -345,23 +425,24 @@ def main():
         files(count)
     for levels in range(1, 7):
         groups(1000 if QUICK else 10000, levels)
-    for count in (1000, 10000):
+    for count in sizes(1000, 10000, 50000):
         small_arrays(count)
-    for size in sizes(8 << 10, 512 << 10, 8 << 20, 64 << 20):
-        whole_arrays(size, 0)
-    for deflate in (1, 6):
-        for size in sizes(8 << 10, 512 << 10, 8 << 20):
+    for deflate in (0, 1, 6):
+        for size in sizes(8 << 10, 512 << 10, 8 << 20, 64 << 20, 512 << 20):
             whole_arrays(size, deflate)
     hyperslabs()
     for objects in sizes(100, 500, 2000):
         attributes(objects, 5, "on-many-objects")
     for count in (10, 100, 1000):
         attributes(1, count, "on-one-object")
-    for rows in sizes(1000, 10000, 100000):
-        extensible(rows, "small-chunks", 1024)
-        extensible(rows, "large-chunks", 16384)
+    for word, chunk_rows, deflate in (
+            ("small-chunks", 1024, 0), ("large-chunks", 16384, 0), ("large-deflated-chunks", 16384, 1)):
+        for rows in (100,) if deflate else sizes(100, 1000, 10000, 100000):
+            extensible(rows, word, chunk_rows, deflate)
+        appended_columns(word, chunk_rows, deflate)
     for rows in sizes(10000, 100000, ROWS):
         table(rows)
+    types()
     json.dump(results, sys.stdout, indent=1)
 
 

@@ -25,14 +25,18 @@ STYLES = {"library": ("#1f5fa8", "-", "o"), "plain HDF5": ("#777777", "--", "s")
 
 def load(results):
     runs = {}
-    for family in FAMILIES:
+    for family in list(FAMILIES):
+        if not (results / f"{family}.json").exists():
+            del FAMILIES[family]
+            continue
         rows = json.loads((results / f"{family}.json").read_text())["benchmarks"]
         for row in rows:
             row["name"] = row["name"].split("/iterations")[0].split("/manual_time")[0]
             row["work"], _, size = row["name"].rpartition("/")
             row["size"] = int(size) if size.isdigit() else None
         runs[family] = rows
-    return runs, json.loads((results / "peers.json").read_text())
+    peers = results / "peers.json"
+    return runs, json.loads(peers.read_text()) if peers.exists() else {}
 
 
 def time_text(seconds):
@@ -187,7 +191,7 @@ def main():
     text = text.replace("@PASSED@", str(len(compared) - len(missed))).replace("@COMPARED@", str(len(compared)))
     (docs / "benchmarks.md").write_text(text)
     for rows in runs.values():
-        print(*comparison_lines(rows, peers) if rows is not runs["memory"] else memory_lines(rows), sep="\n")
+        print(*comparison_lines(rows, peers) if rows is not runs.get("memory") else memory_lines(rows), sep="\n")
     print(*growth_lines(runs), sep="\n")
     print(f"{len(compared) - len(missed)} of {len(compared)} targets made")
     for row in missed:

@@ -1,7 +1,7 @@
 #!/usr/bin/env bash
 # Measures the library against plain HDF5, h5py and PyTables, side by side, and writes docs/benchmarks.md with its pictures.
 # `--quick` makes a short run that leaves docs/ alone; its report lies in build/bench/quick. Families that are named are
-# measured alone, and the report takes the others from the run before.
+# measured alone, and the report takes what the last run measured of the others.
 set -euo pipefail
 source "$(dirname "$0")/common.sh"
 families=(files_groups small_arrays whole_arrays attributes extensible_arrays tables types memory)
