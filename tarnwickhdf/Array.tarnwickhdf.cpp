@@ -7,6 +7,7 @@
 #include <tarnwickhdf/internal/KeptIds.h>
 #include <tarnwickhdf/internal/ObjectLookup.h>
 #include <tarnwickhdf/internal/Refusal.h>
+#include <tarnwickhdf/internal/RowBlocks.h>
 #include <tarnwickhdf/internal/ScopedId.h>
 
 #include <tarnwick/IException.h>
@@ -27,6 +28,7 @@ namespace
 constexpr int kMostDimensions = 2;
 const char* const kNotOneDimension = "Error reading hyperslab from a multidimensional array!";
 const char* const kNoArraySelection = "Error creating array space hyperslab!";
+const char* const kSlabFailed = "Error reading from dataset to a memory hyperslab!";
 const char* const kNoMemorySelection = "Error creating memory data space hyperslab!";
 const char* const kWrongDimensions = "Error reading hyperslab: the number of dimensions doesn't match the array!";
 
@@ -142,7 +144,7 @@ void ReadSelection(hid_t dataSet, const MemoryType& memoryType, const ScopedSpac
                    const ScopedSpace& fileSpace, void* buffer)
 {
     CheckResult(H5Dread(dataSet, memoryType.get(), memorySpace.get(), fileSpace.get(), H5P_DEFAULT, buffer),
-                "Error reading from dataset to a memory hyperslab!");
+                kSlabFailed);
 }
 
 // Reads a hyperslab of the file, packed, into `memoryLength` elements.
@@ -482,6 +484,17 @@ void IArray::GetFromHyperslab(void* buffer, int start, int stride, int count, TD
 {
     CheckResult(components != 1 ? -1 : 0, kNotOneDimension);
     const MemoryType memoryType(type, dataType, typeId, components);
+    if (start >= 0 && stride > 0 && count > 0 && RowBlocks::MayPick(length, Widen(stride), memoryType.get()))
+    {
+        const bool isNumber = dataType != TDataType::Undefined && dataType < TDataType::String;
+        RowBlocks blocks({m_location, typeId, isNumber}, memoryType.get(), Widen(count), length);
+        herr_t status = 0;
+        if (blocks.ReadEvery(Widen(start), Widen(stride), Widen(count), buffer, status))
+        {
+            CheckResult(status, kSlabFailed);
+            return;
+        }
+    }
     const Hyperslab slab = {{Widen(start)}, {Widen(stride)}, {Widen(count)}};
     ReadFileHyperslab(m_location, memoryType, Widen(count), 1, slab, kNotOneDimension, buffer);
 }

@@ -19,6 +19,7 @@ namespace tarnwick::hdf
 class IDataSetBuilder;
 class IFile;
 class TableColumns;
+struct StoredRows;
 
 /// A one-dimensional data set of a compound type: an element is a row, a member of the compound type is a column. Data
 /// sets of class H5T_VLEN open as tables too and have no columns.
@@ -202,6 +203,7 @@ private:
                                             const std::string& name, size_t rows, hid_t type);
     bool FitsInPlace(size_t rows, hid_t type) const;
     hid_t MemoryTypeOrOwn(hid_t memoryType) const;
+    StoredRows Rows() const;
     void WriteInPlace(const void* buffer);
     void SelectRun(IDataSetBuilder& builder, size_t memoryRows, size_t fileStart,
                    const std::vector<hsize_t>& selection) const;

@@ -22,44 +22,6 @@ constexpr std::uint64_t kChunkCacheBytes = std::uint64_t{1} << 20U;
 // Reading so many bytes in a block takes about as long as HDF5 takes for a row of its own.
 constexpr hsize_t kBytesWorthARow = 2048;
 
-bool IsFixedMember(hid_t compound, unsigned int index)
-{
-    switch (H5Tget_member_class(compound, index))
-    {
-    case H5T_INTEGER:
-    case H5T_FLOAT:
-    case H5T_BITFIELD:
-    case H5T_OPAQUE:
-    case H5T_ENUM:
-        return true;
-    case H5T_STRING:
-    {
-        const ScopedType member(H5Tget_member_type(compound, index));
-        return H5Tis_variable_str(member.get()) == 0;
-    }
-    default:
-        return false;
-    }
-}
-
-// Members whose bytes in memory aren't those in the file, or may not be, are left to HDF5.
-bool AreRowsTheSameBytes(hid_t storedType, hid_t memoryType)
-{
-    if (H5Tget_class(storedType) != H5T_COMPOUND || H5Tequal(storedType, memoryType) <= 0)
-    {
-        return false;
-    }
-    const int members = H5Tget_nmembers(storedType);
-    for (int i = 0; i < members; ++i)
-    {
-        if (!IsFixedMember(storedType, static_cast<unsigned int>(i)))
-        {
-            return false;
-        }
-    }
-    return members > 0;
-}
-
 bool AreBlocksCheap(hid_t dataSet, size_t rowSize)
 {
     const ScopedPropertyList list(H5Dget_create_plist(dataSet));
@@ -70,6 +32,15 @@ bool AreBlocksCheap(hid_t dataSet, size_t rowSize)
     hsize_t chunk = 0;
     return H5Pget_nfilters(list.get()) == 0 ||
            (H5Pget_chunk(list.get(), 1, &chunk) == 1 && chunk * rowSize <= kChunkCacheBytes);
+}
+
+// Of such a chunk HDF5 reads each element of a selection with gaps by itself.
+bool AreChunksTooLarge(hid_t dataSet, size_t rowSize)
+{
+    const ScopedPropertyList list(H5Dget_create_plist(dataSet));
+    hsize_t chunk = 0;
+    return H5Pget_layout(list.get()) == H5D_CHUNKED && H5Pget_nfilters(list.get()) == 0 &&
+           H5Pget_chunk(list.get(), 1, &chunk) == 1 && chunk > kChunkCacheBytes / rowSize;
 }
 
 // A row at or behind the end, or one too large for the question, sets the highest bit of the sum of all bits: that takes a
@@ -117,6 +88,20 @@ struct Gather
     }
 };
 
+// Rows of a block at equal distances, packed.
+template <size_t Size>
+struct Every
+{
+    static void Move(const char* block, char* rows, hsize_t stride, size_t count, size_t rowSize)
+    {
+        const size_t size = Size != 0 ? Size : rowSize;
+        for (size_t i = 0; i < count; ++i)
+        {
+            std::memcpy(rows + i * size, block + i * stride * size, size);
+        }
+    }
+};
+
 template <template <size_t> class Way, size_t... Words>
 auto MoveOf(size_t rowSize, std::index_sequence<Words...> /*words*/)
 {
@@ -152,23 +137,24 @@ PlacesByBlock DivideIntoBlocks(const std::vector<hsize_t>& selection, hsize_t le
 
 } // namespace
 
-RowBlocks::RowBlocks(hid_t dataSet, hid_t storedType, hid_t memoryType, size_t selectedRows, hsize_t largestBlock)
-    : m_dataSet(dataSet), m_memoryType(memoryType)
+RowBlocks::RowBlocks(const StoredRows& table, hid_t memoryType, size_t selectedRows, hsize_t largestBlock)
+    : m_dataSet(table.dataSet), m_memoryType(memoryType)
 {
-    if (selectedRows < kFewestRows || !AreRowsTheSameBytes(storedType, memoryType))
+    if (selectedRows < kFewestRows || !table.areFixed || H5Tequal(table.type, memoryType) <= 0)
     {
         return;
     }
     const size_t rowSize = H5Tget_size(memoryType);
-    m_fileSpace.reset(H5Dget_space(dataSet));
-    const bool isFlat = H5Sget_simple_extent_ndims(m_fileSpace.get()) == 1 &&
-                        H5Sget_simple_extent_dims(m_fileSpace.get(), &m_rowsInFile, nullptr) == 1;
+    m_fileSpace.reset(H5Dget_space(m_dataSet));
+    hsize_t dimensions[H5S_MAX_RANK] = {0};
+    const bool isFlat = H5Sget_simple_extent_dims(m_fileSpace.get(), dimensions, nullptr) == 1;
+    m_rowsInFile = isFlat ? dimensions[0] : 0;
     if (!isFlat || rowSize == 0 || rowSize > kBlockBytes)
     {
         return;
     }
     // A single block unpacks each chunk once, as HDF5 does.
-    if (largestBlock > kBlockBytes / rowSize && !AreBlocksCheap(dataSet, rowSize))
+    if (largestBlock > kBlockBytes / rowSize && !AreBlocksCheap(m_dataSet, rowSize))
     {
         return;
     }
@@ -186,6 +172,12 @@ bool RowBlocks::AreClose(const std::vector<hsize_t>& selection, hid_t memoryType
     }
     const auto [least, most] = std::minmax_element(selection.begin(), selection.end());
     return (*most - *least) / selection.size() <= kBytesWorthARow / std::max<size_t>(H5Tget_size(memoryType), 1);
+}
+
+bool RowBlocks::MayPick(hsize_t rows, hsize_t stride, hid_t memoryType)
+{
+    const size_t rowSize = std::max<size_t>(H5Tget_size(memoryType), 1);
+    return stride > 1 && stride <= kBytesWorthARow / rowSize && rows > kChunkCacheBytes / rowSize;
 }
 
 bool RowBlocks::ReadRun(hsize_t fileStart, const std::vector<hsize_t>& selection, size_t memoryRows, void* buffer,
@@ -222,8 +214,7 @@ bool RowBlocks::WriteRun(hsize_t fileStart, const std::vector<hsize_t>& selectio
     {
         const size_t count = std::min<size_t>(selection.size() - done, m_rowsInBlock);
         move(m_block.get(), rows, selection.data() + done, count, m_rowSize);
-        SelectRows(fileStart + done, count);
-        status = H5Dwrite(m_dataSet, m_memoryType, m_memorySpace.get(), m_fileSpace.get(), H5P_DEFAULT, m_block.get());
+        status = WriteBlock(fileStart + done, count);
         done += count;
     }
     return true;
@@ -256,26 +247,57 @@ bool RowBlocks::ReadRows(const std::vector<hsize_t>& selection, void* buffer, he
     return true;
 }
 
+bool RowBlocks::ReadEvery(hsize_t start, hsize_t stride, size_t count, void* buffer, herr_t& status)
+{
+    const bool fits = IsPossible() && start < m_rowsInFile && count - 1 <= (m_rowsInFile - 1 - start) / stride;
+    if (!fits || !AreChunksTooLarge(m_dataSet, m_rowSize))
+    {
+        return false;
+    }
+    auto* rows = static_cast<char*>(buffer);
+    const auto move = MoveOf<Every>(m_rowSize, ShortRows());
+    const hsize_t end = start + (count - 1) * stride + 1;
+    status = 0;
+    for (size_t done = 0; done < count && status >= 0;)
+    {
+        const hsize_t first = start + done * stride;
+        const hsize_t inBlock = std::min(m_rowsInBlock, end - first);
+        const size_t picked = (inBlock - 1) / stride + 1;
+        status = ReadBlock(first, inBlock);
+        status >= 0 ? move(m_block.get(), rows + done * m_rowSize, stride, picked, m_rowSize) : void();
+        done += picked;
+    }
+    return true;
+}
+
 bool RowBlocks::IsRun(hsize_t fileStart, size_t count) const
 {
     return IsPossible() && count > 0 && fileStart <= m_rowsInFile && count <= m_rowsInFile - fileStart;
 }
 
-void RowBlocks::SelectRows(hsize_t start, hsize_t count)
+// Without a selection of its own a block would move the rows of the one before.
+herr_t RowBlocks::SelectRows(hsize_t start, hsize_t count)
 {
     const hsize_t first = 0;
-    H5Sselect_hyperslab(m_fileSpace.get(), H5S_SELECT_SET, &start, nullptr, &count, nullptr);
+    const herr_t inFile = H5Sselect_hyperslab(m_fileSpace.get(), H5S_SELECT_SET, &start, nullptr, &count, nullptr);
     // The memory space begins with all of a block selected, and only the last of several blocks is shorter.
-    if (count < m_rowsInBlock)
-    {
-        H5Sselect_hyperslab(m_memorySpace.get(), H5S_SELECT_SET, &first, nullptr, &count, nullptr);
-    }
+    return inFile < 0 || count == m_rowsInBlock
+               ? inFile
+               : H5Sselect_hyperslab(m_memorySpace.get(), H5S_SELECT_SET, &first, nullptr, &count, nullptr);
 }
 
 herr_t RowBlocks::ReadBlock(hsize_t start, hsize_t count)
 {
-    SelectRows(start, count);
-    return H5Dread(m_dataSet, m_memoryType, m_memorySpace.get(), m_fileSpace.get(), H5P_DEFAULT, m_block.get());
+    return SelectRows(start, count) < 0
+               ? -1
+               : H5Dread(m_dataSet, m_memoryType, m_memorySpace.get(), m_fileSpace.get(), H5P_DEFAULT, m_block.get());
+}
+
+herr_t RowBlocks::WriteBlock(hsize_t start, hsize_t count)
+{
+    return SelectRows(start, count) < 0
+               ? -1
+               : H5Dwrite(m_dataSet, m_memoryType, m_memorySpace.get(), m_fileSpace.get(), H5P_DEFAULT, m_block.get());
 }
 
 } // namespace tarnwick::hdf

@@ -23,6 +23,7 @@ namespace
 {
 
 const char* const kMemorySelectionFailed = "Error reading data set to a memory selection!";
+const char* const kSlabFailed = "Error reading data set hyperslab.";
 const char* const kWriteFailed = "error writing to dataset";
 const char* const kInvalidType = "invalid HDF type";
 
@@ -38,6 +39,12 @@ TDataType::TDataType ColumnDataType(hid_t memberType)
     const bool isNested = memberClass == H5T_ARRAY || memberClass == H5T_COMPOUND || memberClass == H5T_VLEN;
     CheckResult(isNested ? 0 : -1, kInvalidType);
     return TDataType::Undefined;
+}
+
+bool IsFixed(TDataType::TDataType dataType, hid_t memberType)
+{
+    return dataType == TDataType::String ? H5Tis_variable_str(memberType) == 0
+                                         : dataType != TDataType::Undefined && dataType != TDataType::VarLenString;
 }
 
 void CheckNoDataSet(hid_t parent, const std::string& name)
@@ -82,7 +89,15 @@ public:
         {
             const ScopedType member(H5Tget_member_type(compoundType, static_cast<unsigned int>(i)));
             m_dataTypes.push_back(ColumnDataType(member.get()));
+            m_areFixed = m_areFixed && IsFixed(m_dataTypes.back(), member.get());
         }
+    }
+
+    // Whether rows of a type are of these columns, each a number or a text of fixed length.
+    bool AreFixed(hid_t compoundType) const
+    {
+        const hid_t own = m_compoundType.get();
+        return m_areFixed && Count() > 0 && (own == compoundType || H5Tequal(own, compoundType) > 0);
     }
 
     size_t Count() const { return m_dataTypes.size(); }
@@ -112,6 +127,7 @@ public:
 private:
     ScopedType m_compoundType;
     std::vector<TDataType::TDataType> m_dataTypes;
+    bool m_areFixed = true;
     std::vector<ScopedType> m_members;
 };
 
@@ -402,12 +418,22 @@ void ITable::GetToBuffer(void* buffer, hid_t memoryType) const
 
 void ITable::GetFromHyperslab(void* buffer, size_t start, size_t stride, size_t count, hid_t memoryType) const
 {
+    if (RowBlocks::MayPick(numberOfRows, stride, memoryType))
+    {
+        RowBlocks blocks(Rows(), memoryType, count, numberOfRows);
+        herr_t status = 0;
+        if (blocks.ReadEvery(start, stride, count, buffer, status))
+        {
+            CheckResult(status, kSlabFailed);
+            return;
+        }
+    }
     IDataSetBuilder builder;
     builder.OpenFileSpace(m_location);
     builder.SelectFileHyperslab(start, stride, count);
     builder.memorySpace = CreateMemorySpace(count);
     CheckResult(H5Dread(m_location, memoryType, builder.memorySpace, builder.fileSpace, H5P_DEFAULT, buffer),
-                "Error reading data set hyperslab.");
+                kSlabFailed);
 }
 
 void ITable::FeedStringVector(std::vector<std::string>& strings, int column) const
@@ -427,10 +453,15 @@ void ITable::FeedStringVector(std::vector<std::string>& strings, int column) con
     utils::ReadStringDataSet(strings, m_location, member, oneMember.get(), numberOfRows, size);
 }
 
+StoredRows ITable::Rows() const
+{
+    return {m_location, compoundType, columns->AreFixed(compoundType)};
+}
+
 void ITable::GetToSelection(void* buffer, size_t memoryRows, hid_t memoryType,
                             const std::vector<hsize_t>& selection) const
 {
-    RowBlocks blocks(m_location, compoundType, MemoryTypeOrOwn(memoryType), selection.size(), selection.size());
+    RowBlocks blocks(Rows(), MemoryTypeOrOwn(memoryType), selection.size(), selection.size());
     herr_t status = 0;
     if (selection.size() == blocks.RowsInFile() && blocks.ReadRun(0, selection, memoryRows, buffer, status))
     {
@@ -445,13 +476,16 @@ void ITable::GetToSelection(void* buffer, size_t memoryRows, hid_t memoryType,
 
 void ITable::GetFromSelection(void* buffer, hid_t memoryType, const std::vector<hsize_t>& selection) const
 {
-    herr_t status = 0;
     const hid_t type = MemoryTypeOrOwn(memoryType);
-    if (RowBlocks::AreClose(selection, type) &&
-        RowBlocks(m_location, compoundType, type, selection.size(), numberOfRows).ReadRows(selection, buffer, status))
+    herr_t status = 0;
+    if (RowBlocks::AreClose(selection, type))
     {
-        CheckRead(status, m_name);
-        return;
+        RowBlocks blocks(Rows(), type, selection.size(), numberOfRows);
+        if (blocks.ReadRows(selection, buffer, status))
+        {
+            CheckRead(status, m_name);
+            return;
+        }
     }
     IDataSetBuilder builder;
     builder.OpenFileSpace(m_location);
@@ -476,9 +510,9 @@ void ITable::GetFromToSelection(void* buffer, size_t memoryRows, hid_t memoryTyp
 void ITable::GetFromHyperslabToSelection(void* buffer, size_t memoryRows, hid_t memoryType, size_t fileStart,
                                          const std::vector<hsize_t>& selection) const
 {
+    RowBlocks blocks(Rows(), memoryType, selection.size(), selection.size());
     herr_t status = 0;
-    if (RowBlocks(m_location, compoundType, memoryType, selection.size(), selection.size())
-            .ReadRun(fileStart, selection, memoryRows, buffer, status))
+    if (blocks.ReadRun(fileStart, selection, memoryRows, buffer, status))
     {
         CheckResult(status, kMemorySelectionFailed);
         return;
@@ -491,9 +525,9 @@ void ITable::GetFromHyperslabToSelection(void* buffer, size_t memoryRows, hid_t 
 void ITable::SetToHyperslabFromSelection(void* buffer, size_t memoryRows, hid_t memoryType, size_t fileStart,
                                          const std::vector<hsize_t>& selection)
 {
+    RowBlocks blocks(Rows(), memoryType, selection.size(), selection.size());
     herr_t status = 0;
-    if (RowBlocks(m_location, compoundType, memoryType, selection.size(), selection.size())
-            .WriteRun(fileStart, selection, memoryRows, buffer, status))
+    if (blocks.WriteRun(fileStart, selection, memoryRows, buffer, status))
     {
         CheckResult(status, kWriteFailed);
         return;

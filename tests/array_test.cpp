@@ -125,6 +125,27 @@ TEST_F(Array, HyperslabsPackAndSpreadOrAreRefused)
     }
 }
 
+TEST_F(Array, EveryNthOfManyElementsIsReadPackedAndConverted)
+{
+    Numbers numbers(1 << 19);
+    std::iota(numbers.begin(), numbers.end(), 0);
+    const auto large = root->CreateArrayFromBuffer("large", numbers.data(), Int, numbers.size(), 1);
+    for (const int stride : {2, 511, 600})
+    {
+        const int count = ((1 << 19) - 4) / stride + 1;
+        const auto size = static_cast<size_t>(count);
+        Numbers read(size), wanted(size);
+        std::vector<double> converted(size);
+        std::generate(wanted.begin(), wanted.end(), [=, i = 3 - stride]() mutable { return i += stride; });
+        large->GetFromHyperslab(read.data(), 3, stride, count, Undefined);
+        EXPECT_EQ(read, wanted);
+        large->GetFromHyperslab(converted.data(), 3, stride, count, Double);
+        EXPECT_TRUE(std::equal(wanted.begin(), wanted.end(), converted.begin()));
+        EXPECT_EQ(WordsOf([&] { large->GetFromHyperslab(read.data(), 3 + stride, stride, count, Int); }),
+                  "Error reading from dataset to a memory hyperslab!:");
+    }
+}
+
 TEST_F(Array, FailuresOfOpensAndWritesHaveTheirWordsAndLoseNothing)
 {
     Numbers numbers = {1, 2, 3};
@@ -134,10 +155,8 @@ TEST_F(Array, FailuresOfOpensAndWritesHaveTheirWordsAndLoseNothing)
         root->CreateArrayFromBuffer(name, numbers.data(), type, 3, 1);
     };
     create("s", String);
-    ExpectWords({{[&] { create("g", Int); }, "could not create dataset:"},
-                 {[&] { create("", Int); }, "could not get info for :"},
+    ExpectWords({{[&] { create("", Int); }, "could not get info for :"},
                  {[&] { create("new", VarLenString); }, "invalid TDataType:"},
-                 {[&] { file->SetEncoding(H5T_CSET_ASCII), create("s", String); }, "error writing to dataset:"},
                  {[&] { file->SetEncoding(H5T_CSET_RESERVED_2), create("s", String); },
                   "could not write charset for array: s:"},
                  {[&] { create("new", String); }, "error calling H5Tset_cset for array: new:"}});
@@ -147,18 +166,17 @@ TEST_F(Array, FailuresOfOpensAndWritesHaveTheirWordsAndLoseNothing)
     EXPECT_EQ(ContentOf(*root, "g/a"), " 3 chunk 3: 1 2 3");
 }
 
-TEST_F(Array, StringsAreCutAndPaddedOnTheWayInAndComeOutAsUtf8)
+TEST_F(Array, StringsAreCutAndPaddedOnTheWayInAndAsManyAsAskedForComeOut)
 {
     EXPECT_EQ(std::string(IArray::CreateBufferFromStringVector({"ab", "c"}, 1).get(), 2), "ac");
     EXPECT_EQ(std::string(IArray::CreateBufferFromStringVector({"ab", "c"}, 3).get(), 6), std::string("ab\0c\0\0", 6));
-    std::string items("Z\xFCrich!\0b\0\0\0\0\0x\0\0\0\0\0\0", 21);
-    for (const size_t count : {3U, 0U, 1U, 5U})
+    std::string items = "a\0b";
+    const auto text = root->CreateArrayFromBuffer("a", items.data(), String, 1, 3);
+    for (const size_t count : {0U, 1U, 3U})
     {
-        file->SetEncoding(count == 1 ? H5T_CSET_UTF8 : H5T_CSET_ASCII);
-        const auto text = root->CreateArrayFromBuffer(std::to_string(count), items.data(), String, 3, 7);
         Strings read(4, "old");
-        utils::ReadStringDataSet(read, text->LocationID(), text->GetTypeID(), text->GetTypeID(), count, 7);
-        Strings wanted = {count == 1 ? "Z\xFCrich!" : "Z\xC3\xBCrich!", "", "x", "", ""};
+        Strings wanted = {"a", "", ""};
+        utils::ReadStringDataSet(read, text->LocationID(), text->GetTypeID(), text->GetTypeID(), count, 3);
         wanted.resize(count);
         EXPECT_EQ(read, wanted);
     }

@@ -28,7 +28,8 @@ def member_type(t, name):
 def attribute(oid, index):
     a = h5a.open(oid, index=index, index_type=h5.INDEX_CRT_ORDER, order=h5.ITER_INC)
     t, n, name = a.get_type(), a.get_space().get_simple_extent_npoints(), a.name[:511]
-    if name != a.name: return name, *[b'!invalid attribute name: ' + name] * 2
+    if name != a.name:
+        return name, *[b'!invalid attribute name: ' + name] * 2
     if t.get_class() != h5t.STRING or n != 1:
         text = b'!could not detect charset for attribute: ' + name if t.get_class() != h5t.STRING else \
             b'!could not read attribute: ' + name if n > 1 else b''
@@ -56,11 +57,13 @@ def read(d, values, mtype):  # The walker has none of the filters that Python pa
 
 
 def texts(d, t, count, column=None):
-    if t.get_class() != h5t.STRING: return b'!could not detect charset from dataset'
+    if t.get_class() != h5t.STRING:
+        return b'!could not detect charset from dataset'
     item = t.dtype if t.is_variable_str() else f'V{t.get_size()}'
     item = np.dtype([(column.decode(), item)] if column else item)
     mtype = h5t.py_create(item) if t.is_variable_str() else member_type(t, column) if column else t
-    try: strings = read(d, np.zeros(d.get_space().get_simple_extent_npoints(), item), mtype)
+    try:
+        strings = read(d, np.zeros(d.get_space().get_simple_extent_npoints(), item), mtype)
     except (OSError, ValueError):  # Python has no room for the largest either.
         return b'!error reading string buffer from dataset'
     strings = [bytes(text[0] if column else text).split(b'\0')[0] for text in strings]
@@ -68,9 +71,11 @@ def texts(d, t, count, column=None):
 
 
 def numbers(d, value, name, count, mtype=h5t.NATIVE_DOUBLE):
-    if count >= 1 << 20: return None
+    if count >= 1 << 20:
+        return None
     try:
-        if not 0 < value < 17: raise OSError
+        if not 0 < value < 17:
+            raise OSError
         values = read(d, np.zeros(max(count, 1)), mtype)
         return [value if np.isfinite(value) else None for value in values.tolist()]
     except OSError: return b"!Error -1 while reading from dataset '%s'" % name
@@ -80,10 +85,12 @@ def array(d, t, dims, limits, name):
     value = value_of(t)
     if not value:
         return b'!H5T_COMPOUND is not a valid Array' if t.get_class() == h5t.COMPOUND else b'!invalid HDF type'
-    if len(dims) > 2: return b"!there's no support for arrays with more than 2 dimensions"
+    if len(dims) > 2:
+        return b"!there's no support for arrays with more than 2 dimensions"
     if value == 18 and len(dims) == 2:
         return b"!there's no support for variable length strings with more than 1 dimension"
-    if limits == (INF, INF): return b'!not a valid Array'
+    if limits == (INF, INF):
+        return b'!not a valid Array'
     length, width = (*dims, 1, 1)[:2] if dims else (0, 0)
     width = t.get_size() if value == 17 and dims else width
     return attributes(d), value, length, width, \
@@ -92,21 +99,30 @@ def array(d, t, dims, limits, name):
 
 def extensible(d, t, dims, limits, name):
     value = value_of(t)
-    if not value and t.get_class() != h5t.COMPOUND: return b'!invalid HDF type'
-    if not value or (len(dims) == 2 and INF not in limits): return b'!not an ExtensibleArray2D'
-    if len(dims) != 2: return b'!dimension for ExtensibleArray did not return 2 as expected.'
+    if not value and t.get_class() != h5t.COMPOUND:
+        return b'!invalid HDF type'
+    if not value or (len(dims) == 2 and INF not in limits):
+        return b'!not an ExtensibleArray2D'
+    if len(dims) != 2:
+        return b'!dimension for ExtensibleArray did not return 2 as expected.'
     rows, columns = dims
     values = numbers(d, value, name, rows * columns)
-    line = lambda row: b'!error during io operation for ExtensibleArray2D dataset' if isinstance(values, bytes) else \
-        values[row * columns:(row + 1) * columns] or [0.0]
-    return attributes(d), value, rows, columns, [
-        line(row) if row < rows else b'!Invalid row index: %d (%d rows x %d columns)' % (row, *dims)
-        for row in range(min(rows, 9) + 1)]
 
+    def line(axis, index, start, step, end):
+        if index == dims[axis]:
+            return b'!Invalid %s index: %d (%d rows x %d columns)' % ((b'row', b'column')[axis], index, *dims)
+        if isinstance(values, bytes):
+            return b'!error during io operation for ExtensibleArray2D dataset'
+        return values[start:end:step] or [0.0]
+
+    return attributes(d), value, rows, columns, \
+        [line(0, i, i * columns, 1, (i + 1) * columns) for i in range(min(rows, 9) + 1)], \
+        [line(1, i, i, columns or 1, None) for i in range(min(columns, 2) + 1)]
 
 
 def table(d, t, dims, limits, name):
-    if t.get_class() not in (h5t.COMPOUND, h5t.VLEN) or len(dims) > 1: return b"!could not open Table '%s'" % name
+    if t.get_class() not in (h5t.COMPOUND, h5t.VLEN) or len(dims) > 1:
+        return b"!could not open Table '%s'" % name
     rows, columns = dims[0] if dims else 0, []
     for i in range(t.get_nmembers() if t.get_class() == h5t.COMPOUND else 0):
         member, column = t.get_member_type(i), t.get_member_name(i)
@@ -120,9 +136,12 @@ def table(d, t, dims, limits, name):
 
 def child(gid, name):
     told = [b'!%s does not exist' % kind for kind in (b'Group', b'Array', b'ExtensibleArray', b'Array')]
-    try: o = h5o.open(gid, name)
-    except (KeyError, OSError, RuntimeError, ValueError): return told
-    if isinstance(o, h5g.GroupID): told[0] = group(o)
+    try:
+        o = h5o.open(gid, name)
+    except (KeyError, OSError, RuntimeError, ValueError):
+        return told
+    if isinstance(o, h5g.GroupID):
+        told[0] = group(o)
     elif isinstance(o, h5d.DatasetID):
         s = o.get_space()
         dims = () if s.get_simple_extent_ndims() == 0 else s.get_simple_extent_dims()
@@ -143,7 +162,8 @@ def group(gid):
 
 def walk(gid, path, seen):
     address = h5o.get_info(gid).addr
-    if address in seen: return
+    if address in seen:
+        return
     seen.add(address)
     names, listed = sorted(gid), ([], [], [], [])
     for name in names:
@@ -189,11 +209,14 @@ SPACES = [((), ()), (None, None), *zip(FIXED, FIXED), ((3,), (INF,)), ((2, 3), (
 CHUNKS = {'set_chunk': ((2, 2),)}
 LAYOUTS = {'compact': {'set_layout': (h5d.COMPACT,)}, 'chunks': CHUNKS, 'lzf': {**CHUNKS, 'set_filter': (32000, 1)},
            'deflate': {**CHUNKS, 'set_shuffle': (), 'set_deflate': (6,), 'set_fletcher32': ()},
-           'szip': {**CHUNKS, 'set_szip': (h5z.SZIP_NN_OPTION_MASK, 4)}, 'late': {'set_alloc_time': (h5d.ALLOC_TIME_LATE,)},
-           'scaled': {**CHUNKS, 'set_scaleoffset': (h5z.SO_INT, 0)}, 'outside': {'set_external': (b'outside.raw', 0, 48)}}
-LINKS = {'soft': h5py.SoftLink('/compact'), 'to group': h5py.SoftLink('group/up/group'), 'dangling': h5py.SoftLink('/none/x'),
-         'loop': h5py.SoftLink('loop'), 'into data': h5py.SoftLink('compact/x'), 'outer': h5py.ExternalLink('other.h5', 'i4'),
-         'outer group': h5py.ExternalLink('other.h5', '/'), 'no file': h5py.ExternalLink('none.h5', '/'), 'type': np.dtype('i4')}
+           'szip': {**CHUNKS, 'set_szip': (h5z.SZIP_NN_OPTION_MASK, 4)},
+           'late': {'set_alloc_time': (h5d.ALLOC_TIME_LATE,)},
+           'scaled': {**CHUNKS, 'set_scaleoffset': (h5z.SO_INT, 0)},
+           'outside': {'set_external': (b'outside.raw', 0, 48)}}
+LINKS = {'soft': h5py.SoftLink('/compact'), 'to group': h5py.SoftLink('group/up/group'),
+         'dangling': h5py.SoftLink('/none/x'), 'loop': h5py.SoftLink('loop'), 'into data': h5py.SoftLink('compact/x'),
+         'outer': h5py.ExternalLink('other.h5', 'i4'), 'outer group': h5py.ExternalLink('other.h5', '/'),
+         'no file': h5py.ExternalLink('none.h5', '/'), 'type': np.dtype('i4')}
 REPACKS = ('-L',), ('-f', 'GZIP=6'), ('-l', 'CONTI'), ('-S', 'PAGE', '-G', '4096')
 SHIPPED = os.path.dirname(tables.__file__) + '/tests'
 
@@ -211,7 +234,8 @@ def put(make, name, t, dims, limits):
 
 def data_set(gid, name, t, s, **settings):
     p = h5p.create(h5p.DATASET_CREATE)
-    for setting, arguments in settings.items(): getattr(p, setting)(*arguments)
+    for setting, arguments in settings.items():
+        getattr(p, setting)(*arguments)
     if s.get_simple_extent_ndims() and INF in s.get_simple_extent_dims(True):
         p.set_chunk(tuple(max(1, d) for d in s.get_simple_extent_dims()))
     return h5d.create(gid, name, t, s, p)
@@ -223,14 +247,16 @@ def everything(f, step):
     for (name, t), (i, space) in itertools.islice(itertools.product(TYPES.items(), enumerate(SPACES)), 0, None, step):
         put(lambda *a: data_set(f.id, *a), f'{name} {space[0]}{space[1]}', t, *space)
         i < 6 and put(lambda *a: h5a.create(marked, *a), f'{name} {space[0]}', t, *space)
-    for name, settings in LAYOUTS.items(): put(lambda *a: data_set(f.id, *a, **settings), name, INT, (3, 4), (3, 4))
+    for name, settings in LAYOUTS.items():
+        put(lambda *a: data_set(f.id, *a, **settings), name, INT, (3, 4), (3, 4))
     data_set(f.id, b'lost', INT, h5s.create_simple((3,)), set_external=(b'none.raw', 0, 12))
     for name, source in ('virtual', f.filename), ('virtual of nothing', 'none.h5'):
         layout = h5py.VirtualLayout((3, 5), 'i4')
         layout[:, 1:] = h5py.VirtualSource(source, 'deflate', (3, 4))
         f.create_virtual_dataset(name, layout, fillvalue=7)
     g['up'], g['same'], f['again'], f['shared'] = f['/'], g, g, f['compact']
-    for name, link in LINKS.items(): f[name] = link
+    for name, link in LINKS.items():
+        f[name] = link
     for name in ('x' * 511, 'y' * 512, 'z' * 600):
         f[f'long/data/{name}'], f[f'long/{name[0]}/{name}'], f['long'].attrs[name] = 1, g, 1
     for i, name in enumerate(('__vorl_', '__vorl_x', '__vorl', 'Z\xfc', 'z', 'y')): g.attrs[name] = i
@@ -240,7 +266,7 @@ def make(step=1):  # Every step-th of the pairs of types and spaces.
     for low in 'earliest', 'v108', 'latest':
         with h5py.File(low + '.h5', 'w', libver=(low, 'latest'), userblock_size=512) as f:
             everything(f, step)
-    with open('earliest.h5', 'rb') as f, open('user link.h5', 'wb') as g:  # Another link class in place of an external one.
+    with open('earliest.h5', 'rb') as f, open('user link.h5', 'wb') as g:  # A link of the user's in place of another.
         g.write(f.read().replace(b'\x40\1\7no file', b'\x41\1\7no file'))
     with h5py.File('huge.h5', 'w') as f:
         data_set(f.id, b'huge', string(8), h5s.create_simple((1 << 61,)), set_chunk=((8,),))
@@ -251,7 +277,7 @@ def make(step=1):  # Every step-th of the pairs of types and spaces.
         subprocess.run(['h5repack', *change, f'{SHIPPED}/{name}.h5', f'{name} {i}.h5'], check=True)
     with open('numbers.txt', 'w') as f:
         f.write('1 2 3 4 5 6')
-    subprocess.run(['h5import', 'numbers.txt', '-d', '2,3', '-p', 'a/numbers', '-t', 'TEXTIN', '-s', '32', '-o', 'other.h5'], check=True)
+    subprocess.run('h5import numbers.txt -d 2,3 -p a/numbers -t TEXTIN -s 32 -o other.h5'.split(), check=True)
     open('empty.h5', 'w').close()
 
 

@@ -13,6 +13,7 @@
 #include <fstream>
 #include <functional>
 #include <iostream>
+#include <numeric>
 #include <set>
 #include <sstream>
 
@@ -97,11 +98,19 @@ struct Tell
     {
         const size_t rows = array.GetNumberOfRows();
         const size_t columns = array.GetNumberOfColumns();
-        return {Attributes(array), array.GetType(), rows, columns,
+        return {Attributes(array),
+                array.GetType(),
+                rows,
+                columns,
                 Each(std::min<size_t>(rows, 9) + 1,
                      [&](int row) {
                          return Numbers(columns, 1,
                                         [&](double* to) { array.ReadRowToBuffer(row, to, TDataType::Double); });
+                     }),
+                Each(std::min<size_t>(columns, 2) + 1,
+                     [&](int column) {
+                         return Numbers(rows, 1,
+                                        [&](double* to) { array.ReadColumnToBuffer(column, to, TDataType::Double); });
                      })};
     }
 
@@ -200,8 +209,21 @@ struct Play
     void Extend() { at->CreateExtensibleArray2D(name, type, n[1], n[2], 3, 2, int(n[3])); }
     void Row() { Extensible().AppendRowFromBuffer(values.data(), TDataType::Double); }
     void Column() { Extensible().AppendColumnFromBuffer(values.data(), TDataType::Double); }
+    void PutRow() { Extensible().WriteRowFromBuffer(int(n[1]), values.data(), TDataType::Double); }
+    void PutColumn() { Extensible().WriteColumnFromBuffer(int(n[2]), values.data(), TDataType::Double); }
     void Resize() { Extensible().Resize(n[1], n[2]); }
     void Table() { at->CreateTableFromBuffer(name, values.data(), n[1], rowType.get(), int(n[3]), -1, 0); }
+    void EmptyTable() { at->CreateTable(name, rowType.get()); }
+    void BlankTable() { at->CreateTable(name, n[1], rowType.get(), int(n[3])); }
+    void TurnedTable()
+    {
+        std::vector<hsize_t> rows(n[1]);
+        std::iota(rows.rbegin(), rows.rend(), 0U);
+        at->CreateTableFromSelection(name, values.data(), n[1], rows, rowType.get(), int(n[3]), -1, 0);
+    }
+    void SetArray() { Copy(array, at->GetArray(name)).SetFromBuffer(Typed(), type, n[1], n[2]); }
+    void SetTable() { Copy(table, at->GetTable(name)).SetFromBuffer(values.data(), n[1], -1, n[3]); }
+    void Encode() { file->SetEncoding(n[0] % 2 == 0 ? H5T_CSET_UTF8 : H5T_CSET_ASCII); }
     void Delete() { at->DelGroup(name); }
     void Mark() { Node().SetAttr(mark, text); }
     void Unmark() { Node().DelAttr(mark); }
@@ -219,8 +241,10 @@ struct Play
     json Act(const json& operation)
     {
         constexpr void (Play::*actions[])() = {
-            &Play::Open,   &Play::Reopen, &Play::MakeGroup, &Play::Array,  &Play::Strings, &Play::Extend, &Play::Row,
-            &Play::Column, &Play::Resize, &Play::Table,     &Play::Delete, &Play::Mark,    &Play::Unmark};
+            &Play::Open,        &Play::Reopen,   &Play::MakeGroup, &Play::Array,  &Play::Strings,    &Play::Extend,
+            &Play::Row,         &Play::Column,   &Play::Resize,    &Play::Table,  &Play::EmptyTable, &Play::BlankTable,
+            &Play::TurnedTable, &Play::Delete,   &Play::Mark,      &Play::Unmark, &Play::PutRow,     &Play::PutColumn,
+            &Play::Encode,      &Play::SetArray, &Play::SetTable};
         name = Bytes(operation[1]);
         mark = Bytes(operation[2]);
         text = Bytes(operation[3]);
@@ -237,6 +261,7 @@ struct Play
     boost::shared_ptr<IGroup> group;
     boost::shared_ptr<IArray> array;
     boost::shared_ptr<IExtensibleArray2D> extensible;
+    boost::shared_ptr<ITable> table;
     std::string path, name, mark, text;
     TDataType::TDataType type = TDataType::Undefined;
     std::vector<unsigned> n;

@@ -37,8 +37,8 @@ struct KeptIds
     H5T_cset_t textCharset = H5T_CSET_ERROR; ///< The character set of that type.
 };
 
-/// The creation list's way into a builder and back. The builder owns the list in between; a failure leaves a file with the list that
-/// it had.
+/// The creation list's way into a builder and back. The builder owns the list in between; a failure leaves a file with the
+/// list that it had.
 class ListLoan
 {
 public:
