@@ -20,7 +20,7 @@ using ShortRows = std::make_index_sequence<16>;
 // The default chunk cache: a chunk that fits is unpacked once for the blocks that it serves.
 constexpr std::uint64_t kChunkCacheBytes = std::uint64_t{1} << 20U;
 // Reading so many bytes in a block takes about as long as HDF5 takes for a row of its own.
-constexpr hsize_t kBytesWorthARow = 2048;
+constexpr hsize_t kBytesWorthARow = 4096;
 
 bool AreBlocksCheap(hid_t dataSet, size_t rowSize)
 {
