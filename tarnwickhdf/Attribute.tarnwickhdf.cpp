@@ -57,8 +57,8 @@ bool HoldsAValue(hid_t attribute, const std::string& name)
     return elements == 1;
 }
 
-// H5Aopen gets to an attribute of the object itself without the detour over a location that H5Aopen_name takes. The words
-// of a failure are those of H5Aopen_name.
+// H5Aopen gets to an attribute of the object itself without the detour over a location that H5Aopen_name takes. The
+// words of a failure are those of H5Aopen_name.
 ScopedAttribute OpenAttribute(hid_t location, const std::string& name)
 {
     ScopedAttribute attribute(H5Aopen(location, name.c_str(), H5P_DEFAULT));
@@ -147,8 +147,8 @@ size_t SizeOfText(const std::string& value)
 }
 
 // Sets an attribute that isn't there yet with the ids that the file keeps from the one before. Gives false, and has set
-// nothing, where there are none of that character set, where the attribute is there, and where HDF5 refuses anything: the
-// words for that come from setting it step by step.
+// nothing, where there are none of that character set, where the attribute is there, and where HDF5 refuses anything:
+// the words for that come from setting it step by step.
 bool CreateTextAttr(hid_t location, const std::string& name, const std::string& value, const KeptIds& kept,
                     H5T_cset_t charset)
 {

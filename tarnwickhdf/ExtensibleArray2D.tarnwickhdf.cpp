@@ -24,8 +24,8 @@ struct Line
     hsize_t count[2];
 };
 
-// The space in memory of a row or column, made with the object and kept for all its lines: making and closing one costs a
-// fifth of reading a row. Only a line of another shape than the one before changes it.
+// The space in memory of a row or column, made with the object and kept for all its lines: making and closing one costs
+// a fifth of reading a row. Only a line of another shape than the one before changes it.
 class LineSpace
 {
 public:
@@ -134,8 +134,8 @@ std::uint64_t CacheBytesForRows(const Chunking& chunking, std::uint64_t chunkByt
     return chunking.filtered ? chunkBytes : kDefaultCacheBytes;
 }
 
-// The same for a column, up to a lower limit, because a column goes through the whole length of the data. More chunks than
-// the cache has slots for would push each other out.
+// The same for a column, up to a lower limit, because a column goes through the whole length of the data. More chunks
+// than the cache has slots for would push each other out.
 std::uint64_t CacheBytesForColumns(const Chunking& chunking, std::uint64_t chunkBytes)
 {
     const hsize_t chunks = ChunksAlong(chunking.rows, chunking.chunk[kRows]);

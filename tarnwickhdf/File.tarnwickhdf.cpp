@@ -103,9 +103,10 @@ ScopedPropertyList CreateFileAccessList()
     return list;
 }
 
-// All files are opened with one list, because making it takes a fifth of the time of opening a file. The process owns it
-// until HDF5 ends; whoever comes too late to share it, and whoever can't be sure of it, makes and owns one for itself. An
-// application that ends HDF5 and begins anew has other lists under the old ids: a property tells this one from them.
+// All files are opened with one list, because making it takes a fifth of the time of opening a file. The process owns
+// it until HDF5 ends; whoever comes too late to share it, and whoever can't be sure of it, makes and owns one for
+// itself. An application that ends HDF5 and begins anew has other lists under the old ids: a property tells this one
+// from them.
 hid_t AccessList(ScopedPropertyList& own)
 {
     static std::atomic<hid_t> shared{-1};

@@ -138,8 +138,8 @@ void WalkChildren(hid_t group, Walk walk)
     WalkByIndex(group, walk);
 }
 
-// Opens the children of a kind while HDF5 still holds what it has just read of them. A cut name, and a child that doesn't
-// open at once, are left to `openByName` and its checks.
+// Opens the children of a kind while HDF5 still holds what it has just read of them. A cut name, and a child that
+// doesn't open at once, are left to `openByName` and its checks.
 template <typename Holder, typename Take, typename OpenByName>
 void OpenChildren(hid_t location, int kind, hid_t (*open)(hid_t, const char*), Take take, OpenByName openByName,
                   std::function<void()> restart)

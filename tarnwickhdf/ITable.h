@@ -108,9 +108,11 @@ public:
     /// The element type of a column, Undefined for an array, compound or variable-length member.
     /// @throws std::runtime_error "Invalid column index: " + column + " (" + columns + " columns)" (plain).
     TDataType::TDataType GetColumnDataType(int column) const;
-    /// Element type and member type id of a column; the id stays the table's. @throws as GetColumnDataType.
+    /// Element type and member type id of a column. The id stays the table's, which opens it when it is first asked
+    /// for.
+    /// @throws as GetColumnDataType; "invalid HDF type" with traceback if HDF5 can't open the member type.
     TDataType::THDFAndDataType GetColumnType(int column) const;
-    /// The HDF5 id of a column's member type; it stays the table's. @throws as GetColumnDataType.
+    /// The HDF5 id of a column's member type, as of GetColumnType. @throws as GetColumnType.
     hid_t GetColumnTypeID(int column) const;
     /// The HDF5 id of the element type; it stays the table's; -1 while the table is closed.
     hid_t GetCompoundTypeID() const;
@@ -141,8 +143,8 @@ public:
     /// Text marked H5T_CSET_ASCII is taken for Latin-1 and converted.
     /// @throws std::runtime_error "Invalid column index: " + column + " (" + columns + " columns)" (plain) for a column
     ///         that the table doesn't have, "not a string array" (plain) for a column of another class; with traceback
-    ///         "error reading string buffer from dataset", "could not detect charset from dataset". `strings` is then
-    ///         untouched.
+    ///         "invalid HDF type" as of GetColumnType, "error reading string buffer from dataset", "could not detect
+    ///         charset from dataset". `strings` is then untouched.
     void FeedStringVector(std::vector<std::string>& strings, int column) const;
 
     /// Reads all rows: table row i goes to row `selection[i]` of a buffer of `memoryRows` rows. The other rows of the

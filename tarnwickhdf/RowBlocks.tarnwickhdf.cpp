@@ -43,8 +43,8 @@ bool AreChunksTooLarge(hid_t dataSet, size_t rowSize)
            H5Pget_chunk(list.get(), 1, &chunk) == 1 && chunk > kChunkCacheBytes / rowSize;
 }
 
-// A row at or behind the end, or one too large for the question, sets the highest bit of the sum of all bits: that takes a
-// fraction of the time of a comparison each. Where there could be rows up to there the answer is no.
+// A row at or behind the end, or one too large for the question, sets the highest bit of the sum of all bits: that
+// takes a fraction of the time of a comparison each. Where there could be rows up to there the answer is no.
 bool AreAllBelow(const std::vector<hsize_t>& rows, hsize_t end)
 {
     hsize_t bits = 0;
@@ -55,8 +55,8 @@ bool AreAllBelow(const std::vector<hsize_t>& rows, hsize_t end)
     return bits >> 63U == 0;
 }
 
-// How `count` rows of a block go to the rows of a buffer that `places` names. A row is mostly short, and where its size is
-// known to the compiler, a copy takes a fraction of a call of memcpy: 0 stands for a size that isn't.
+// How `count` rows of a block go to the rows of a buffer that `places` names. A row is mostly short, and where its size
+// is known to the compiler, a copy takes a fraction of a call of memcpy: 0 stands for a size that isn't.
 template <size_t Size>
 struct Scatter
 {
@@ -70,8 +70,8 @@ struct Scatter
     }
 };
 
-// The other direction. Stores wait for nobody, but a scattered row comes from memory only when it is asked for, so rows are
-// asked for ahead.
+// The other direction. Stores wait for nobody, but a scattered row comes from memory only when it is asked for, so rows
+// are asked for ahead.
 template <size_t Size>
 struct Gather
 {
@@ -110,8 +110,8 @@ auto MoveOf(size_t rowSize, std::index_sequence<Words...> /*words*/)
     return rowSize % word == 0 && rowSize <= sizeof...(Words) * word ? moves[rowSize / word - 1] : &Way<0>::Move;
 }
 
-// The places of a selection, block by block of the table from row `least` on: `ends` tells where the places of each block
-// end. Sorting within a block wouldn't make it cheaper.
+// The places of a selection, block by block of the table from row `least` on: `ends` tells where the places of each
+// block end. Sorting within a block wouldn't make it cheaper.
 struct PlacesByBlock
 {
     std::vector<size_t> places;

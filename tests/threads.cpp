@@ -14,7 +14,8 @@
 namespace tarnwick::hdf::tests
 {
 
-// The callback of an iteration holds HDF5's own lock: whoever waits in it for a thread that waits for HDF5 waits forever.
+// The callback of an iteration holds HDF5's own lock: whoever waits in it for a thread that waits for HDF5 waits
+// forever.
 TEST(Threads, TheFirstTypeTranslationsOfTwoThreadsDontWaitForEachOther)
 {
     std::thread other;

@@ -26,8 +26,9 @@ struct ArrayStorage
     }
 };
 
-/// Ids that an open file keeps for its next use of them. Many small arrays of one shape, and many texts, are written with
-/// the same few ids so: making them anew takes a fifth of the time of an array and a third of that of an attribute.
+/// Ids that an open file keeps for its next use of them. Many small arrays of one shape, and many texts, are written
+/// with the same few ids so: making them anew takes a fifth of the time of an array and a third of that of an
+/// attribute.
 struct KeptIds
 {
     ScopedPropertyList arrayList;            ///< The creation list of the array that was created last.
@@ -37,8 +38,8 @@ struct KeptIds
     H5T_cset_t textCharset = H5T_CSET_ERROR; ///< The character set of that type.
 };
 
-/// The creation list's way into a builder and back. The builder owns the list in between; a failure leaves a file with the
-/// list that it had.
+/// The creation list's way into a builder and back. The builder owns the list in between; a failure leaves a file with
+/// the list that it had.
 class ListLoan
 {
 public:

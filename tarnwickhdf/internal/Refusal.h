@@ -7,8 +7,8 @@
 namespace tarnwick::hdf
 {
 
-/// Why an open data set isn't of a class's kind; no text if it is. Listings pass over a refused data set without the cost
-/// of an exception.
+/// Why an open data set isn't of a class's kind; no text if it is. Listings pass over a refused data set without the
+/// cost of an exception.
 struct Refusal
 {
     const char* text = nullptr;

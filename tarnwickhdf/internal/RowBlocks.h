@@ -20,24 +20,25 @@ struct StoredRows
 };
 
 /// Moves selected rows of a table by blocks of adjacent rows. HDF5 moves each element of a point selection, and of a
-/// hyperslab with gaps, by itself, at a cost that adjacent rows don't have: a block goes through a buffer of a fixed size,
-/// from where each row is copied to its place. The result is that of the selection, byte for byte.
+/// hyperslab with gaps, by itself, at a cost that adjacent rows don't have: a block goes through a buffer of a fixed
+/// size, from where each row is copied to its place. The result is that of the selection, byte for byte.
 ///
-/// That holds where a row is the same bytes in the file and in memory, and pays where HDF5 doesn't have to unpack the same
-/// chunk for block after block: IsPossible says so. Each operation gives false, and has moved nothing, if its selection
-/// isn't one that HDF5 accepts or isn't worth the blocks: the caller goes HDF5's way then, for the result or the words.
-/// A status below zero must be judged while the object lives: its end clears HDF5's error stack.
+/// That holds where a row is the same bytes in the file and in memory, and pays where HDF5 doesn't have to unpack the
+/// same chunk for block after block: IsPossible says so. Each operation gives false, and has moved nothing, if its
+/// selection isn't one that HDF5 accepts or isn't worth the blocks: the caller goes HDF5's way then, for the result or
+/// the words. A status below zero must be judged while the object lives: its end clears HDF5's error stack.
 class RowBlocks
 {
 public:
     /// No block gets more than `largestBlock` rows.
     RowBlocks(const StoredRows& table, hid_t memoryType, size_t selectedRows, hsize_t largestBlock);
 
-    /// Whether selected rows of the table lie close enough together to be worth the questions that the constructor asks.
+    /// Whether selected rows of the table lie close enough together to be worth the questions that the constructor
+    /// asks.
     static bool AreClose(const std::vector<hsize_t>& selection, hid_t memoryType);
 
-    /// Whether every `stride`-th of `rows` rows may be worth those questions: HDF5 is slow in chunks that its cache can't
-    /// hold, and elsewhere as fast as blocks.
+    /// Whether every `stride`-th of `rows` rows may be worth those questions: HDF5 is slow in chunks that its cache
+    /// can't hold, and elsewhere as fast as blocks.
     static bool MayPick(hsize_t rows, hsize_t stride, hid_t memoryType);
 
     bool IsPossible() const { return m_rowSize != 0; }
