@@ -4,7 +4,7 @@
 #include <tarnwickhdf/internal/DataTypeLookup.h>
 #include <tarnwickhdf/internal/HandOver.h>
 #include <tarnwickhdf/internal/IDataSetBuilder.h>
-#include <tarnwickhdf/internal/KeptIds.h>
+#include <tarnwickhdf/internal/KeptList.h>
 #include <tarnwickhdf/internal/ObjectLookup.h>
 #include <tarnwickhdf/internal/Refusal.h>
 #include <tarnwickhdf/internal/RowBlocks.h>
@@ -421,7 +421,7 @@ boost::shared_ptr<IArray> IArray::CreateFromBuffer(boost::weak_ptr<IFile> file, 
     {
         fileType = DataTypeToHDFType(type);
         const ArrayStorage storage = NumberStorage(length, components, H5Tget_size(fileType), compression);
-        loan.emplace(lockedFile->m_kept_ids.get(), builder, storage);
+        loan.emplace(lockedFile->m_kept_list.get(), builder, storage);
         CreateNumberSpace(builder, storage, loan->IsLent());
     }
     builder.CreateDataSet(parent, name, fileType);

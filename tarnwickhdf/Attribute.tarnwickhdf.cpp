@@ -2,8 +2,6 @@
 #include <tarnwickhdf/INode.h>
 #include <tarnwickhdf/internal/CheckResult.h>
 #include <tarnwickhdf/internal/IntegerAttribute.h>
-#include <tarnwickhdf/internal/KeptIds.h>
-#include <tarnwickhdf/internal/QuietErrors.h>
 #include <tarnwickhdf/internal/ScopedId.h>
 
 #include <tarnwick/IException.h>
@@ -28,7 +26,6 @@ namespace
 
 constexpr size_t kNameBufferSize = 512;
 constexpr size_t kUsualAttributes = 16;
-const char* const kWriteFailed = "could not write attribute";
 
 bool IsReserved(const char* attributeName)
 {
@@ -141,35 +138,6 @@ int CountAttributes(hid_t location)
     return count;
 }
 
-size_t SizeOfText(const std::string& value)
-{
-    return value.empty() ? 1 : value.size();
-}
-
-// Sets an attribute that isn't there yet with the ids that the file keeps from the one before. Gives false, and has set
-// nothing, where there are none of that character set, where the attribute is there, and where HDF5 refuses anything:
-// the words for that come from setting it step by step.
-bool CreateTextAttr(hid_t location, const std::string& name, const std::string& value, const KeptIds& kept,
-                    H5T_cset_t charset)
-{
-    const hid_t type = kept.textType.get();
-    if (kept.textCharset != charset || H5Tset_size(type, SizeOfText(value)) < 0)
-    {
-        return false;
-    }
-    ScopedAttribute attribute;
-    {
-        const QuietErrors quiet;
-        attribute.reset(H5Acreate1(location, name.c_str(), type, kept.textSpace.get(), H5P_DEFAULT));
-    }
-    if (attribute.get() < 0)
-    {
-        return false;
-    }
-    CheckResult(H5Awrite(attribute.get(), type, value.c_str()), kWriteFailed);
-    return true;
-}
-
 struct NameCollector
 {
     std::vector<std::string> names;
@@ -215,37 +183,22 @@ std::vector<std::string> ListByIndex(hid_t location)
 
 void INode::SetAttr(const std::string& name, const std::string& value)
 {
-    const boost::shared_ptr<IFile> file = m_file.lock();
-    KeptIds* const kept = file ? file->m_kept_ids.get() : nullptr;
-    if (kept != nullptr && CreateTextAttr(m_location, name, value, *kept, file->GetEncoding()))
-    {
-        return;
-    }
     if (H5Aexists(m_location, name.c_str()) != 0)
     {
         CheckResult(H5Adelete(m_location, name.c_str()), "Fail to delete an existing attribute named: ", name);
-        if (kept != nullptr && CreateTextAttr(m_location, name, value, *kept, file->GetEncoding()))
-        {
-            return;
-        }
     }
     const hsize_t dimensions[] = {1};
     ScopedType type;
-    ScopedSpace space(H5Screate_simple(1, dimensions, nullptr));
+    const ScopedSpace space(H5Screate_simple(1, dimensions, nullptr));
     CheckResult(space.get(), "could not create simple dataspace");
     type.reset(H5Tcopy(H5T_C_S1));
     CheckResult(type.get(), "could not copy type for attribute: ", name);
-    CheckResult(H5Tset_size(type.get(), SizeOfText(value)), "could not H5Tset_size for attribute: ", name);
+    CheckResult(H5Tset_size(type.get(), value.empty() ? 1 : value.size()),
+                "could not H5Tset_size for attribute: ", name);
     CheckResult(H5Tset_cset(type.get(), GetEncoding()), "could not set encoding for attribute: ", name);
     const ScopedAttribute attribute(H5Acreate1(m_location, name.c_str(), type.get(), space.get(), H5P_DEFAULT));
     CheckResult(attribute.get(), "fail to create attribute: ", name);
-    CheckResult(H5Awrite(attribute.get(), type.get(), value.c_str()), kWriteFailed);
-    if (kept != nullptr)
-    {
-        kept->textSpace = std::move(space);
-        kept->textType = std::move(type);
-        kept->textCharset = file->GetEncoding();
-    }
+    CheckResult(H5Awrite(attribute.get(), type.get(), value.c_str()), "could not write attribute");
 }
 
 std::string INode::GetAttr(const std::string& name) const
@@ -323,21 +276,9 @@ H5T_cset_t INode::GetEncoding() const
     return f->GetEncoding();
 }
 
-unsigned int GetIntAttr(const INode& node, const std::string& name, TDataType::TDataType type, unsigned int absent)
+unsigned int GetIntAttr(const INode& node, const std::string& name, TDataType::TDataType type)
 {
-    ScopedAttribute attribute;
-    {
-        const QuietErrors quiet;
-        attribute.reset(H5Aopen(node.LocationID(), name.c_str(), H5P_DEFAULT));
-    }
-    if (attribute.get() < 0)
-    {
-        if (!node.HasAttr(name))
-        {
-            return absent;
-        }
-        attribute = OpenAttribute(node.LocationID(), name);
-    }
+    const ScopedAttribute attribute = OpenAttribute(node.LocationID(), name);
     // The attribute decides how much H5Aread stores, and there is room for one number.
     CheckResult(CountElements(attribute.get()) == 1 ? 0 : -1, "could not read attribute: ", name);
     unsigned int value = 0;
@@ -353,21 +294,17 @@ void SetIntAttr(const INode& node, const std::string& name, unsigned int value, 
     const hid_t typeId = INode::DataTypeToHDFType(type);
     const hid_t location = node.LocationID();
     ScopedAttribute attribute;
-    {
-        const QuietErrors quiet;
-        attribute.reset(H5Acreate1(location, name.c_str(), typeId, space.get(), H5P_DEFAULT));
-    }
-    if (attribute.get() < 0 && H5Aexists(location, name.c_str()) > 0)
+    if (H5Aexists(location, name.c_str()) > 0)
     {
         attribute.reset(H5Aopen_name(location, name.c_str()));
         CheckResult(attribute.get(), "could not open attribute");
     }
-    else if (attribute.get() < 0)
+    else
     {
         attribute.reset(H5Acreate1(location, name.c_str(), typeId, space.get(), H5P_DEFAULT));
         CheckResult(attribute.get(), "could not create attribute");
     }
-    CheckResult(H5Awrite(attribute.get(), typeId, &value), kWriteFailed);
+    CheckResult(H5Awrite(attribute.get(), typeId, &value), "could not write attribute");
 }
 
 } // namespace tarnwick::hdf

@@ -4,13 +4,11 @@
 #include <tarnwickhdf/internal/CheckResult.h>
 #include <tarnwickhdf/internal/FileName.h>
 #include <tarnwickhdf/internal/IntegerAttribute.h>
-#include <tarnwickhdf/internal/KeptIds.h>
-#include <tarnwickhdf/internal/QuietErrors.h>
+#include <tarnwickhdf/internal/KeptList.h>
 #include <tarnwickhdf/internal/ScopedId.h>
 
 #include <tarnwick/text.h>
 
-#include <atomic>
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
@@ -39,7 +37,6 @@ constexpr int kHighestCompression = 9;
 constexpr double kLowerHitRateThreshold = 0.8;
 constexpr unsigned int kVersion = 1;
 constexpr size_t kShortName = 1024;
-constexpr const char* kOwnList = "tarnwickhdf";
 
 std::string VersionAttributeName()
 {
@@ -97,31 +94,7 @@ ScopedPropertyList CreateFileAccessList()
     CheckResult(list.get(), "could not create property list for file access");
     CheckResult(H5Pset_fclose_degree(list.get(), H5F_CLOSE_STRONG), "could not set fclose degree");
     CheckResult(H5Pset_gc_references(list.get(), 1), "Error while calling H5Pset_gc_reference");
-    const herr_t marked =
-        H5Pinsert2(list.get(), kOwnList, 0, nullptr, nullptr, nullptr, nullptr, nullptr, nullptr, nullptr);
-    CheckResult(marked, "could not create property list for file access");
     return list;
-}
-
-// All files are opened with one list, because making it takes a fifth of the time of opening a file. The process owns
-// it until HDF5 ends; whoever comes too late to share it, and whoever can't be sure of it, makes and owns one for
-// itself. An application that ends HDF5 and begins anew has other lists under the old ids: a property tells this one
-// from them.
-hid_t AccessList(ScopedPropertyList& own)
-{
-    static std::atomic<hid_t> shared{-1};
-    const hid_t list = shared;
-    if (list > 0)
-    {
-        const QuietErrors quiet;
-        if (H5Pexist(list, kOwnList) > 0)
-        {
-            return list;
-        }
-    }
-    own = CreateFileAccessList();
-    hid_t none = -1;
-    return shared.compare_exchange_strong(none, own.get()) ? own.release() : own.get();
 }
 
 hid_t OpenOrCreate(const std::string& filename, const std::string& effectiveMode, hid_t accessList)
@@ -232,10 +205,10 @@ IFile::IFile(const std::string& filename, const std::string& mode)
     : m_closed(true), m_api_version(0), m_encoding(H5T_CSET_UTF8), m_file_id(-1)
 {
     const std::string effectiveMode = EffectiveMode(filename, mode);
-    ScopedPropertyList ownList;
-    ScopedFile file(OpenOrCreate(filename, effectiveMode, AccessList(ownList)));
+    ScopedPropertyList accessList = CreateFileAccessList();
+    ScopedFile file(OpenOrCreate(filename, effectiveMode, accessList.get()));
     CheckResult(file.get(), "Failed to obtain a valid file handle for filename: ", filename);
-    m_kept_ids = std::make_unique<KeptIds>();
+    m_kept_list = std::make_unique<KeptList>(std::move(accessList));
     H5Eset_auto1(nullptr, nullptr);
     if (globalFileTracker)
     {
@@ -255,9 +228,9 @@ void IFile::WriteOrReadVersionMark(const std::string& mode)
         m_api_version = kVersion;
         SetIntAttr(*m_root, name, m_api_version, TDataType::UInt);
     }
-    else
+    else if (m_root->HasAttr(name))
     {
-        m_api_version = GetIntAttr(*m_root, name, TDataType::UInt, 0);
+        m_api_version = GetIntAttr(*m_root, name, TDataType::UInt);
     }
 }
 
@@ -359,7 +332,7 @@ void IFile::InvalidateNodes() noexcept
     m_nodes.clear();
     m_closed = true;
     m_root.reset();
-    m_kept_ids.reset();
+    m_kept_list.reset();
 }
 
 bool IFile::IsClosed()

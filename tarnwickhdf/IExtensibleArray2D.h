@@ -109,8 +109,8 @@ protected:
     void CheckRow(int row);
     /// @throws std::runtime_error (plain) as ReadColumnToBuffer.
     void CheckColumn(int column);
-    /// Ends a transfer: takes over both spaces, judges `status` and closes the spaces on every way out. -1 stands for the
-    /// memory space that stays with the object.
+    /// Ends a transfer: takes over both spaces, judges `status` and closes the spaces on every way out. -1 stands for
+    /// the memory space that stays with the object.
     /// @throws std::runtime_error with traceback as ReadRowToBuffer.
     void CloseIOOperation(hid_t status, hid_t fileSpace, hid_t memorySpace);
 

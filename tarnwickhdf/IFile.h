@@ -18,7 +18,7 @@ class IArray;
 class IFileTracker;
 class IGroup;
 class INode;
-struct KeptIds;
+class KeptList;
 
 /// One open HDF5 file. The caller's shared pointer alone keeps it open; everything inside it is reached from GetRoot.
 ///
@@ -37,7 +37,7 @@ public:
     ///
     /// Mode "w" writes the version mark, the integer attribute "__vorl_api_version", on the root group; the other modes
     /// read it if it is there. HDF5's automatic error printing is switched off for the calling thread by the first
-    /// successful open. From the first open on the process keeps one property list, with which all files are opened.
+    /// successful open.
     /// @throws std::runtime_error "invalid compression value; must be 0 to 9 (inclusive)" (plain), before anything is
     ///         touched.
     /// @throws std::runtime_error "invalid file mode: " + `mode` (plain); no file is touched.
@@ -160,7 +160,7 @@ private:
     unsigned int m_api_version;
     H5T_cset_t m_encoding;
     hid_t m_file_id;
-    std::unique_ptr<KeptIds> m_kept_ids;
+    std::unique_ptr<KeptList> m_kept_list;
 
     friend class IArray;
     friend class INode;

@@ -18,7 +18,6 @@ namespace tarnwick::hdf
 
 class IDataSetBuilder;
 class IFile;
-class TableColumns;
 struct StoredRows;
 
 /// A one-dimensional data set of a compound type: an element is a row, a member of the compound type is a column. Data
@@ -108,11 +107,9 @@ public:
     /// The element type of a column, Undefined for an array, compound or variable-length member.
     /// @throws std::runtime_error "Invalid column index: " + column + " (" + columns + " columns)" (plain).
     TDataType::TDataType GetColumnDataType(int column) const;
-    /// Element type and member type id of a column. The id stays the table's, which opens it when it is first asked
-    /// for.
-    /// @throws as GetColumnDataType; "invalid HDF type" with traceback if HDF5 can't open the member type.
+    /// Element type and member type id of a column; the id stays the table's. @throws as GetColumnDataType.
     TDataType::THDFAndDataType GetColumnType(int column) const;
-    /// The HDF5 id of a column's member type, as of GetColumnType. @throws as GetColumnType.
+    /// The HDF5 id of a column's member type; it stays the table's. @throws as GetColumnDataType.
     hid_t GetColumnTypeID(int column) const;
     /// The HDF5 id of the element type; it stays the table's; -1 while the table is closed.
     hid_t GetCompoundTypeID() const;
@@ -143,8 +140,8 @@ public:
     /// Text marked H5T_CSET_ASCII is taken for Latin-1 and converted.
     /// @throws std::runtime_error "Invalid column index: " + column + " (" + columns + " columns)" (plain) for a column
     ///         that the table doesn't have, "not a string array" (plain) for a column of another class; with traceback
-    ///         "invalid HDF type" as of GetColumnType, "error reading string buffer from dataset", "could not detect
-    ///         charset from dataset". `strings` is then untouched.
+    ///         "error reading string buffer from dataset", "could not detect charset from dataset". `strings` is then
+    ///         untouched.
     void FeedStringVector(std::vector<std::string>& strings, int column) const;
 
     /// Reads all rows: table row i goes to row `selection[i]` of a buffer of `memoryRows` rows. The other rows of the
@@ -192,6 +189,8 @@ public:
                           size_t compression, size_t chunkRows);
 
 private:
+    using ColumnTypes = std::vector<TDataType::THDFAndDataType>;
+
     ITable(boost::weak_ptr<IFile> file, hid_t parent, hid_t dataSet, const std::string& name, size_t rows,
            hid_t compound);
 
@@ -205,6 +204,8 @@ private:
                                             const std::string& name, size_t rows, hid_t type);
     bool FitsInPlace(size_t rows, hid_t type) const;
     hid_t MemoryTypeOrOwn(hid_t memoryType) const;
+    const TDataType::THDFAndDataType& Column(int column) const;
+    void OpenAgain(hid_t parent, const std::string& name);
     StoredRows Rows() const;
     void WriteInPlace(const void* buffer);
     void SelectRun(IDataSetBuilder& builder, size_t memoryRows, size_t fileStart,
@@ -216,7 +217,8 @@ private:
     hid_t parentId;
     size_t numberOfRows;
     hid_t compoundType;
-    boost::shared_ptr<TableColumns> columns;
+    boost::shared_ptr<ColumnTypes> columnTypes;
+    bool rowsAreFixed;
 
     friend class IGroup;
 };

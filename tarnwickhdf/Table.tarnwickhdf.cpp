@@ -9,8 +9,6 @@
 #include <tarnwickhdf/internal/ScopedId.h>
 #include <tarnwickhdf/utils.h>
 
-#include <boost/make_shared.hpp>
-
 #include <algorithm>
 #include <memory>
 #include <stdexcept>
@@ -25,7 +23,17 @@ namespace
 const char* const kMemorySelectionFailed = "Error reading data set to a memory selection!";
 const char* const kSlabFailed = "Error reading data set hyperslab.";
 const char* const kWriteFailed = "error writing to dataset";
-const char* const kInvalidType = "invalid HDF type";
+
+using ColumnList = std::vector<TDataType::THDFAndDataType>;
+
+void CloseColumns(ColumnList* columns) noexcept
+{
+    const std::unique_ptr<ColumnList> owned(columns);
+    for (const TDataType::THDFAndDataType& column : *owned)
+    {
+        const ScopedType closing(column.hdfType);
+    }
+}
 
 // Columns of nested types are columns like the others, without a TDataType.
 TDataType::TDataType ColumnDataType(hid_t memberType)
@@ -37,14 +45,34 @@ TDataType::TDataType ColumnDataType(hid_t memberType)
     }
     const H5T_class_t memberClass = H5Tget_class(memberType);
     const bool isNested = memberClass == H5T_ARRAY || memberClass == H5T_COMPOUND || memberClass == H5T_VLEN;
-    CheckResult(isNested ? 0 : -1, kInvalidType);
+    CheckResult(isNested ? 0 : -1, "invalid HDF type");
     return TDataType::Undefined;
 }
 
-bool IsFixed(TDataType::TDataType dataType, hid_t memberType)
+// The last owner of the list closes the member types.
+boost::shared_ptr<ColumnList> DescribeColumns(hid_t compoundType)
 {
-    return dataType == TDataType::String ? H5Tis_variable_str(memberType) == 0
-                                         : dataType != TDataType::Undefined && dataType != TDataType::VarLenString;
+    boost::shared_ptr<ColumnList> columns(new ColumnList, &CloseColumns);
+    const int members = H5Tget_nmembers(compoundType);
+    for (int i = 0; i < members; ++i)
+    {
+        ScopedType member(H5Tget_member_type(compoundType, static_cast<unsigned int>(i)));
+        columns->push_back({ColumnDataType(member.get()), member.get()});
+        member.release();
+    }
+    return columns;
+}
+
+bool IsFixed(const TDataType::THDFAndDataType& column)
+{
+    return column.dataType == TDataType::String
+               ? H5Tis_variable_str(column.hdfType) == 0
+               : column.dataType != TDataType::Undefined && column.dataType != TDataType::VarLenString;
+}
+
+bool AreFixed(const ColumnList& columns)
+{
+    return !columns.empty() && std::all_of(columns.begin(), columns.end(), &IsFixed);
 }
 
 void CheckNoDataSet(hid_t parent, const std::string& name)
@@ -69,78 +97,18 @@ std::string MemberName(hid_t compoundType, int column)
     return name ? std::string(name.get()) : std::string();
 }
 
-std::string InvalidColumn(int column, size_t columns)
-{
-    return "Invalid column index: " + std::to_string(column) + " (" + std::to_string(columns) + " columns)";
-}
-
 } // namespace
-
-// What a table knows of its columns. A member's type is opened when somebody asks for its id: a listing of many tables
-// spends more on ids that are open for nothing than on anything else of its own.
-class TableColumns
-{
-public:
-    explicit TableColumns(hid_t compoundType) : m_compoundType(ShareId(compoundType))
-    {
-        const int members = H5Tget_nmembers(compoundType);
-        m_dataTypes.reserve(static_cast<size_t>(std::max(members, 0)));
-        for (int i = 0; i < members; ++i)
-        {
-            const ScopedType member(H5Tget_member_type(compoundType, static_cast<unsigned int>(i)));
-            m_dataTypes.push_back(ColumnDataType(member.get()));
-            m_areFixed = m_areFixed && IsFixed(m_dataTypes.back(), member.get());
-        }
-    }
-
-    // Whether rows of a type are of these columns, each a number or a text of fixed length.
-    bool AreFixed(hid_t compoundType) const
-    {
-        const hid_t own = m_compoundType.get();
-        return m_areFixed && Count() > 0 && (own == compoundType || H5Tequal(own, compoundType) > 0);
-    }
-
-    size_t Count() const { return m_dataTypes.size(); }
-
-    TDataType::TDataType DataType(int column) const
-    {
-        if (column < 0 || static_cast<size_t>(column) >= Count())
-        {
-            throw std::runtime_error(InvalidColumn(column, Count()));
-        }
-        return m_dataTypes[static_cast<size_t>(column)];
-    }
-
-    TDataType::THDFAndDataType Type(int column)
-    {
-        const TDataType::TDataType dataType = DataType(column);
-        m_members.resize(Count());
-        ScopedType& member = m_members[static_cast<size_t>(column)];
-        if (member.get() < 0)
-        {
-            member.reset(H5Tget_member_type(m_compoundType.get(), static_cast<unsigned int>(column)));
-            CheckResult(member.get(), kInvalidType);
-        }
-        return {dataType, member.get()};
-    }
-
-private:
-    ScopedType m_compoundType;
-    std::vector<TDataType::TDataType> m_dataTypes;
-    bool m_areFixed = true;
-    std::vector<ScopedType> m_members;
-};
 
 ITable::ITable(boost::weak_ptr<IFile> file, hid_t parent, hid_t dataSet, const std::string& name, size_t rows,
                hid_t compound)
     : INode(std::move(file), dataSet, name), parentId(parent), numberOfRows(rows), compoundType(compound),
-      columns(boost::make_shared<TableColumns>(compound))
+      columnTypes(DescribeColumns(compound)), rowsAreFixed(AreFixed(*columnTypes))
 {
 }
 
 ITable::ITable(const ITable& other)
     : INode(other), parentId(other.parentId), numberOfRows(other.numberOfRows), compoundType(other.compoundType),
-      columns(other.columns)
+      columnTypes(other.columnTypes), rowsAreFixed(other.rowsAreFixed)
 {
     m_location = ShareId(m_location);
     compoundType = ShareId(compoundType);
@@ -162,13 +130,15 @@ ITable& ITable::operator=(const ITable& other)
     parentId = other.parentId;
     numberOfRows = other.numberOfRows;
     compoundType = typeShare.release();
-    columns = other.columns;
+    columnTypes = other.columnTypes;
+    rowsAreFixed = other.rowsAreFixed;
     return *this;
 }
 
 ITable::~ITable()
 {
     const ScopedType closingType(compoundType);
+    const boost::shared_ptr<ColumnTypes> closingColumns = std::move(columnTypes);
     const ScopedDataSet closingDataSet(m_location);
 }
 
@@ -299,8 +269,21 @@ void ITable::Close()
 void ITable::ReOpen(hid_t parent, const std::string& name)
 {
     Close();
-    QueryInfo(parent, name, m_location, numberOfRows, compoundType);
+    OpenAgain(parent, name);
     parentId = parent;
+}
+
+// The columns stay those that the object was made with, and rows of others are left to HDF5.
+void ITable::OpenAgain(hid_t parent, const std::string& name)
+{
+    QueryInfo(parent, name, m_location, numberOfRows, compoundType);
+    const int members = H5Tget_nmembers(compoundType);
+    rowsAreFixed = AreFixed(*columnTypes) && static_cast<size_t>(std::max(members, 0)) == columnTypes->size();
+    for (int i = 0; i < members && rowsAreFixed; ++i)
+    {
+        const ScopedType member(H5Tget_member_type(compoundType, static_cast<unsigned int>(i)));
+        rowsAreFixed = H5Tequal(member.get(), (*columnTypes)[static_cast<size_t>(i)].hdfType) > 0;
+    }
 }
 
 size_t ITable::GetNumberOfRows() const
@@ -310,7 +293,7 @@ size_t ITable::GetNumberOfRows() const
 
 size_t ITable::GetNumberOfColumns() const
 {
-    return columns->Count();
+    return columnTypes->size();
 }
 
 std::string ITable::GetColumnName(int column) const
@@ -318,19 +301,29 @@ std::string ITable::GetColumnName(int column) const
     return MemberName(compoundType, column);
 }
 
+const TDataType::THDFAndDataType& ITable::Column(int column) const
+{
+    if (column < 0 || static_cast<size_t>(column) >= columnTypes->size())
+    {
+        throw std::runtime_error("Invalid column index: " + std::to_string(column) + " (" +
+                                 std::to_string(columnTypes->size()) + " columns)");
+    }
+    return (*columnTypes)[static_cast<size_t>(column)];
+}
+
 TDataType::TDataType ITable::GetColumnDataType(int column) const
 {
-    return columns->DataType(column);
+    return Column(column).dataType;
 }
 
 TDataType::THDFAndDataType ITable::GetColumnType(int column) const
 {
-    return columns->Type(column);
+    return Column(column);
 }
 
 hid_t ITable::GetColumnTypeID(int column) const
 {
-    return columns->Type(column).hdfType;
+    return Column(column).hdfType;
 }
 
 hid_t ITable::GetCompoundTypeID() const
@@ -378,7 +371,7 @@ void ITable::Rewrite(hid_t type, CreateReplacement createReplacement)
     }
     createReplacement(newType.get());
     newType.reset();
-    QueryInfo(parentId, m_name, m_location, numberOfRows, compoundType);
+    OpenAgain(parentId, m_name);
 }
 
 void ITable::SetFromBuffer(void* buffer, size_t rows, hid_t type, size_t compression)
@@ -438,7 +431,7 @@ void ITable::GetFromHyperslab(void* buffer, size_t start, size_t stride, size_t 
 
 void ITable::FeedStringVector(std::vector<std::string>& strings, int column) const
 {
-    const hid_t member = GetColumnTypeID(column);
+    const hid_t member = Column(column).hdfType;
     if (H5Tget_class(member) != H5T_STRING)
     {
         throw std::runtime_error("not a string array");
@@ -455,7 +448,7 @@ void ITable::FeedStringVector(std::vector<std::string>& strings, int column) con
 
 StoredRows ITable::Rows() const
 {
-    return {m_location, compoundType, columns->AreFixed(compoundType)};
+    return {m_location, compoundType, rowsAreFixed};
 }
 
 void ITable::GetToSelection(void* buffer, size_t memoryRows, hid_t memoryType,

@@ -41,10 +41,6 @@ struct HdfTest : ::testing::Test
         std::filesystem::remove_all(m_directory);
         std::filesystem::create_directory(m_directory);
         H5Eset_auto1(nullptr, nullptr);
-        // From its first open on the process keeps a list.
-        static const auto first = IFile::Open(Path("first.h5"), "w", 0)->GetAPIVersion();
-        EXPECT_EQ(first, 1U);
-        m_idsBefore = IdCounts::Now();
     }
     ~HdfTest() override
     {
@@ -54,12 +50,10 @@ struct HdfTest : ::testing::Test
 
     std::string Path(const std::string& name) const { return (m_directory / name).string(); }
 
-protected:
-    IdCounts m_idsBefore;
-
 private:
     std::filesystem::path m_directory =
         std::filesystem::temp_directory_path() / ("tarnwickhdf-test-" + std::to_string(getpid()));
+    IdCounts m_idsBefore = (H5open(), IdCounts::Now());
 };
 
 /// A test with a file that is open for writing.

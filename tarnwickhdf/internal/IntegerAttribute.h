@@ -12,10 +12,10 @@ class INode;
 /// Attribute names that begin with it belong to the library.
 extern const std::string reservedAttributePrefix;
 
-/// Reads an integer attribute of a node; `absent` for a node without it.
-/// @throws std::runtime_error with traceback: "invalid attribute name: " + name if it can't be opened, "could not read
+/// Reads an integer attribute of a node.
+/// @throws std::runtime_error with traceback: "invalid attribute name: " + name if there is none, "could not read
 ///         attribute: " + name if it can't be read as one number.
-unsigned int GetIntAttr(const INode& node, const std::string& name, TDataType::TDataType type, unsigned int absent);
+unsigned int GetIntAttr(const INode& node, const std::string& name, TDataType::TDataType type);
 
 /// Writes an integer attribute of a node: a simple space of one element.
 /// @throws std::runtime_error with traceback: "could not create simple dataspace", "could not open attribute", "could
