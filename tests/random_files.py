@@ -162,9 +162,10 @@ class Model:
 def operation(r):
     action, first = r.choices([*ACTIONS], ACTIONS.values())[0], r.randrange(50)
     one, two = r.choice(((70000, 1), (300, 200), (1, 9000))) if r.random() < .004 else r.choices(SIZES, k=2)
-    one, two = (min(one, 40), min(two * 3, 40)) if action == 'resize' else (one, two)
+    if action in ('resize', 'extend'):  # A row or column fits the values that its operation gets.
+        one, two = (min(one, 40), min(two * 3, 40)) if action == 'resize' else (min(one, 300), min(two, 300))
     one, two = 1 if action == 'reopen' else one, max(two, 1) if action == 'texts' else two
-    count = 400 if action.split()[-1] in ('row', 'column') else max(one * two, 2 * one, 1)
+    count = 700 if action.split()[-1] in ('row', 'column') else max(one * two, 2 * one, 1)
     text = r.choice(TEXTS[:r.choice((7, 7, 7, 9))])
     text = bytes(r.choices(b'a\0Z\xfc ', k=one * two)) if action == 'texts' else text
     below = int(r.random() < .3 and action != 'reopen')
