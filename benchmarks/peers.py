@@ -24,7 +24,7 @@ def path(name):
 
 
 def measure(peer, work, size, prepare, do):
-    """The median of a few runs; `prepare` opens what `do` works on and gives it, in a tuple that begins with the file."""
+    """The median of a few runs; `prepare` opens what `do` works on and gives a tuple that begins with the file."""
     seconds = []
     for _ in range(REPEATS):
         things = prepare()
@@ -44,6 +44,20 @@ def h5(name, mode="w"):
 
 def pt(name, mode="w"):
     return lambda: (tables.open_file(path(name), mode),)
+
+
+def h5_node(name, node, mode="r"):
+    def prepare():
+        file = h5py.File(path(name), mode)
+        return file, file[node]
+    return prepare
+
+
+def pt_node(name, node, mode="r"):
+    def prepare():
+        file = tables.open_file(path(name), mode)
+        return file, file.get_node("/" + node)
+    return prepare
 
 
 def names(prefix, count):
@@ -187,16 +201,10 @@ def whole_arrays(size, deflate):
     measure("PyTables", f"whole/write-{word}", size, pt("whole-tables.h5"),
             lambda file: file.create_carray("/", "array", obj=data, chunkshape=data.shape, filters=both))
 
-    def prepare_h5py():
-        file = h5py.File(path("whole-h5py.h5"), "r")
-        return file, file["array"]
-
-    def prepare_tables():
-        file = tables.open_file(path("whole-tables.h5"), "r")
-        return file, file.root.array
-
-    measure("h5py", f"whole/read-{word}", size, prepare_h5py, lambda _, data_set: data_set.read_direct(out))
-    measure("PyTables", f"whole/read-{word}", size, prepare_tables, lambda _, data_set: data_set.read(out=out))
+    measure("h5py", f"whole/read-{word}", size, h5_node("whole-h5py.h5", "array"),
+            lambda _, data_set: data_set.read_direct(out))
+    measure("PyTables", f"whole/read-{word}", size, pt_node("whole-tables.h5", "array"),
+            lambda _, data_set: data_set.read(out=out))
 
 
 def hyperslabs():
@@ -205,17 +213,11 @@ def hyperslabs():
     with h5py.File(path("slab-peers.h5"), "w") as file:
         file.create_dataset("array", data=data, chunks=data.shape)
 
-    def prepare_h5py():
-        file = h5py.File(path("slab-peers.h5"), "r")
-        return file, file["array"]
-
-    def prepare_tables():
-        file = tables.open_file(path("slab-peers.h5"), "r")
-        return file, file.root.array
-
     for stride in (1, 2, 16):
-        measure("h5py", f"hyperslab/stride-{stride}", size, prepare_h5py, lambda _, data_set: data_set[::stride])
-        measure("PyTables", f"hyperslab/stride-{stride}", size, prepare_tables, lambda _, data_set: data_set[::stride])
+        measure("h5py", f"hyperslab/stride-{stride}", size, h5_node("slab-peers.h5", "array"),
+                lambda _, data_set: data_set[::stride])
+        measure("PyTables", f"hyperslab/stride-{stride}", size, pt_node("slab-peers.h5", "array"),
+                lambda _, data_set: data_set[::stride])
 
 
 def attributes(objects, count, word):
@@ -299,19 +301,11 @@ def extensible(rows, word, chunk_rows, deflate=0):
         for column in range(16):
             data_set[:, column]
 
-    def reopen_h5py():
-        file = h5py.File(path("rows-h5py.h5"), "r")
-        return file, file["rows"]
-
-    def reopen_tables():
-        file = tables.open_file(path("rows-tables.h5"), "r")
-        return file, file.root.rows
-
     measure("h5py", f"extensible/append-rows-{word}", rows, prepare_h5py, append_h5py)
     measure("PyTables", f"extensible/append-rows-{word}", rows, prepare_tables, append_tables)
     for work, do in ("read-rows", read), ("read-16-columns", read_columns):
-        measure("h5py", f"extensible/{work}-{word}", rows, reopen_h5py, do)
-        measure("PyTables", f"extensible/{work}-{word}", rows, reopen_tables, do)
+        measure("h5py", f"extensible/{work}-{word}", rows, h5_node("rows-h5py.h5", "rows"), do)
+        measure("PyTables", f"extensible/{work}-{word}", rows, pt_node("rows-tables.h5", "rows"), do)
 
 
 def appended_columns(word, chunk_rows, deflate=0):
@@ -351,14 +345,6 @@ def table(rows):
     def write_tables(file):
         file.create_table("/", "table", description=data, chunkshape=rows, expectedrows=rows).flush()
 
-    def prepare_h5py():
-        file = h5py.File(path("table-h5py.h5"), "r")
-        return file, file["table"]
-
-    def prepare_tables():
-        file = tables.open_file(path("table-tables.h5"), "r")
-        return file, file.root.table
-
     measure("h5py", "table/write", rows, h5("table-h5py.h5"),
             lambda file: file.create_dataset("table", data=data, chunks=(rows,)))
     measure("PyTables", "table/write", rows, pt("table-tables.h5"), write_tables)
@@ -367,21 +353,13 @@ def table(rows):
             "table/hyperslab-stride-4": (lambda _, t: t[::4], lambda _, t: t.read(step=4)),
             "table/string-column": (lambda _, t: [s.decode() for s in t["text"]],
                                     lambda _, t: [s.decode() for s in t.col("text")])}.items():
-        measure("h5py", work, rows, prepare_h5py, peers[0])
-        measure("PyTables", work, rows, prepare_tables, peers[1])
+        measure("h5py", work, rows, h5_node("table-h5py.h5", "table"), peers[0])
+        measure("PyTables", work, rows, pt_node("table-tables.h5", "table"), peers[1])
     if rows == ROWS:
         selections(data.copy())
 
 
 def selections(buffer):
-    def prepare_h5py():
-        file = h5py.File(path("table-h5py.h5"), "r+")
-        return file, file["table"]
-
-    def prepare_tables():
-        file = tables.open_file(path("table-tables.h5"), "r+")
-        return file, file.root.table
-
     for count in (1000, 10000) if QUICK else (1000, 10000, 100000):
         ordered = np.arange(count) * (ROWS // count)
         shuffled = np.random.default_rng(1).permutation(ordered)
@@ -410,8 +388,9 @@ def selections(buffer):
             for work, with_h5py, with_tables in (
                     ("rows-to-buffer", pick_h5py, lambda _, t, rows=rows: t.read_coordinates(rows)),
                     ("run-to-rows", scatter_h5py, scatter_tables), ("rows-to-run", collect_h5py, collect_tables)):
-                measure("h5py", f"selection/{work}-{word}", count, prepare_h5py, with_h5py)
-                measure("PyTables", f"selection/{work}-{word}", count, prepare_tables, with_tables)
+                measure("h5py", f"selection/{work}-{word}", count, h5_node("table-h5py.h5", "table", "r+"), with_h5py)
+                measure("PyTables", f"selection/{work}-{word}", count, pt_node("table-tables.h5", "table", "r+"),
+                        with_tables)
 
 
 def types():
