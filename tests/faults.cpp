@@ -43,34 +43,22 @@ bool Fails(const std::string& function, Outcome& log)
 }
 
 // The library's own callbacks are its own calls again.
-H5L_iterate_t showLink = nullptr;
-H5A_operator2_t showAttribute = nullptr;
 Outcome* watching = nullptr;
 
-template <typename... Arguments>
-herr_t Show(herr_t (*show)(Arguments...), Arguments... arguments)
-{
-    armed = watching;
-    const herr_t result = show(arguments...);
-    armed = nullptr;
-    return result;
-}
+template <typename Info>
+using Callback = herr_t (*)(hid_t location, const char* name, const Info* info, void* data);
 
-H5L_iterate_t Watched(H5L_iterate_t show)
+template <typename Info>
+Callback<Info> Watched(Callback<Info> show)
 {
-    showLink = show;
-    return [](hid_t group, const char* name, const H5L_info_t* info, void* data)
+    static Callback<Info> shown = nullptr;
+    shown = show;
+    return [](hid_t location, const char* name, const Info* info, void* data)
     {
-        return Show(showLink, group, name, info, data);
-    };
-}
-
-H5A_operator2_t Watched(H5A_operator2_t show)
-{
-    showAttribute = show;
-    return [](hid_t object, const char* name, const H5A_info_t* info, void* data)
-    {
-        return Show(showAttribute, object, name, info, data);
+        armed = watching;
+        const herr_t result = shown(location, name, info, data);
+        armed = nullptr;
+        return result;
     };
 }
 
