@@ -22,25 +22,25 @@ constexpr std::uint64_t kChunkCacheBytes = std::uint64_t{1} << 20U;
 // Reading so many bytes in a block takes about as long as HDF5 takes for a row of its own.
 constexpr hsize_t kBytesWorthARow = 4096;
 
-bool AreBlocksCheap(hid_t dataSet, size_t rowSize)
+// How a data set lies in the file, as far as it decides about blocks.
+struct Storage
+{
+    bool isCheapByBlocks = false; ///< No chunk is unpacked again for each block that it serves.
+    bool hasLargeChunks = false;  ///< HDF5 reads each element of a selection with gaps by itself.
+};
+
+Storage StorageOf(hid_t dataSet, size_t rowSize)
 {
     const ScopedPropertyList list(H5Dget_create_plist(dataSet));
     if (H5Pget_layout(list.get()) != H5D_CHUNKED)
     {
-        return H5Pget_layout(list.get()) == H5D_CONTIGUOUS && H5Pget_external_count(list.get()) == 0;
+        return {H5Pget_layout(list.get()) == H5D_CONTIGUOUS && H5Pget_external_count(list.get()) == 0, false};
     }
     hsize_t chunk = 0;
-    return H5Pget_nfilters(list.get()) == 0 ||
-           (H5Pget_chunk(list.get(), 1, &chunk) == 1 && chunk * rowSize <= kChunkCacheBytes);
-}
-
-// Of such a chunk HDF5 reads each element of a selection with gaps by itself.
-bool AreChunksTooLarge(hid_t dataSet, size_t rowSize)
-{
-    const ScopedPropertyList list(H5Dget_create_plist(dataSet));
-    hsize_t chunk = 0;
-    return H5Pget_layout(list.get()) == H5D_CHUNKED && H5Pget_nfilters(list.get()) == 0 &&
-           H5Pget_chunk(list.get(), 1, &chunk) == 1 && chunk > kChunkCacheBytes / rowSize;
+    const bool isUnfiltered = H5Pget_nfilters(list.get()) == 0;
+    const bool isKnown = H5Pget_chunk(list.get(), 1, &chunk) == 1;
+    const bool fitsCache = isKnown && chunk <= kChunkCacheBytes / rowSize;
+    return {isUnfiltered || fitsCache, isUnfiltered && isKnown && !fitsCache};
 }
 
 // A row at or behind the end, or one too large for the question, sets the highest bit of the sum of all bits: that
@@ -154,9 +154,14 @@ RowBlocks::RowBlocks(const StoredRows& table, hid_t memoryType, size_t selectedR
         return;
     }
     // A single block unpacks each chunk once, as HDF5 does.
-    if (largestBlock > kBlockBytes / rowSize && !AreBlocksCheap(m_dataSet, rowSize))
+    if (largestBlock > kBlockBytes / rowSize)
     {
-        return;
+        const Storage storage = StorageOf(m_dataSet, rowSize);
+        if (!storage.isCheapByBlocks)
+        {
+            return;
+        }
+        m_hasLargeChunks = storage.hasLargeChunks;
     }
     m_rowsInBlock = std::min<hsize_t>(kBlockBytes / rowSize, std::max<hsize_t>(largestBlock, 1));
     m_memorySpace.reset(H5Screate_simple(1, &m_rowsInBlock, nullptr));
@@ -250,7 +255,7 @@ bool RowBlocks::ReadRows(const std::vector<hsize_t>& selection, void* buffer, he
 bool RowBlocks::ReadEvery(hsize_t start, hsize_t stride, size_t count, void* buffer, herr_t& status)
 {
     const bool fits = IsPossible() && start < m_rowsInFile && count - 1 <= (m_rowsInFile - 1 - start) / stride;
-    if (!fits || !AreChunksTooLarge(m_dataSet, m_rowSize))
+    if (!fits || !m_hasLargeChunks)
     {
         return false;
     }

@@ -71,6 +71,7 @@ private:
     size_t m_rowSize = 0;
     hsize_t m_rowsInFile = 0;
     hsize_t m_rowsInBlock = 0;
+    bool m_hasLargeChunks = false;
     ScopedSpace m_fileSpace;
     ScopedSpace m_memorySpace;
     std::unique_ptr<char[]> m_block;
