@@ -60,6 +60,31 @@ def pt_node(name, node, mode="r"):
     return prepare
 
 
+def filters_of(deflate):
+    """Shuffle and deflate, as h5py's arguments and as PyTables' filters."""
+    if not deflate:
+        return {}, None
+    return (dict(shuffle=True, compression="gzip", compression_opts=deflate),
+            tables.Filters(complevel=deflate, shuffle=True, complib="zlib"))
+
+
+def new_extensible(shape, chunk_rows, deflate):
+    """How h5py and PyTables open a new file with an extensible array."""
+    filters, both = filters_of(deflate)
+
+    def prepare_h5py():
+        file = h5py.File(path("rows-h5py.h5"), "w")
+        return file, file.create_dataset("rows", shape, maxshape=(None, None), chunks=(chunk_rows, 16), dtype="f8",
+                                         **filters)
+
+    def prepare_tables():
+        file = tables.open_file(path("rows-tables.h5"), "w")
+        return file, file.create_earray("/", "rows", tables.Float64Atom(), shape, filters=both,
+                                        chunkshape=(chunk_rows, 16))
+
+    return prepare_h5py, prepare_tables
+
+
 def names(prefix, count):
     return [f"{prefix}{i:06d}" for i in range(count)]
 
@@ -193,8 +218,7 @@ def whole_arrays(size, deflate):
     rng = np.random.default_rng(1)
     data = rng.integers(0, 1024, size // 8).astype("f8")
     word = f"deflate-{deflate}" if deflate else "plain"
-    filters = dict(shuffle=True, compression="gzip", compression_opts=deflate) if deflate else {}
-    both = tables.Filters(complevel=deflate, shuffle=bool(deflate), complib="zlib") if deflate else None
+    filters, both = filters_of(deflate)
     out = np.empty_like(data)
     measure("h5py", f"whole/write-{word}", size, h5("whole-h5py.h5"),
             lambda file: file.create_dataset("array", data=data, chunks=data.shape, **filters))
@@ -270,18 +294,7 @@ def attributes(objects, count, word):
 
 def extensible(rows, word, chunk_rows, deflate=0):
     line = np.arange(16, dtype="f8")
-    filters = dict(shuffle=True, compression="gzip", compression_opts=deflate) if deflate else {}
-    both = tables.Filters(complevel=deflate, shuffle=True, complib="zlib") if deflate else None
-
-    def prepare_h5py():
-        file = h5py.File(path("rows-h5py.h5"), "w")
-        return file, file.create_dataset("rows", (0, 16), maxshape=(None, None), chunks=(chunk_rows, 16), dtype="f8",
-                                         **filters)
-
-    def prepare_tables():
-        file = tables.open_file(path("rows-tables.h5"), "w")
-        return file, file.create_earray("/", "rows", tables.Float64Atom(), (0, 16), filters=both,
-                                        chunkshape=(chunk_rows, 16))
+    prepare_h5py, prepare_tables = new_extensible((0, 16), chunk_rows, deflate)
 
     def append_h5py(_, data_set):
         for row in range(rows):
@@ -310,18 +323,7 @@ def extensible(rows, word, chunk_rows, deflate=0):
 
 def appended_columns(word, chunk_rows, deflate=0):
     rows, column = 10000, np.arange(10000, dtype="f8")
-    filters = dict(shuffle=True, compression="gzip", compression_opts=deflate) if deflate else {}
-    both = tables.Filters(complevel=deflate, shuffle=True, complib="zlib") if deflate else None
-
-    def prepare_h5py():
-        file = h5py.File(path("columns-h5py.h5"), "w")
-        return file, file.create_dataset("rows", (rows, 0), maxshape=(None, None), chunks=(chunk_rows, 16), dtype="f8",
-                                         **filters)
-
-    def prepare_tables():
-        file = tables.open_file(path("columns-tables.h5"), "w")
-        return file, file.create_earray("/", "rows", tables.Float64Atom(), (rows, 0), filters=both,
-                                        chunkshape=(chunk_rows, 16))
+    prepare_h5py, prepare_tables = new_extensible((rows, 0), chunk_rows, deflate)
 
     def append_h5py(_, data_set):
         for i in range(16):

@@ -25,9 +25,8 @@ STYLES = {"library": ("#1f5fa8", "-", "o"), "plain HDF5": ("#777777", "--", "s")
 
 def load(results):
     runs = {}
-    for family in list(FAMILIES):
+    for family in FAMILIES:
         if not (results / f"{family}.json").exists():
-            del FAMILIES[family]
             continue
         rows = json.loads((results / f"{family}.json").read_text())["benchmarks"]
         for row in rows:
@@ -177,21 +176,21 @@ def main():
     runs, peers = load(results)
     template = (Path(__file__).parent / "benchmarks.md.in").read_text()
     sections = []
-    for family, title in FAMILIES.items():
-        lines = memory_lines(runs[family]) if family == "memory" else comparison_lines(runs[family], peers)
+    for family, rows in runs.items():
+        title = FAMILIES[family]
+        lines = [*(memory_lines(rows) if family == "memory" else comparison_lines(rows, peers))]
+        print(*lines, sep="\n")
         sections.append("\n".join([f"## {title}", "", f"![{title}](images/bench-{family}.svg)", "", *lines,
-                                   *alone_lines(runs[family])]))
+                                   *alone_lines(rows)]))
         if family == "memory":
-            draw_memory(runs[family], docs / "images")
+            draw_memory(rows, docs / "images")
         else:
-            draw_family(family, runs[family], peers, docs / "images")
+            draw_family(family, rows, peers, docs / "images")
     compared = [row for rows in runs.values() for row in rows if row.get("target")]
     missed = [row for row in compared if verdict(row) != "pass"]
     text = template.replace("@SECTIONS@", "\n\n".join(sections)).replace("@GROWTH@", "\n".join(growth_lines(runs)))
     text = text.replace("@PASSED@", str(len(compared) - len(missed))).replace("@COMPARED@", str(len(compared)))
     (docs / "benchmarks.md").write_text(text)
-    for rows in runs.values():
-        print(*comparison_lines(rows, peers) if rows is not runs.get("memory") else memory_lines(rows), sep="\n")
     print(*growth_lines(runs), sep="\n")
     print(f"{len(compared) - len(missed)} of {len(compared)} targets made")
     for row in missed:
