@@ -156,6 +156,8 @@ TEST_F(Array, FailuresOfOpensAndWritesHaveTheirWordsAndLoseNothing)
     };
     create("s", String);
     ExpectWords({{[&] { create("", Int); }, "could not get info for :"},
+                 {[&] { create("no/y", Int); }, "could not create dataset:"},
+                 {[&] { root->CreateArray("g", Int, 0); }, "could not create dataset:"},
                  {[&] { create("new", VarLenString); }, "invalid TDataType:"},
                  {[&] { file->SetEncoding(H5T_CSET_RESERVED_2), create("s", String); },
                   "could not write charset for array: s:"},

@@ -155,6 +155,8 @@ TEST_F(Table, TellsItsColumnsAndKeepsThemWhereItIsReopened)
          {[&] { root->GetTable("z"); }, "invalid HDF type:"},
          {[&] { ITable::CreateEmpty(file, root->LocationID(), "z", t); }, "Table already exist. Fail to create!:"},
          {[&] { ITable::Create(file, root->LocationID(), "z", 1, t, 0); }, "Table already exist. Fail to create!:"},
+         {[&] { ITable::CreateFromBuffer(file, root->LocationID(), "z", b, 1, t, 0, 0, 0); }, kCreate},
+         {[&] { root->CreateTable("no/y", t); }, kCreate},
          {[&] { x->GetColumnType(4); }, "Invalid column index: 4 (4 columns)"},
          {[&] { x->FeedStringVector(strings, -1); }, "Invalid column index: -1 (4 columns)"}});
     WritePlain(root->LocationID(), "scalar", t, Dims{});

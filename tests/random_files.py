@@ -6,8 +6,8 @@ from foreign_files import compare, plain
 
 # How often each operation is made; the walker knows it by its place.
 ACTIONS = {'open': 0, 'reopen': 1, 'group': 2, 'array': 12, 'texts': 5, 'extend': 4, 'row': 8, 'column': 6, 'resize': 5,
-           'table': 6, 'empty table': 1, 'blank table': 1, 'turned table': 2, 'delete': 3, 'mark': 10, 'unmark': 2, 'put row': 3, 'put column': 3, 'encode': 2, 'set': 3,
-           'set table': 3}
+           'table': 6, 'empty table': 1, 'blank table': 1, 'turned table': 2, 'delete': 3, 'mark': 10, 'unmark': 2,
+           'put row': 3, 'put column': 3, 'encode': 2, 'set': 3, 'set table': 3}
 NAMES = [b'a', 'Zürich'.encode(), b'a b', b'"', b'\\', b'new\nline', b'..', b'\1', b'\xff\xfe', b'%s', b'x' * 99,
          b'__vorl_']
 TEXTS = [b'', b'\0', b'a', b'ab\0\0', b'a\0b', b'Z\xfcrich', 'Zürich'.encode(), b'x' * 60000, b'x' * 70000]
@@ -57,7 +57,9 @@ def refusal(action, old, one):
         return None if kind == 'extensible' else b'ExtensibleArray does not exist' if kind in ('none', 'group') else \
             b'dimension for ExtensibleArray did not return 2 as expected.' if flat else b'not an ExtensibleArray2D'
     if action in (*TABLES, 'array', 'texts') and kind in ('none', 'group'):
-        return NO_ROWS if action == 'turned table' and not one else None if kind == 'none' else b'could not create dataset'
+        if action == 'turned table' and not one:
+            return NO_ROWS
+        return b'could not create dataset' if kind == 'group' else None
     if action in ('empty table', 'blank table'):
         return b'Fail to create an already existing table: %s'
     if action in (*TABLES, 'set table'):
