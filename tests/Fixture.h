@@ -21,7 +21,7 @@ extern "C" std::int64_t H5I_nmembers(H5I_type_t kind);
 namespace tarnwick::hdf::tests
 {
 
-/// How many files, groups, data sets, spaces, attributes, property lists and types have an open id in this process. A
+/// How many files, groups, data sets, spaces, attributes, property lists and types are open in this process. A
 /// conversion that HDF5 remembers keeps types of its own, which aren't among those that it counts for callers.
 struct IdCounts : std::array<std::int64_t, 7>
 {
@@ -56,10 +56,8 @@ private:
     IdCounts m_idsBefore = (H5open(), IdCounts::Now());
 };
 
-/// A test with a file that is open for writing.
 struct OpenFileTest : HdfTest
 {
-    /// Closes the file and opens it again.
     void Reopen(const std::string& mode = "r+")
     {
         root.reset();
@@ -93,11 +91,9 @@ inline std::string FailureOf(const std::function<void()>& call)
 inline std::string WordsOf(const std::function<void()>& call)
 {
     const std::string text = FailureOf(call);
-    const size_t traceback = text.find(":\n");
-    return traceback == std::string::npos ? text : text.substr(0, traceback + 1);
+    return text.substr(0, std::min(text.find(":\n"), text.size() - 1) + 1);
 }
 
-/// Calls with the words that they fail with, as WordsOf tells them; the number of the row goes to the report.
 inline void ExpectWords(const std::vector<std::pair<std::function<void()>, std::string>>& calls)
 {
     for (size_t i = 0; i < calls.size(); ++i)
@@ -108,7 +104,6 @@ inline void ExpectWords(const std::vector<std::pair<std::function<void()>, std::
 
 using Dims = std::vector<hsize_t>;
 using Names = std::vector<std::string>;
-constexpr hsize_t kInf = H5S_UNLIMITED;
 
 /// A compound type without gaps.
 inline ScopedType CompoundOf(const std::vector<std::pair<std::string, hid_t>>& members)
@@ -129,17 +124,6 @@ inline ScopedType StringType(size_t size, H5T_cset_t charset)
     ScopedType type(H5Tcreate(H5T_STRING, size));
     H5Tset_cset(type.get(), charset);
     return type;
-}
-
-/// Makes a data set past the library, in chunks of one element if it can grow.
-inline void WritePlain(hid_t parent, const std::string& name, hid_t type, const Dims& dims, const Dims& max = {})
-{
-    const int rank = static_cast<int>(dims.size());
-    const ScopedSpace space(H5Screate_simple(rank, dims.data(), max.empty() ? nullptr : max.data()));
-    const ScopedPropertyList list(H5Pcreate(H5P_DATASET_CREATE));
-    max.empty() ? 0 : H5Pset_chunk(list.get(), rank, Dims(max.size(), 1).data());
-    const ScopedDataSet made(H5Dcreate2(parent, name.c_str(), type, space.get(), H5P_DEFAULT, list.get(), H5P_DEFAULT));
-    EXPECT_GE(made.get(), 0) << name;
 }
 
 template <typename Values>

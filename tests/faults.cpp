@@ -42,48 +42,20 @@ bool Fails(const std::string& function, Outcome& log)
     return fails;
 }
 
-// The library's own callbacks are its own calls again.
-Outcome* watching = nullptr;
-
-template <typename Info>
-using Callback = herr_t (*)(hid_t location, const char* name, const Info* info, void* data);
-
-template <typename Info>
-Callback<Info> Watched(Callback<Info> show)
-{
-    static Callback<Info> shown = nullptr;
-    shown = show;
-    return [](hid_t location, const char* name, const Info* info, void* data)
-    {
-        armed = watching;
-        const herr_t result = shown(location, name, info, data);
-        armed = nullptr;
-        return result;
-    };
-}
-
-template <typename Argument>
-Argument Watched(Argument argument)
-{
-    return argument;
-}
-
 template <const char* Name, typename Result, typename... Arguments>
 __attribute__((used)) Result Call(Arguments... arguments)
 {
     static const auto real = reinterpret_cast<Result (*)(Arguments...)>(dlsym(RTLD_NEXT, Name));
-    // What HDF5 does inside the call isn't the library's.
     Outcome* const log = std::exchange(armed, nullptr);
     const bool fails = log != nullptr && Fails(Name, *log);
     // What releases has done so when it fails: nobody could do more, and what is open then was forgotten.
     const bool releases = std::strstr(Name, "close") || std::strstr(Name, "free") || std::strstr(Name, "reclaim");
+    fails&& releases ? void(real(arguments...)) : void();
     Result result = {};
     std::memset(&result, std::is_pointer_v<Result> || std::is_unsigned_v<Result> ? 0 : -1, sizeof(result));
-    watching = log;
-    const Result usual = fails && !releases ? result : real(Watched(arguments)...);
     fails ? H5Epush2(H5E_DEFAULT, "", Name, 0, H5E_ERR_CLS, H5E_RESOURCE, H5E_CANTINIT, "injected") : 0;
     armed = log;
-    return fails ? result : usual;
+    return fails ? result : real(arguments...);
 }
 
 // Defines HDF5's function of that name, with the parameters of its declaration.
@@ -183,10 +155,9 @@ const Operation operations[] = {
     {"file.open.r+", [](Case& c) { c.answer << IFile::Open(newPath, "r+", 0)->GetAPIVersion(); }},
     {"file.open.missing", [](Case& c) { c.answer << IFile::Open(newPath + "0", "r+", 0)->GetAPIVersion(); }},
     {"file.close", [](Case& c) { c.file->Close(); }},
-    {"file.name", [](Case& c) { c.answer << IFile::IsHDF5File(path) << IFile::FileExists(path)
-        << c.file->GetFileName(); }},
-    {"file.counts", [](Case& c) { c.answer << c.file->GetOpenFilesCount() << c.file->GetOpenGroupsCount()
-        << c.file->GetOpenDataSetsCount() << c.file->GetOpenDataTypesCount() << c.file->GetOpenAttrsCount(); }},
+    {"file.told", [](Case& c) { c.answer << IFile::IsHDF5File(path) << IFile::FileExists(path) << c.file->GetFileName()
+        << c.file->GetOpenFilesCount() << c.file->GetOpenGroupsCount() << c.file->GetOpenDataSetsCount()
+        << c.file->GetOpenDataTypesCount() << c.file->GetOpenAttrsCount(); }},
     {"file.cache", [](Case& c) { H5AC_cache_config_t config = c.file->GetCacheConfiguration();
         c.file->SetCacheConfiguration(config), c.file->DumpCacheStatus(true), c.answer << config.lower_hr_threshold; }},
     {"file.log", [](Case& c) { MemoryLoggerFileTracker tracker; tracker.OnOpen(c.file->FileID(), "");
@@ -206,10 +177,9 @@ const Operation operations[] = {
     {"group.create.sub", [](Case& c) { (c.g.get()->*&Inside::CreateSubGroup)("new"); }},
     {"group.get", [](Case& c) { c.g->GetGroup("sub/sub"); }},
     {"group.list.groups", [](Case& c) { c.answer << c.g->ListGroups().size(); }},
-    {"group.list.arrays", [](Case& c) { c.answer << c.g->ListExtensibleArrays2D().size(), c.g->ListArrays(); }},
-    {"group.list.tables", [](Case& c) { c.answer << c.g->ListTables().size(); }},
+    {"group.list.sets", [](Case& c) { c.g->ListExtensibleArrays2D(), c.g->ListArrays(), c.g->ListTables(); }},
     {"group.list.names", [](Case& c) { Names names; (c.g.get()->*&Inside::ListNames)(H5G_DATASET, names);
-        c.answer << names.size() << names.at(1); }},
+        for (const auto& name : names) { c.answer << name; } }},
     {"group.child", [](Case& c) { c.answer << c.g->GetChildType(0) << c.g->GetChildName(0) << c.g->HasDataSet()
         << c.g->GetNumberOfChildren() << c.g->GetNumberOfGroups(); }},
     {"has.array", [](Case& c) { c.answer << c.g->HasGroup("sub/sub") << c.g->HasArray("a") << c.g->HasTable("a"); }},
@@ -244,8 +214,8 @@ const Operation operations[] = {
         utils::ReadStringDataSet(c.strings, c.s->LocationID(), type, type, 3, 4); }},
     {"extensible.resize", [](Case& c) { const bool ok = c.e->Resize(4, 3) == 0;
         EXPECT_EQ(ok, c.e->GetNumberOfRows() == 4); }},
-    {"extensible.append.row", [](Case& c) { c.e->AppendRowFromBuffer(c.ints, T::Int); }},
-    {"extensible.append.column", [](Case& c) { c.e->AppendColumnFromBuffer(c.ints, T::Int); }},
+    {"extensible.append", [](Case& c) { c.e->AppendRowFromBuffer(c.ints, T::Int),
+        c.e->AppendColumnFromBuffer(c.ints, T::Int); }},
     {"extensible.read", [](Case& c) { c.e->ReadRowToBuffer(1, c.ints, T::Int),
         c.e->ReadColumnToBuffer(1, c.ints + 4, T::Int); }},
     {"extensible.write", [](Case& c) { c.e->WriteRowFromBuffer(1, c.ints, T::Int),
@@ -254,14 +224,13 @@ const Operation operations[] = {
     {"table.set.same", [](Case& c) { c.t->SetFromBuffer(c.ints, 3, -1, 0); }},
     {"table.set.all", [](Case& c) { c.t->SetFromBuffer(c.ints, 4, c.row.get(), 6); }},
     {"table.set.some", [](Case& c) { c.t->SetFromSelection(c.ints, 4, rows, c.row.get(), 6, 0); }},
-    {"table.read", [](Case& c) { c.t->GetToBuffer(c.ints, -1); }},
+    {"table.read", [](Case& c) { c.t->GetToBuffer(c.ints, -1), c.t->GetFromSelection(c.ints + 6, -1, rows); }},
     {"table.slab", [](Case& c) { c.t->GetFromHyperslab(c.ints, 0, 2, 2, c.row.get()); }},
     {"table.strings.t", [](Case& c) { c.t->FeedStringVector(c.strings, 1); }},
     {"table.strings.w", [](Case& c) { c.w->FeedStringVector(c.strings, 0); }},
-    {"table.to", [](Case& c) { c.t->GetToSelection(c.ints, 4, -1, {0, 1, 2}); }},
-    {"table.from", [](Case& c) { c.t->GetFromSelection(c.ints, -1, rows); }},
-    {"table.fromto", [](Case& c) { c.t->GetFromToSelection(c.ints, 4, -1, rows, rows); }},
-    {"table.runto", [](Case& c) { c.t->GetFromHyperslabToSelection(c.ints, 4, c.row.get(), 1, rows); }},
+    {"table.to", [](Case& c) { c.t->GetToSelection(c.ints, 4, -1, {0, 1, 2});
+        c.t->GetFromToSelection(c.ints, 4, -1, rows, {3, 1});
+        c.t->GetFromHyperslabToSelection(c.ints + 8, 2, c.row.get(), 1, {1, 0}); }},
     {"table.blocks", [](Case& c) { std::vector<int> to(600, 1); Dims all(300, 7);
         c.large->GetToSelection(to.data(), 300, -1, all), c.answer << to[14];
         c.large->GetFromSelection(to.data(), -1, all), c.answer << to[599];
@@ -363,6 +332,9 @@ struct Faults : HdfTest
         }
         usual = RunWith(operation, {});
         EXPECT_EQ(usual.text, "") << operation.first;
+        // The nine children are counted; asking for a data set stops at the first.
+        const auto questions = std::count(usual.calls.begin(), usual.calls.end(), "H5Oget_info_by_name2");
+        EXPECT_TRUE(operation.first != "group.child" || questions == 10);
         readsOnly = usual.contents == untouched;
         calls += usual.calls.size();
     }
@@ -421,17 +393,6 @@ TEST_F(Faults, EveryFailingCallIsReportedInItsWordsOrMadeUpFor)
     }
     std::cerr << std::size(operations) << " operations, " << calls << " calls, " << injected << " injected failures, "
               << thrown << " exceptions checked, " << silent << " silent by rule\n";
-}
-
-TEST_F(Faults, AskingForADataSetStopsAtTheFirst)
-{
-    const Outcome outcome = RunWith({"",
-                                     [](Case& c)
-                                     {
-                                         EXPECT_TRUE(c.g->HasDataSet());
-                                     }},
-                                    {});
-    EXPECT_EQ(std::count(outcome.calls.begin(), outcome.calls.end(), "H5Oget_info_by_name2"), 1);
 }
 
 TEST_F(Faults, WantOfMemoryReachesTheCallerAndLeavesNothingOpen)

@@ -194,6 +194,13 @@ def string(size, cset=0, pad=1):
     return t
 
 
+def row_of(members):
+    compound = h5t.create(h5t.COMPOUND, sum(t.get_size() for t in members.values()))
+    for i, (name, t) in enumerate(members.items()):
+        compound.insert(name.encode(), sum(t.get_size() for t in [*members.values()][:i]), t)
+    return compound
+
+
 INT, ROW = h5t.STD_I32LE, [('a', 'i4'), ('b', 'S6'), ('c', 'f8')]
 ALL = [('a', ROW), ('b', 'i4', (2,)), ('c', h5py.vlen_dtype('i4')), ('d', h5py.string_dtype()), ('e', 'u1')]
 NUMPY = {**{d: d for d in 'i1 u1 i2 u2 i4 u4 i8 u8 f4 f8 >i2 >i8 >f4 >f8 f2 g c8 2i4 V5 ?'.split()}, 'row': ROW,
@@ -203,6 +210,8 @@ TYPES = {**{name: h5t.py_create(np.dtype(d), True) for name, d in NUMPY.items()}
          **{f'text {kind}': string(*kind) for kind in itertools.product((1, 6), (0, 1), (0, 1, 2))},
          'vtexts': h5t.vlen_create(string(6)), 'texts': h5t.array_create(string(6), (2,)), 'bits': h5t.STD_B8LE,
          'object': h5t.STD_REF_OBJ, 'region': h5t.STD_REF_DSETREG, 'time': h5t.UNIX_D32LE, 'char BE': h5t.STD_I8BE}
+TYPES['row of texts'] = row_of({name: t for name, t in TYPES.items() if name.startswith('text ')})
+TYPES['row of vtexts'] = row_of({'utf8': TYPES['utf8'], 'number': INT, 'latin': TYPES['latin']})
 FIXED = ((0,), (1,), (3,), (2, 3), (2, 0), (1, 1, 1))
 SPACES = [((), ()), (None, None), *zip(FIXED, FIXED), ((3,), (INF,)), ((2, 3), (INF, 3)), ((2, 3), (2, INF)),
           ((12, 1), (INF, INF)), ((0, 0), (INF, INF)), ((2, 0), (INF, INF)), ((2, 3, 1), (INF,) * 3)]
@@ -227,6 +236,8 @@ def put(make, name, t, dims, limits):
     values = np.resize(np.frombuffer(b'ab\0 Z\xfcrich\xc3\xa9  \0\0c ', 'u1'), n * t.get_size())
     if t.get_class() == h5t.STRING and t.is_variable_str():
         mtype, values = h5t.py_create(t.dtype), np.resize(np.array([b'Z\xfc', b'', b'ab'], t.dtype), dims or ())
+    elif name.startswith('row of vtexts'):
+        mtype, values = h5t.py_create(t.dtype), np.resize(np.array([(b'Z\xfc', 1, b'Z\xfc')], t.dtype), dims or ())
     elif name.split(' (')[0] in ('sequence', 'vtexts', 'object', 'region', 'row of all'):
         return  # Null pointers and references.
     n and made.write(*([] if isinstance(made, h5a.AttrID) else [h5s.ALL] * 2), values, mtype)
@@ -247,6 +258,7 @@ def everything(f, step):
     for (name, t), (i, space) in itertools.islice(itertools.product(TYPES.items(), enumerate(SPACES)), 0, None, step):
         put(lambda *a: data_set(f.id, *a), f'{name} {space[0]}{space[1]}', t, *space)
         i < 6 and put(lambda *a: h5a.create(marked, *a), f'{name} {space[0]}', t, *space)
+    h5a.create(marked, b'null', TYPES['utf8'], h5s.create(h5s.SCALAR))
     for name, settings in LAYOUTS.items():
         put(lambda *a: data_set(f.id, *a, **settings), name, INT, (3, 4), (3, 4))
     data_set(f.id, b'lost', INT, h5s.create_simple((3,)), set_external=(b'none.raw', 0, 12))
@@ -286,8 +298,9 @@ def plain(told):  # As it is after a way through JSON, with a character for each
 
 
 def compare(walker, path):
-    told = [*map(json.loads, subprocess.run([walker, path], check=True, capture_output=True).stdout.splitlines())]
-    predicted = plain(predict(path))
+    run = subprocess.run([walker, path], check=True, capture_output=True)
+    assert not run.stderr, run.stderr.decode()
+    told, predicted = [*map(json.loads, run.stdout.splitlines())], plain(predict(path))
     different = [f'{path}: told\n {a}\npredicted\n {b}' for a, b in itertools.zip_longest(told, predicted) if a != b]
     assert not different, f'{len(different)} lines differ; ' + different[0]
     return len(told)

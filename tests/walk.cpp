@@ -17,6 +17,9 @@
 #include <set>
 #include <sstream>
 
+// H5Inmembers refuses HDF5's own kinds of id; this is what stands behind it.
+extern "C" std::int64_t H5I_nmembers(H5I_type_t kind);
+
 using namespace tarnwick::hdf;
 using nlohmann::json;
 using Texts = std::vector<std::string>;
@@ -83,35 +86,33 @@ struct Tell
 
     static json Of(const IArray& array)
     {
-        const size_t length = array.GetLength();
-        const size_t width = array.GetComponents();
-        const hid_t type = array.GetTypeID();
+        const size_t length = array.GetLength(), width = array.GetComponents();
+        const hid_t type = array.GetTypeID(), id = array.LocationID();
         Texts texts;
-        const hid_t id = array.LocationID();
         return {Attributes(array), array.GetType(), length, width,
                 array.GetType() >= TDataType::String
                     ? Try([&] { return utils::ReadStringDataSet(texts, id, type, type, length, width), All(texts); })
                     : Numbers(length, width, [&](double* to) { array.GetToBuffer(to, TDataType::Double); })};
     }
 
+    // Some rows or columns, and one behind the last.
+    static json Lines(IExtensibleArray2D& array, decltype(&IExtensibleArray2D::ReadRowToBuffer) read, size_t count,
+                      size_t length)
+    {
+        return Each(count + 1, [&](int i)
+                    { return Numbers(length, 1, [&](double* to) { (array.*read)(i, to, TDataType::Double); }); });
+    }
+
     static json Of(IExtensibleArray2D& array)
     {
-        const size_t rows = array.GetNumberOfRows();
-        const size_t columns = array.GetNumberOfColumns();
+        const size_t rows = array.GetNumberOfRows(), columns = array.GetNumberOfColumns();
+        const json some = Lines(array, &IExtensibleArray2D::ReadRowToBuffer, std::min<size_t>(rows, 9), columns);
         return {Attributes(array),
                 array.GetType(),
                 rows,
                 columns,
-                Each(std::min<size_t>(rows, 9) + 1,
-                     [&](int row) {
-                         return Numbers(columns, 1,
-                                        [&](double* to) { array.ReadRowToBuffer(row, to, TDataType::Double); });
-                     }),
-                Each(std::min<size_t>(columns, 2) + 1,
-                     [&](int column) {
-                         return Numbers(rows, 1,
-                                        [&](double* to) { array.ReadColumnToBuffer(column, to, TDataType::Double); });
-                     })};
+                some,
+                Lines(array, &IExtensibleArray2D::ReadColumnToBuffer, std::min<size_t>(columns, 2), rows)};
     }
 
     static json Of(const ITable& table)
@@ -178,104 +179,6 @@ struct Tell
     }
 };
 
-// Plays operations on a file. What works on an open data set does so through a copy that lives on.
-struct Play
-{
-    static std::string Bytes(const std::vector<unsigned char>& bytes) { return {bytes.begin(), bytes.end()}; }
-
-    template <typename Node>
-    static Node& Copy(boost::shared_ptr<Node>& copy, const boost::shared_ptr<Node>& node)
-    {
-        copy ? void(*copy = *node) : copy.reset(new Node(*node));
-        return *copy;
-    }
-
-    double* Typed()
-    {
-        H5Tconvert(H5T_NATIVE_DOUBLE, INode::DataTypeToHDFType(type), values.size(), values.data(), nullptr, 0);
-        return values.data();
-    }
-
-    IExtensibleArray2D& Extensible() { return Copy(extensible, at->GetExtensibleArray2D(name)); }
-    INode& Node()
-    {
-        return at->HasGroup(name) ? Copy(group, at->GetGroup(name))
-                                  : static_cast<INode&>(Copy(array, at->GetArray(name)));
-    }
-
-    void MakeGroup() { at->CreateGroup(name); }
-    void Array() { at->CreateArrayFromBuffer(name, Typed(), type, n[1], n[2]); }
-    void Strings() { at->CreateArrayFromBuffer(name, text.data(), TDataType::String, n[1], n[2]); }
-    void Extend() { at->CreateExtensibleArray2D(name, type, n[1], n[2], 3, 2, int(n[3])); }
-    void Row() { Extensible().AppendRowFromBuffer(values.data(), TDataType::Double); }
-    void Column() { Extensible().AppendColumnFromBuffer(values.data(), TDataType::Double); }
-    void PutRow() { Extensible().WriteRowFromBuffer(int(n[1]), values.data(), TDataType::Double); }
-    void PutColumn() { Extensible().WriteColumnFromBuffer(int(n[2]), values.data(), TDataType::Double); }
-    void Resize() { Extensible().Resize(n[1], n[2]); }
-    void Table() { at->CreateTableFromBuffer(name, values.data(), n[1], rowType.get(), int(n[3]), -1, 0); }
-    void EmptyTable() { at->CreateTable(name, rowType.get()); }
-    void BlankTable() { at->CreateTable(name, n[1], rowType.get(), int(n[3])); }
-    void TurnedTable()
-    {
-        std::vector<hsize_t> rows(n[1]);
-        std::iota(rows.rbegin(), rows.rend(), 0U);
-        at->CreateTableFromSelection(name, values.data(), n[1], rows, rowType.get(), int(n[3]), -1, 0);
-    }
-    void SetArray() { Copy(array, at->GetArray(name)).SetFromBuffer(Typed(), type, n[1], n[2]); }
-    void SetTable() { Copy(table, at->GetTable(name)).SetFromBuffer(values.data(), n[1], -1, n[3]); }
-    void Encode() { file->SetEncoding(n[0] % 2 == 0 ? H5T_CSET_UTF8 : H5T_CSET_ASCII); }
-    void Delete() { at->DelGroup(name); }
-    void Mark() { Node().SetAttr(mark, text); }
-    void Unmark() { Node().DelAttr(mark); }
-
-    void Open() { file = IFile::Open(path, n[1] == 0 ? "w" : "r+", int(n[3])); }
-
-    void Reopen()
-    {
-        at.reset();
-        file.reset();
-        std::cout << Try([&] { return Tell::File(path, std::cout); }) << "\n";
-        Open();
-    }
-
-    json Act(const json& operation)
-    {
-        constexpr void (Play::*actions[])() = {
-            &Play::Open,        &Play::Reopen,   &Play::MakeGroup, &Play::Array,  &Play::Strings,    &Play::Extend,
-            &Play::Row,         &Play::Column,   &Play::Resize,    &Play::Table,  &Play::EmptyTable, &Play::BlankTable,
-            &Play::TurnedTable, &Play::Delete,   &Play::Mark,      &Play::Unmark, &Play::PutRow,     &Play::PutColumn,
-            &Play::Encode,      &Play::SetArray, &Play::SetTable};
-        name = Bytes(operation[1]);
-        mark = Bytes(operation[2]);
-        text = Bytes(operation[3]);
-        n = operation[4].get<std::vector<unsigned>>();
-        values = operation[5].get<std::vector<double>>();
-        type = static_cast<TDataType::TDataType>(n[0]);
-        at = !file ? nullptr : n[4] == 0 ? file->GetRoot() : file->GetRoot()->CreateGroup("below/" + name);
-        const json words = Try([&] { return (this->*actions[operation[0].get<size_t>()])(), json(); });
-        return {words, Tell::Child(at ? *at : *file->GetRoot(), name)};
-    }
-
-    boost::shared_ptr<IFile> file;
-    boost::shared_ptr<IGroup> at;
-    boost::shared_ptr<IGroup> group;
-    boost::shared_ptr<IArray> array;
-    boost::shared_ptr<IExtensibleArray2D> extensible;
-    boost::shared_ptr<ITable> table;
-    std::string path, name, mark, text;
-    TDataType::TDataType type = TDataType::Undefined;
-    std::vector<unsigned> n;
-    std::vector<double> values;
-    ScopedType rowType{H5Tcreate(H5T_COMPOUND, 2 * sizeof(double))};
-};
-
-void TellWhere(int signal)
-{
-    void* frames[64];
-    backtrace_symbols_fd(frames + 1, backtrace(frames, 64) - 1, STDERR_FILENO);
-    _exit(signal);
-}
-
 } // namespace
 
 #ifdef TARNWICKHDF_FUZZER
@@ -288,20 +191,147 @@ extern "C" int LLVMFuzzerTestOneInput(const char* data, size_t size)
     return 0;
 }
 #else
+namespace
+{
+
+void TellAll(const std::string& path)
+{
+    std::cout << Try([&] { return Tell::File(path, std::cout); }) << "\n";
+}
+
+// Plays operations on a file. What works on an open data set does so through a copy that lives on.
+struct Play
+{
+    static std::string Bytes(const std::vector<unsigned char>& bytes) { return {bytes.begin(), bytes.end()}; }
+
+    template <typename Node>
+    static Node& Copy(boost::shared_ptr<Node>& copy, const boost::shared_ptr<Node>& node)
+    {
+        copy ? void(*copy = *node) : copy.reset(new Node(*node));
+        return *copy;
+    }
+
+    IArray& Array() { return Copy(array, at->GetArray(name)); }
+    IExtensibleArray2D& Extensible() { return Copy(extensible, at->GetExtensibleArray2D(name)); }
+    ITable& Table() { return Copy(table, at->GetTable(name)); }
+    INode& Node() { return at->HasGroup(name) ? Copy(group, at->GetGroup(name)) : static_cast<INode&>(Array()); }
+
+    json Act(const json& operation)
+    {
+        using TDataType::Double;
+        using TDataType::String;
+        name = Bytes(operation["name"]);
+        at = !file                     ? nullptr
+             : operation["below"] == 0 ? file->GetRoot()
+                                       : file->GetRoot()->CreateGroup("below/" + name);
+        const std::string mark = Bytes(operation["mark"]);
+        std::string text = Bytes(operation["text"]);
+        const int kind = operation["type"], level = operation["level"], one = operation["one"], two = operation["two"];
+        const int start = operation["start"], stride = operation["stride"], count = operation["steps"];
+        const auto type = static_cast<TDataType::TDataType>(kind);
+        const hid_t row = rowType.get();
+        std::vector<double> values = operation["values"];
+        values.resize(size_t{1} << 18U);
+        double* const v = values.data();
+        const std::vector<hsize_t> some(text.begin(), text.end()), others(mark.begin(), mark.end());
+        std::vector<hsize_t> turned(static_cast<size_t>(one));
+        std::iota(turned.rbegin(), turned.rend(), 0U);
+        size_t starts[] = {size_t(start), 0}, strides[] = {size_t(stride), 1}, counts[] = {size_t(count), size_t(two)};
+        const auto typed = [&]
+        {
+            return H5Tconvert(H5T_NATIVE_DOUBLE, INode::DataTypeToHDFType(type), size_t(one * two), v, nullptr, 0), v;
+        };
+        const std::function<void()> actions[] = {
+            [&] { file = IFile::Open(path, one == 0 ? "w" : "r+", level); },
+            [&] { at.reset(), file.reset(), TellAll(path), file = IFile::Open(path, "r+", level); },
+            [&] { at->CreateGroup(name); },
+            [&] { at->CreateArrayFromBuffer(name, typed(), type, one, two); },
+            [&] { at->CreateArrayFromBuffer(name, text.data(), String, one, two); },
+            [&] { at->CreateExtensibleArray2D(name, type, one, two, 3, 2, level); },
+            [&] { Extensible().AppendRowFromBuffer(v, Double); },
+            [&] { Extensible().AppendColumnFromBuffer(v, Double); },
+            [&] { Extensible().Resize(one, two); },
+            [&] { at->CreateTableFromBuffer(name, v, one, row, level, -1, start); },
+            [&] { at->CreateTable(name, row); },
+            [&] { at->CreateTable(name, one, row, level); },
+            [&] { at->CreateTableFromSelection(name, v, one, turned, row, level, -1, 0); },
+            [&] { at->DelGroup(name); },
+            [&] { Node().SetAttr(mark, text); },
+            [&] { Node().DelAttr(mark); },
+            [&] { Extensible().WriteRowFromBuffer(one, v, Double); },
+            [&] { Extensible().WriteColumnFromBuffer(two, v, Double); },
+            [&] { file->SetEncoding(type % 2 == 0 ? H5T_CSET_UTF8 : H5T_CSET_ASCII); },
+            [&] { Array().SetFromBuffer(typed(), type, one, two); },
+            [&] { Table().SetFromBuffer(v, one, -1, level); },
+            [&] { Table().GetToBuffer(v, -1); },
+            [&] { Table().GetToSelection(v, one, row, others); },
+            [&] { Table().GetFromHyperslab(v, start, stride, count, row); },
+            [&] { Table().GetFromSelection(v, 0, some); },
+            [&] { Table().GetFromToSelection(v, one, -1, some, others); },
+            [&] { Table().GetFromHyperslabToSelection(v, one, row, start, others); },
+            [&] { Table().SetToHyperslabFromSelection(v, one, row, start, some); },
+            [&] { Table().SetFromSelection(v, one, some, -1, level, 0); },
+            [&] { Array().GetFromHyperslab(v, start, stride, count, Double); },
+            [&] { Array().GetToMemoryHyperslab(v, start, stride, count, Double); },
+            [&]
+            {
+                Array().GetFromHyperslab(v, count * two, 1 + kind / 3 % 3, starts, strides, counts, Double);
+            }};
+        const size_t action = operation["action"];
+        const json words = Try([&] { return actions[action](), json(); });
+        values.resize(40);
+        return {words, action > 20 ? json(values) : json(), Tell::Child(at ? *at : *file->GetRoot(), name)};
+    }
+
+    std::string path, name;
+    boost::shared_ptr<IGroup> at;
+    ScopedType rowType{H5Tcreate(H5T_COMPOUND, 2 * sizeof(double))};
+    boost::shared_ptr<IFile> file;
+    boost::shared_ptr<IGroup> group;
+    boost::shared_ptr<IArray> array;
+    boost::shared_ptr<IExtensibleArray2D> extensible;
+    boost::shared_ptr<ITable> table;
+};
+
+void TellWhere(int signal)
+{
+    void* frames[64];
+    backtrace_symbols_fd(frames + 1, backtrace(frames, 64) - 1, STDERR_FILENO);
+    _exit(signal);
+}
+
+} // namespace
+
+// A sum is enough to see whether one was left open.
+std::int64_t CountOpenIds()
+{
+    return H5Fget_obj_count(hid_t{H5F_OBJ_ALL}, H5F_OBJ_ALL) + H5I_nmembers(H5I_DATASPACE) +
+           H5I_nmembers(H5I_GENPROP_LST);
+}
+
 int main(int argc, char** argv)
 {
     for (const int crash : {SIGSEGV, SIGBUS, SIGFPE, SIGABRT, SIGXCPU})
     {
         std::signal(crash, &TellWhere);
     }
-    Play play;
-    play.path = argv[1];
-    H5Tinsert(play.rowType.get(), "a", 0, H5T_NATIVE_DOUBLE);
-    H5Tinsert(play.rowType.get(), "b", sizeof(double), H5T_NATIVE_DOUBLE);
-    for (std::string line; argc > 2 && std::getline(std::cin, line);)
+    H5Eset_auto1(nullptr, nullptr);
+    const std::int64_t before = CountOpenIds();
+    if (argc == 2)
     {
-        std::cout << play.Act(json::parse(line)) << "\n";
+        TellAll(argv[1]);
     }
-    std::cout << (argc > 2 ? json() : Try([&] { return Tell::File(argv[1], std::cout); })) << "\n";
+    else
+    {
+        Play play;
+        play.path = argv[1];
+        H5Tinsert(play.rowType.get(), "a", 0, H5T_NATIVE_DOUBLE);
+        H5Tinsert(play.rowType.get(), "b", sizeof(double), H5T_NATIVE_DOUBLE);
+        for (std::string line; std::getline(std::cin, line);)
+        {
+            std::cout << play.Act(json::parse(line)) << "\n";
+        }
+    }
+    std::cerr << (CountOpenIds() == before ? "" : "ids were left open\n");
 }
 #endif
