@@ -1,5 +1,7 @@
 #pragma once
 
+#include "IdCounts.h"
+
 #include <tarnwickhdf/internal/ScopedId.h>
 #include <tarnwickhdf/tarnwickhdf.h>
 
@@ -15,23 +17,8 @@
 
 #include <unistd.h>
 
-// H5Inmembers refuses HDF5's own kinds of id; this is what stands behind it.
-extern "C" std::int64_t H5I_nmembers(H5I_type_t kind);
-
 namespace tarnwick::hdf::tests
 {
-
-/// How many files, groups, data sets, spaces, attributes, property lists and types are open in this process. A
-/// conversion that HDF5 remembers keeps types of its own, which aren't among those that it counts for callers.
-struct IdCounts : std::array<std::int64_t, 7>
-{
-    static IdCounts Now()
-    {
-        return {{H5I_nmembers(H5I_FILE), H5I_nmembers(H5I_GROUP), H5I_nmembers(H5I_DATASET),
-                 H5I_nmembers(H5I_DATASPACE), H5I_nmembers(H5I_ATTR), H5I_nmembers(H5I_GENPROP_LST),
-                 H5Fget_obj_count(hid_t{H5F_OBJ_ALL}, H5F_OBJ_DATATYPE)}};
-    }
-};
 
 /// Every test gets a fresh directory and must leave as many open ids behind as it found.
 struct HdfTest : ::testing::Test
@@ -56,8 +43,10 @@ private:
     IdCounts m_idsBefore = (H5open(), IdCounts::Now());
 };
 
+/// A test with a file that is open for writing.
 struct OpenFileTest : HdfTest
 {
+    /// Closes the file and opens it again.
     void Reopen(const std::string& mode = "r+")
     {
         root.reset();
@@ -91,9 +80,11 @@ inline std::string FailureOf(const std::function<void()>& call)
 inline std::string WordsOf(const std::function<void()>& call)
 {
     const std::string text = FailureOf(call);
-    return text.substr(0, std::min(text.find(":\n"), text.size() - 1) + 1);
+    const size_t traceback = text.find(":\n");
+    return traceback == std::string::npos ? text : text.substr(0, traceback + 1);
 }
 
+/// Calls with the words that they fail with, as WordsOf tells them; the number of the row goes to the report.
 inline void ExpectWords(const std::vector<std::pair<std::function<void()>, std::string>>& calls)
 {
     for (size_t i = 0; i < calls.size(); ++i)

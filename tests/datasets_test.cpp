@@ -74,6 +74,7 @@ TEST_F(Table, IsReplacedUnlessRowsAndTypeIdAreItsOwn)
         EXPECT_EQ(ContentOf(x->LocationID(), t), words.empty() ? one.content : "nothing:");
         EXPECT_EQ(ContentOf(old.LocationID(), t), one.content == kept ? kept : " 4 chunk 2 deflate 5: 1 2 3 4");
         EXPECT_EQ(x->GetCompoundTypeID() == -1, !words.empty());
+        EXPECT_TRUE(!words.empty() || std::to_string(x->GetNumberOfRows()) == one.content.substr(1, 1));
     }
 }
 
@@ -148,6 +149,8 @@ TEST_F(DataSets, ManyScatteredRowsMoveAsFewDo)
         EXPECT_EQ(read, wanted);
         large->GetFromHyperslab(elements.data(), 3, stride, static_cast<int>(read.size()), Undefined);
         EXPECT_TRUE(std::equal(wanted.begin(), wanted.end(), elements.begin()));
+        EXPECT_EQ(WordsOf([&] { large->GetFromHyperslab(read.data(), 3 + stride, stride, int(read.size()), Int); }),
+                  "Error reading from dataset to a memory hyperslab!:");
     }
 }
 

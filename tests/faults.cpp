@@ -48,12 +48,16 @@ __attribute__((used)) Result Call(Arguments... arguments)
     static const auto real = reinterpret_cast<Result (*)(Arguments...)>(dlsym(RTLD_NEXT, Name));
     Outcome* const log = std::exchange(armed, nullptr);
     const bool fails = log != nullptr && Fails(Name, *log);
-    // What releases has done so when it fails: nobody could do more, and what is open then was forgotten.
-    const bool releases = std::strstr(Name, "close") || std::strstr(Name, "free") || std::strstr(Name, "reclaim");
-    fails&& releases ? void(real(arguments...)) : void();
     Result result = {};
     std::memset(&result, std::is_pointer_v<Result> || std::is_unsigned_v<Result> ? 0 : -1, sizeof(result));
-    fails ? H5Epush2(H5E_DEFAULT, "", Name, 0, H5E_ERR_CLS, H5E_RESOURCE, H5E_CANTINIT, "injected") : 0;
+    if (fails)
+    {
+        // What releases has done so when it fails: nobody could do more, and what is open then was forgotten.
+        const bool releases = std::strstr(Name, "close") || std::strstr(Name, "free") || std::strstr(Name, "reclaim");
+        releases ? void(real(arguments...)) : void();
+        H5Epush2(H5E_DEFAULT, "", Name, 0, H5E_ERR_CLS, H5E_RESOURCE, H5E_CANTINIT, "injected");
+    }
+    // Inside HDF5 too: it calls none of these functions itself, but the library's callbacks do.
     armed = log;
     return fails ? result : real(arguments...);
 }
@@ -177,7 +181,8 @@ const Operation operations[] = {
     {"group.create.sub", [](Case& c) { (c.g.get()->*&Inside::CreateSubGroup)("new"); }},
     {"group.get", [](Case& c) { c.g->GetGroup("sub/sub"); }},
     {"group.list.groups", [](Case& c) { c.answer << c.g->ListGroups().size(); }},
-    {"group.list.sets", [](Case& c) { c.g->ListExtensibleArrays2D(), c.g->ListArrays(), c.g->ListTables(); }},
+    {"group.list.sets", [](Case& c) { c.answer << c.g->ListExtensibleArrays2D().size()
+        << c.g->ListTables().size() << c.g->ListArrays().size(); }},
     {"group.list.names", [](Case& c) { Names names; (c.g.get()->*&Inside::ListNames)(H5G_DATASET, names);
         for (const auto& name : names) { c.answer << name; } }},
     {"group.child", [](Case& c) { c.answer << c.g->GetChildType(0) << c.g->GetChildName(0) << c.g->HasDataSet()

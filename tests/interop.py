@@ -7,7 +7,7 @@ guide = os.path.abspath(sys.argv[1])
 
 
 def output_of(*command):
-    return subprocess.run(command, capture_output=True, text=True, check=True).stdout
+    return subprocess.run(command, stdout=subprocess.PIPE, text=True, check=True).stdout
 
 
 folder = tempfile.TemporaryDirectory()

@@ -1,4 +1,6 @@
 // Tells what the library tells of a file ("walk FILE"), or plays the operations of its input on it ("walk FILE play").
+#include "IdCounts.h"
+
 #include <tarnwick/text.h>
 #include <tarnwickhdf/internal/ScopedId.h>
 #include <tarnwickhdf/tarnwickhdf.h>
@@ -16,9 +18,6 @@
 #include <numeric>
 #include <set>
 #include <sstream>
-
-// H5Inmembers refuses HDF5's own kinds of id; this is what stands behind it.
-extern "C" std::int64_t H5I_nmembers(H5I_type_t kind);
 
 using namespace tarnwick::hdf;
 using nlohmann::json;
@@ -230,8 +229,10 @@ struct Play
         const int start = operation["start"], stride = operation["stride"], count = operation["steps"];
         const auto type = static_cast<TDataType::TDataType>(kind);
         const hid_t row = rowType.get();
+        const size_t action = operation["action"];
+        const bool moves = action > 20;
         std::vector<double> values = operation["values"];
-        values.resize(size_t{1} << 18U);
+        values.resize(moves ? size_t{1} << 18U : values.size());
         double* const v = values.data();
         const std::vector<hsize_t> some(text.begin(), text.end()), others(mark.begin(), mark.end());
         std::vector<hsize_t> turned(static_cast<size_t>(one));
@@ -277,10 +278,9 @@ struct Play
             {
                 Array().GetFromHyperslab(v, count * two, 1 + kind / 3 % 3, starts, strides, counts, Double);
             }};
-        const size_t action = operation["action"];
         const json words = Try([&] { return actions[action](), json(); });
         values.resize(40);
-        return {words, action > 20 ? json(values) : json(), Tell::Child(at ? *at : *file->GetRoot(), name)};
+        return {words, moves ? json(values) : json(), Tell::Child(at ? *at : *file->GetRoot(), name)};
     }
 
     std::string path, name;
@@ -302,13 +302,6 @@ void TellWhere(int signal)
 
 } // namespace
 
-// A sum is enough to see whether one was left open.
-std::int64_t CountOpenIds()
-{
-    return H5Fget_obj_count(hid_t{H5F_OBJ_ALL}, H5F_OBJ_ALL) + H5I_nmembers(H5I_DATASPACE) +
-           H5I_nmembers(H5I_GENPROP_LST);
-}
-
 int main(int argc, char** argv)
 {
     for (const int crash : {SIGSEGV, SIGBUS, SIGFPE, SIGABRT, SIGXCPU})
@@ -316,7 +309,7 @@ int main(int argc, char** argv)
         std::signal(crash, &TellWhere);
     }
     H5Eset_auto1(nullptr, nullptr);
-    const std::int64_t before = CountOpenIds();
+    const tests::IdCounts before = tests::IdCounts::Now();
     if (argc == 2)
     {
         TellAll(argv[1]);
@@ -332,6 +325,6 @@ int main(int argc, char** argv)
             std::cout << play.Act(json::parse(line)) << "\n";
         }
     }
-    std::cerr << (CountOpenIds() == before ? "" : "ids were left open\n");
+    std::cerr << (tests::IdCounts::Now() == before ? "" : "ids were left open\n");
 }
 #endif

@@ -67,6 +67,15 @@ TEST_F(Watch, TheSlotTakesOneTrackerWhichHearsOfEveryOpenAndClose)
     RunApart(body);
 }
 
+std::string CacheStatusOf(const IFile& file, bool compact)
+{
+    std::ostringstream dump;
+    std::streambuf* const before = std::cout.rdbuf(dump.rdbuf());
+    file.DumpCacheStatus(compact);
+    std::cout.rdbuf(before);
+    return dump.str();
+}
+
 TEST_F(Watch, TheMemoryLogAndTheReportsTellWhatHdf5HasOpen)
 {
     const std::string log = Path("memory.log");
@@ -102,9 +111,7 @@ TEST_F(Watch, TheMemoryLogAndTheReportsTellWhatHdf5HasOpen)
           << R"("object_count":7,"file_count":2,"datatype_count":1,"cache_hit_rate":)" << Json(rate)
           << R"(,"cache_max_size":)" << most << R"(,"cache_min_clean_size":)" << clean << R"(,"cache_size":)" << size
           << R"(,"cache_num_entries":)" << entries << "}]}";
-    ::testing::internal::CaptureStdout();
-    first->DumpCacheStatus(true);
-    EXPECT_EQ(::testing::internal::GetCapturedStdout(), cache.str());
+    EXPECT_EQ(CacheStatusOf(*first, true), cache.str());
     const std::vector<unsigned int> counts = {first->GetOpenDataSetsCount(), first->GetOpenGroupsCount(),
                                               first->GetOpenAttrsCount(),    first->GetOpenObjectsCount(),
                                               first->GetOpenFilesCount(),    first->GetOpenDataTypesCount()};
@@ -124,11 +131,8 @@ TEST_F(Watch, TheMemoryLogAndTheReportsTellWhatHdf5HasOpen)
         EXPECT_EQ(match[2], files.str());
     }
     first->Close();
-    ::testing::internal::CaptureStdout();
-    first->DumpCacheStatus(false);
-    EXPECT_EQ(::testing::internal::GetCapturedStdout(),
-              "Cache statistics: \n\tHit rate: 0\n\tMax size: 0\n\tMin clean size: 0\n"
-              "\tCurrent size: 0\n\tCurrent number of entries: 0\n");
+    EXPECT_EQ(CacheStatusOf(*first, false), "Cache statistics: \n\tHit rate: 0\n\tMax size: 0\n\tMin clean size: 0\n"
+                                            "\tCurrent size: 0\n\tCurrent number of entries: 0\n");
     EXPECT_EQ(FailureOf([&] { tracker.AppendToMemoryLog(1, log); }), "Couldn't retrieve file name");
     tracker.OnClose(first->FileID(), "");
     EXPECT_THROW(tracker.OnClose(first->FileID(), "a"), std::logic_error);
@@ -189,6 +193,7 @@ TEST_F(Watch, AFullDiskGivesExceptionsAndLeavesOtherFilesAndTheExitAlone)
 {
     for (int way = 0; way < 8; ++way)
     {
+        SCOPED_TRACE(way);
         const auto body = [&]
         {
             GarbageCollect();                                      // what HDF5 keeps for reuse was allocated before
