@@ -6,6 +6,7 @@
 #include <tarnwickhdf/tarnwickhdf.h>
 
 #include <gtest/gtest.h>
+#include <hdf5_hl.h>
 
 #include <algorithm>
 #include <array>
@@ -46,15 +47,6 @@ private:
 /// A test with a file that is open for writing.
 struct OpenFileTest : HdfTest
 {
-    /// Closes the file and opens it again.
-    void Reopen(const std::string& mode = "r+")
-    {
-        root.reset();
-        file->Close();
-        file = IFile::Open(Path("test.h5"), mode, 0);
-        root = file->GetRoot();
-    }
-
     boost::shared_ptr<IFile> file = IFile::Open(Path("test.h5"), "w", 0);
     boost::shared_ptr<IGroup> root = file->GetRoot();
 };
@@ -96,25 +88,10 @@ inline void ExpectWords(const std::vector<std::pair<std::function<void()>, std::
 using Dims = std::vector<hsize_t>;
 using Names = std::vector<std::string>;
 
-/// A compound type without gaps.
-inline ScopedType CompoundOf(const std::vector<std::pair<std::string, hid_t>>& members)
+/// The type that a text describes in HDF5's data description language.
+inline ScopedType TypeOf(const std::string& description)
 {
-    ScopedType type(H5Tcreate(H5T_COMPOUND, 4096));
-    size_t offset = 0;
-    for (const auto& [name, member] : members)
-    {
-        H5Tinsert(type.get(), name.c_str(), offset, member);
-        offset += H5Tget_size(member);
-    }
-    H5Tset_size(type.get(), offset);
-    return type;
-}
-
-inline ScopedType StringType(size_t size, H5T_cset_t charset)
-{
-    ScopedType type(H5Tcreate(H5T_STRING, size));
-    H5Tset_cset(type.get(), charset);
-    return type;
+    return ScopedType(H5LTtext_to_dtype(description.c_str(), H5LT_DDL));
 }
 
 template <typename Values>

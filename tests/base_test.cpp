@@ -11,16 +11,6 @@ namespace tarnwick::hdf::tests
 
 using Base = HdfTest;
 
-TEST_F(Base, IdsThatAreLeftOpenAreSeen)
-{
-    IdCounts expected = IdCounts::Now();
-    const ScopedSpace space(H5Screate(H5S_NULL));
-    const ScopedType type(H5Tcopy(H5T_NATIVE_INT));
-    const ScopedPropertyList list(H5Pcreate(H5P_DATASET_CREATE));
-    ++expected[3], ++expected[5], ++expected[6];
-    EXPECT_EQ(IdCounts::Now(), expected);
-}
-
 TEST_F(Base, TextOfOtherEncodingsIsConvertedAndBadBytesAreReplaced)
 {
     EXPECT_EQ(latin1_to_utf8(std::string("Z\xFC\0\xFF", 4)), std::string("Z\xC3\xBC\0\xC3\xBF", 6));

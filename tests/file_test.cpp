@@ -7,19 +7,15 @@
 namespace tarnwick::hdf::tests
 {
 
-class File : public HdfTest
+struct File : HdfTest
 {
-protected:
     std::string Read(const std::string& name) const
     {
         std::ifstream stream(Path(name), std::ios::binary);
         return {std::istreambuf_iterator<char>(stream), {}};
     }
     auto Open(const std::string& name, const std::string& mode) { return IFile::Open(Path(name), mode, 0); }
-    std::string NoHandle(const std::string& name) const
-    {
-        return "Failed to obtain a valid file handle for filename: " + Path(name) + ":";
-    }
+    const std::string noHandle = "Failed to obtain a valid file handle for filename: " + Path("");
 };
 
 TEST_F(File, WhatIsNoWholeHdf5FileNoModeOrNoCompressionIsRefusedUnchanged)
@@ -47,7 +43,7 @@ TEST_F(File, WhatIsNoWholeHdf5FileNoModeOrNoCompressionIsRefusedUnchanged)
             const bool isMode = mode == "r" || mode == "r+" || mode == "w";
             const bool opens = isMode && modes.find(" " + mode + " ") != std::string::npos;
             EXPECT_EQ(WordsOf([&] { Open(name, mode); }), opens    ? ""
-                                                          : isMode ? NoHandle(name)
+                                                          : isMode ? noHandle + name + ":"
                                                                    : "invalid file mode: " + mode);
             EXPECT_TRUE(opens || !exists || Read(name) == content) << name << mode;
             const unsigned int version = name == "missing" && mode == "r+" ? 0 : 1;
@@ -64,7 +60,7 @@ TEST_F(File, OnesRemovedWhileOpenGoOnAndHandlesOnOneFileCloseAlone)
     std::filesystem::remove(Path(name));
     const auto first = Open(name, "w");
     const auto second = Open(name, "r+");
-    EXPECT_EQ(WordsOf([&] { Open(name, "w"); }), NoHandle(name));
+    EXPECT_EQ(WordsOf([&] { Open(name, "w"); }), noHandle + name + ":");
     EXPECT_EQ(second->GetFileName(), Path(name));
     const auto group = first->GetRoot()->CreateGroup("g");
     removed->GetRoot()->CreateGroup("removed")->Flush();

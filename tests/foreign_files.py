@@ -70,14 +70,23 @@ def texts(d, t, count, column=None):
     return ([as_utf8(text, t) for text in strings] + [b''] * count)[:count]
 
 
-def numbers(d, value, name, count, mtype=h5t.NATIVE_DOUBLE):
+def size_of(value, count):
+    return count * NUMBERS[value - 1].get_size() if value < 17 else b'!unknown datatype!'
+
+
+def values_of(values):  # Each value, or of many a sum in which none can change unseen, nor two change places.
+    if len(values) < 1000:
+        return [value if np.isfinite(value) else None for value in values.tolist()]
+    return int(values.view('u8') @ np.arange(1, 2 * len(values), 2, dtype='u8'))
+
+
+def numbers(d, value, name, count, tell=values_of, mtype=h5t.NATIVE_DOUBLE):
     if count >= 1 << 20:
         return None
     try:
         if not 0 < value < 17:
             raise OSError
-        values = read(d, np.zeros(max(count, 1)), mtype)
-        return [value if np.isfinite(value) else None for value in values.tolist()]
+        return tell(read(d, np.zeros(max(count, 1)), mtype))
     except OSError: return b"!Error -1 while reading from dataset '%s'" % name
 
 
@@ -93,7 +102,7 @@ def array(d, t, dims, limits, name):
         return b'!not a valid Array'
     length, width = (*dims, 1, 1)[:2] if dims else (0, 0)
     width = t.get_size() if value == 17 and dims else width
-    return attributes(d), value, length, width, \
+    return attributes(d), value, length, width, length * width % 2 ** 64, size_of(value, length * width), \
         texts(d, t, length) if value > 16 else numbers(d, value, name, length * width)
 
 
@@ -106,16 +115,16 @@ def extensible(d, t, dims, limits, name):
     if len(dims) != 2:
         return b'!dimension for ExtensibleArray did not return 2 as expected.'
     rows, columns = dims
-    values = numbers(d, value, name, rows * columns)
+    values = numbers(d, value, name, rows * columns, lambda values: values)
 
     def line(axis, index, start, step, end):
         if index == dims[axis]:
             return b'!Invalid %s index: %d (%d rows x %d columns)' % ((b'row', b'column')[axis], index, *dims)
         if isinstance(values, bytes):
             return b'!error during io operation for ExtensibleArray2D dataset'
-        return values[start:end:step] or [0.0]
+        return values_of(values[start:end:step]) if rows and columns else [0.0]
 
-    return attributes(d), value, rows, columns, \
+    return attributes(d), value, rows, columns, size_of(value, rows * columns), \
         [line(0, i, i * columns, 1, (i + 1) * columns) for i in range(min(rows, 9) + 1)], \
         [line(1, i, i, columns or 1, None) for i in range(min(columns, 2) + 1)]
 
@@ -130,14 +139,14 @@ def table(d, t, dims, limits, name):
             return b'!invalid HDF type'
         columns.append((column, value_of(member),
                         texts(d, member, rows, column) if value_of(member) == 17 else b'!not a string array',
-                        numbers(d, value_of(member), name, rows, member_type(h5t.NATIVE_DOUBLE, column))))
+                        numbers(d, value_of(member), name, rows, mtype=member_type(h5t.NATIVE_DOUBLE, column))))
     return attributes(d), rows, columns
 
 
 def child(gid, name):
     told = [b'!%s does not exist' % kind for kind in (b'Group', b'Array', b'ExtensibleArray', b'Array')]
     try:
-        o = h5o.open(gid, name)
+        o = None if b'.' in name.split(b'/') else h5o.open(gid, name)  # There is no link of that name.
     except (KeyError, OSError, RuntimeError, ValueError):
         return told
     if isinstance(o, h5g.GroupID):

@@ -1,21 +1,21 @@
 """Random use of the library, compared after each step with what h5py makes of the same operations on a file in memory,
-and the two files at the end. Usage: random_files.py WALKER SEEDS; a failing seed prints itself and a shortened
+and the two files at the end. Usage: random_files.py WALKER SEEDS OPERATIONS; a failing seed prints itself and a shortened
 sequence."""
 import itertools, json, os, random, subprocess, sys, tempfile, types
 import h5py, numpy as np
 from h5py import h5a, h5d, h5p, h5s, h5t
-from foreign_files import INF, NUMBERS, child, compare, plain, string, walk
+from foreign_files import INF, NUMBERS, child, compare, plain, string, values_of, walk
 
-# How often each operation is made. The walker knows it by its place, where the last two have eight and three ways.
+# How often each operation is made; the last two have eight and three ways.
 ACTIONS = {'open': 0, 'reopen': 1, 'group': 2, 'array': 12, 'texts': 5, 'extend': 4, 'row': 8, 'column': 6, 'resize': 5,
            'table': 6, 'empty table': 1, 'blank table': 1, 'turned table': 2, 'delete': 3, 'mark': 10, 'unmark': 2,
-           'put row': 3, 'put column': 3, 'encode': 2, 'set': 3, 'set table': 3, 'move': 30, 'slab': 20}
+           'put row': 3, 'put column': 3, 'encode': 2, 'new array': 4, 'set': 3, 'set table': 4, 'move': 30, 'slab': 20}
 NAMES = [b'a', 'Zürich'.encode(), b'a b', b'"', b'\\', b'new\nline', b'..', b'\1', b'\xff\xfe', b'%s', b'x' * 99,
-         b'__vorl_']
+         b'__vorl_', b'a/b', b'a//"/', b'./a', b'/']
 TEXTS = [b'', b'\0', b'a', b'ab\0\0', b'a\0b', b'Z\xfcrich', 'Zürich'.encode(), b'x' * 60000, b'x' * 70000]
 SAME = {9: 7, 10: 8, 11: 7, 12: 8, 15: 13, 16: 14}  # Types that read back as another.
 SIZES = (0, 1, 1, 2, 3, 5, 12)
-ROW = h5t.py_create(np.dtype([('a', 'f8'), ('b', 'f8')]))
+ROWS = [np.dtype([(chr(97 + i), 'f8' if n > 1 else 'f4') for i in range(n)]) for n in (2, 1, 20)]
 # The classes, by their places in what is told, that an operation opens its name as; makers do if a data set is there.
 LINES = 'row', 'column', 'resize', 'put row', 'put column'
 OPENS = {'mark': (0, 1), 'unmark': (0, 1), 'set': (1,), 'slab': (1,), 'set table': (3,), 'move': (3,),
@@ -23,8 +23,8 @@ OPENS = {'mark': (0, 1), 'unmark': (0, 1), 'set': (1,), 'slab': (1,), 'set table
 MAKES = {'array': (1,), 'texts': (1,), 'table': (3,), 'turned table': (3,)}
 NO_ROWS = b'Error while selecting elements from memory data set'
 # The library's words for what h5py refuses too.
-FAILURES = {'delete': b"could not remove group '%s'", 'group': b"could not create group '%s'",
-            'mark': b'fail to create attribute: %s', 'unmark': b'could not delete attribute %s'}
+FAILURES = {'delete': b"could not remove group '%s'", 'mark': b'fail to create attribute: %s',
+            'unmark': b'could not delete attribute %s'}
 
 
 class Refused(Exception):
@@ -43,29 +43,36 @@ def create(at, name, t, dims, chunk, level, limits=None):
     return h5d.create(at.id, name, t, h5s.create_simple(dims, limits), p)
 
 
+def group_at(at, name):
+    return at[name] if at.id.links.exists(name) else at.create_group(name)
+
+
 class Model:
     def act(self, o):
         """Plays an operation and gives what the library must tell: how it failed, what it read, what is at the name."""
         if o.action == 'open':
-            self.file = h5py.File('model.h5', 'w', driver='core')
+            self.file, self.kept, self.row = h5py.File('model.h5', 'w', driver='core'), {}, ROWS[o.row]
             self.file.attrs.create('__vorl_api_version', [1], dtype='u4')
-        at, moves = self.file['/'], o.action in ('move', 'slab')
-        lines = [*walk(at.id, b'', set()), 1] if o.action == 'reopen' else []
+        at, lines = self.file['/'], []
+        if o.action == 'reopen':
+            self.kept, lines = {}, [*walk(at.id, b'', set()), 1]
         if o.below:
-            at = at.require_group('below')
-            at = at[o.name] if at.id.links.exists(o.name) else at.create_group(o.name)
-        self.buffer = np.pad(o.values, (0, (1 << 18) - len(o.values) if moves else 0))
+            at = group_at(at.require_group('below'), o.name)
+        self.buffer = np.arange(1 << 18) + float(o.first)
         words = None
         try:
             self.change(at, o, child(at.id, o.name))
         except Refused as refused:
             words = b'!%s' % refused.args
         except (KeyError, RuntimeError, ValueError):
-            words = b'!' + FAILURES.get(o.action, b'could not create dataset').replace(
+            words = None if o.action == 'extend' else b'!' + FAILURES.get(o.action, b'could not create dataset').replace(
                 b'%s', o.mark if 'mark' in o.action else o.name)
-        return [*lines, [words, self.buffer[:40].tolist() if moves else None, child(at.id, o.name)]]
+        return [*lines, [words, values_of(self.buffer), child(at.id, o.name)]]
 
     def change(self, at, o, told):
+        place = o.start % 2
+        if o.action in LINES and o.start > 1 and place in self.kept:
+            return self.extend(o, self.kept[place])
         there = any(not isinstance(one, bytes) for one in told[1:])
         opened = [told[i] for i in OPENS.get(o.action) or there and MAKES.get(o.action) or ()]
         old = next((one for one in opened if not isinstance(one, bytes)), None)
@@ -79,7 +86,9 @@ class Model:
         elif o.action == 'encode':
             self.charset = h5t.CSET_ASCII if o.type % 2 else h5t.CSET_UTF8
         elif o.action == 'group':
-            isinstance(told[0], bytes) and at.create_group(o.name)
+            for part in filter(None, o.name.split(b'/')):
+                at = None if part == b'.' else group_at(at, part)
+                refuse(not isinstance(at, h5py.Group), b"could not create group '%s'" % part)
         elif o.action == 'delete':
             del at[o.name]
         elif o.action == 'mark':
@@ -89,22 +98,33 @@ class Model:
         elif o.action == 'unmark':
             h5a.delete(d, o.mark)
         elif o.action == 'extend':
-            at.id.links.exists(o.name) or create(at, o.name, t, (o.one, o.two), (3, 2), level, (INF, INF))
+            create(at, o.name, t, (o.one, o.two), (3, 2), level, (INF, INF))
         elif o.action == 'texts':
             self.set_array(at, o, old, string(o.two, self.charset), 17, (o.one,), np.frombuffer(o.text, 'u1'))
-        elif o.action in ('array', 'set'):
+        elif o.action in ('array', 'set', 'new array'):
+            if o.action == 'new array' and there:
+                del at[o.name]
+            if o.action == 'new array' and not o.one and not o.two and o.type not in SAME:
+                return h5d.create(at.id, o.name, t, h5s.create(h5s.NULL))
             self.set_array(at, o, old, t, o.type, (o.one, o.two)[:1 if o.two == 1 else 2], self.buffer)
+            if o.action != 'array':
+                refuse(o.name == b'./a', b'Array does not exist')  # To be opened again.
+                at[o.name].id.read(h5s.ALL, h5s.ALL, self.buffer, h5t.NATIVE_DOUBLE)
         elif o.action == 'empty table':
-            h5d.create(at.id, o.name, ROW, h5s.create(h5s.NULL))
+            h5d.create(at.id, o.name, h5t.py_create(self.row), h5s.create(h5s.NULL))
         elif 'table' in o.action:
-            rows = self.buffer[:2 * o.one].reshape(o.one, 2)[::-1 if o.action == 'turned table' else 1]
+            rows = self.rows()[:o.one][::-1 if o.action == 'turned table' else 1]
             self.set_table(at, o, old, rows, o.start if o.action == 'table' and not old and o.start else o.one, level)
         elif o.action == 'move':
             self.move(at, o, old, d)
         elif o.action == 'slab':
             self.slab(at[o.name], o, *old[1:4])
         else:
-            self.extend(at[o.name], o, *old[2:4])
+            self.kept[place] = [at[o.name], *old[2:4]]
+            self.extend(o, self.kept[place])
+
+    def rows(self):
+        return np.frombuffer(self.buffer, self.row, self.buffer.nbytes // self.row.itemsize)
 
     def set_array(self, at, o, old, t, value, dims, values):
         if not old or old[1:4] != (value, o.one, o.two):
@@ -117,18 +137,19 @@ class Model:
         d.write(h5s.ALL, h5s.ALL, values, t if value == 17 else h5t.NATIVE_DOUBLE)
 
     def set_table(self, at, o, old, rows, chunk, level):
-        if o.action in ('set table', 'move') and old[1] == o.one:
-            d, rows = at[o.name].id, self.buffer
+        t = h5t.py_create(self.row)
+        if o.action in ('set table', 'move') and old[1] == o.one and (o.action == 'move' or o.start != 1):
+            d, rows = at[o.name].id, self.rows()
         else:
             if old:
                 del at[o.name]
             refuse(o.action in ('turned table', 'move') and not len(rows), NO_ROWS)
-            d = create(at, o.name, ROW, (len(rows),), (chunk,), level)
-        o.action != 'blank table' and d.write(h5s.ALL, h5s.ALL, np.ascontiguousarray(rows), ROW)
+            d = create(at, o.name, t, (len(rows),), (chunk,), level)
+        o.action != 'blank table' and d.write(h5s.ALL, h5s.ALL, np.ascontiguousarray(rows), t)
 
     def move(self, at, o, old, d):
         """Moves rows between a table and a buffer of `one` rows."""
-        way, end, some, others, buffer = o.type % 8, old[1], o.text, o.mark, self.buffer.reshape(-1, 2)
+        way, end, some, others, buffer = o.type % 8, old[1], o.text, o.mark, self.rows()
         if way == 7:
             places = [*some] if some and max(some) < o.one else []
             return self.set_table(at, o, old, buffer[places], len(places), o.level)
@@ -143,24 +164,27 @@ class Model:
         refuse(len(in_file) != len(in_memory) or in_file and max(in_file) >= end,
                {2: b'Error reading data set hyperslab.', 6: b'error writing to dataset'}.get(
                    way, b'Error reading data set to a memory selection!'))
-        rows = np.zeros((end, 2))
-        end and d.read(h5s.ALL, h5s.ALL, rows, ROW)
+        rows = np.zeros(end, self.row)
+        end and d.read(h5s.ALL, h5s.ALL, rows, h5t.py_create(self.row))
         if way == 6:
             rows[[*in_file]] = buffer[[*in_memory]]
-            d.write(h5s.ALL, h5s.ALL, rows, ROW)
+            d.write(h5s.ALL, h5s.ALL, rows, h5t.py_create(self.row))
         else:
             buffer[[*in_memory]] = rows[[*in_file]]
 
     def slab(self, d, o, value, length, width):
         """Reads elements from all over an array, or to all over a buffer."""
         way, dimensions, columns = o.type % 3, 1 + o.type // 3 % 3, o.two if o.type % 3 == 2 else 1
+        is_null = d.shape is None
+        rank = (1, 1, dimensions)[way] if is_null else d.ndim
         refuse(way == 1 and (o.stride < 1 or o.steps < 0), b'Error creating memory data space hyperslab!')
-        refuse((width, d.ndim, 1)[way] != 1, b'Error reading hyperslab from a multidimensional array!')
+        refuse((width, rank, 1)[way] != 1, b'Error reading hyperslab from a multidimensional array!')
         refuse(way == 2 and dimensions > 2,
                b"Error reading hyperslab: there's no support for arrays with more than 2 dimensions!")
-        refuse(way == 2 and dimensions != d.ndim,
+        refuse(way == 2 and dimensions != rank,
                b"Error reading hyperslab: the number of dimensions doesn't match the array!")
-        refuse(o.stride < 1 or o.steps < 0, b'Error creating array space hyperslab!')
+        refuse(is_null and way == 1, b'Error creating file data space hyperslab!')
+        refuse(is_null or o.stride < 1 or o.steps < 0, b'Error creating array space hyperslab!')
         places, count = [*range(o.start, o.start + o.stride * o.steps, o.stride)], o.steps * columns
         inside = o.start < o.stride and o.steps <= length if way == 1 else \
             o.start + o.stride * (o.steps - 1) < length and columns <= width
@@ -172,25 +196,32 @@ class Model:
         elif count:
             self.buffer[:count] = cells[places, :columns].ravel()
 
-    def extend(self, d, o, rows, columns):
-        line = o.action.encode().split()[-1]
-        index, end, width = (o.one, rows, columns) if line == b'row' else (o.two, columns, rows)
+    def extend(self, o, kept):
+        """Changes an extensible array through a handle, which counts its rows and columns by itself."""
+        d, rows, columns = kept
+        line, ends = o.action.encode().split()[-1], d.shape
+        axis, index, width = (0, o.one, columns) if line == b'row' else (1, o.two, rows)
+        if line == b'resize':
+            d.resize((o.one, o.two))
+            kept[1:] = o.one, o.two
+            return
         if 'put' in o.action:
-            refuse(index >= end, b'Invalid %s index: %d (%d rows x %d columns)' % (line, index, rows, columns))
+            refuse(index >= kept[1 + axis],
+                   b'Invalid %s index: %d (%d rows x %d columns)' % (line, index, rows, columns))
+            refuse(width and (index >= ends[axis] or width > ends[1 - axis]),
+                   b'error during io operation for ExtensibleArray2D dataset')
         else:
-            index = end
-            d.resize({b'row': (rows + 1, columns), b'column': (rows, columns + 1)}.get(line, (o.one, o.two)))
-        if line != b'resize' and width:
-            d[index if line == b'row' else (slice(None), index)] = self.buffer[:width]
+            index, kept[1 + axis] = ends[axis], kept[1 + axis] + 1
+            d.resize((index + 1, max(ends[1], width)) if axis == 0 else (max(ends[0], width), index + 1))
+        if width:
+            d[(index, slice(width)) if axis == 0 else (slice(width), index)] = self.buffer[:width]
 
 
 def operation(r):
     action, first = r.choices([*ACTIONS], ACTIONS.values())[0], r.randrange(50)
     one, two = r.choice(((70000, 1), (300, 200), (1, 9000))) if r.random() < .004 else r.choices(SIZES, k=2)
-    if action in ('resize', 'extend'):  # A row or column fits the values that its operation gets.
-        one, two = (min(one, 40), min(two * 3, 40)) if action == 'resize' else (min(one, 300), min(two, 300))
-    one, two = 1 if action == 'reopen' else one, max(two, 1) if action == 'texts' else two
-    count = 700 if action in LINES else max(one * two, 2 * one, 1)
+    one = min(one, 13000) if 'table' in action else one  # So many of the widest rows fit the buffer.
+    two = max(two, 1) if action == 'texts' else two
     text, mark = r.choice(TEXTS[:r.choice((7, 7, 7, 9))]), r.choice(NAMES)
     start, stride, steps = r.choice((0, 0, 1, 3)), r.choice((0, 1, 1, 2)), r.choice((0, 1, 2, 3, 5))
     if action == 'texts':
@@ -204,11 +235,11 @@ def operation(r):
         text, mark = bytes(r.choices(places, k=number)), bytes(r.sample(places, min(number, len(places))))
         one = r.choice((one, 13))
     kind = {**OPENS, **MAKES}.get(action, (3,))[-1]
+    name = r.choice(NAMES[kind:12:4] if r.random() < .7 else NAMES)
     return types.SimpleNamespace(
-        action=action, name=r.choice(NAMES[kind::4] if r.random() < .7 else NAMES), mark=mark, text=text,
-        type=r.randrange(1, 17), one=one, two=two, level=r.choice((0, 0, 4) if action == 'reopen' else (0, 0, 4, -1)),
-        below=int(r.random() < .3 and action != 'reopen'), start=start, stride=stride, steps=steps,
-        values=[float((first + i) % 101) for i in range(count)])
+        action=action, name=name, mark=mark, text=text, type=r.randrange(1, 17), one=one, two=two, first=first,
+        level=r.choice((0, 0, 4) if action == 'reopen' else (0, 0, 4, -1)), start=start, stride=stride, steps=steps,
+        below=int(r.random() < .3 and action != 'reopen' and b'/' not in name))
 
 
 def tidy(told):  # The order of a node's attributes depends on which of them were read anew from the file.
@@ -222,9 +253,9 @@ def failure(walker, operations):
     for o in operations:
         expected += [(o, tidy(plain(answer))) for answer in model.act(o)]
     model.file.close()
-    places = [[*ACTIONS].index(o.action) + {'move': o.type % 8, 'slab': 7 + o.type % 3}.get(o.action, 0)
-              for o in operations]
-    script = '\n'.join(json.dumps({**vars(o), 'action': i}, default=list) for o, i in zip(operations, places))
+    ways = [{'move': f' {o.type % 8}', 'slab': f' {o.type % 3}'}.get(o.action, '') for o in operations]
+    script = '\n'.join(json.dumps({**vars(o), 'action': o.action + way}, default=list)
+                       for o, way in zip(operations, ways))
     run = subprocess.run([walker, 'random.h5', 'play'], input=script.encode(), capture_output=True)
     told = [tidy(json.loads(line)) for line in run.stdout.splitlines()[:len(expected)]]
     for answer, (o, wanted) in itertools.zip_longest(told, expected):
@@ -257,11 +288,29 @@ def shorten(walker, operations):
 
 
 def sequence(seed, length):
-    r = random.Random(seed)
+    r, row = random.Random(seed), seed % 3
     operations = [operation(r) for _ in range(length + 2)]
-    vars(operations[0]).update(action='open', one=0, level=0, below=0)
-    vars(operations[-1]).update(action='reopen', one=1, level=0, below=0)
+    vars(operations[0]).update(action='open', level=0, below=0, row=row)
+    vars(operations[-1]).update(action='reopen', level=0, below=0)
+    for o in operations:
+        o.two = len(ROWS[row]) if o.action in ('open', 'reopen') else o.two
     return operations
+
+
+def many(seed):
+    """Moves many rows, in one block and in several, and elements."""
+    r, rows = random.Random(seed), 1600000 // ROWS[seed % 3].itemsize
+    moves = [dict(action='move', type=way, stride=19, steps=rows // 20, one=rows, beyond=beyond)
+             for way, beyond in itertools.product(range(8), (False, True))]
+    slabs = [dict(action='slab', type=way, stride=stride, steps=((1 << 18) - 2) // stride + 1, two=1)
+             for way, stride in itertools.product(range(3), (2, 511, 600))]
+    for fields in (dict(action='table', start=r.choice((rows, 2048)), one=rows), *moves, dict(action='delete'),
+                   dict(action='array', type=r.choice((5, 14, 14)), one=1 << 18, two=1), *slabs, dict(action='delete')):
+        o, first = operation(r), r.randrange(rows)
+        places = [(first + 77777 * i) % rows for i in range({1: rows, 6: rows - 60}.get(fields.get('type'), rows // 20))]
+        places[7] = rows if fields.get('beyond') else places[7]
+        vars(o).update({'text': places, 'mark': places, 'start': 1, **fields}, name=b'many', below=0)
+        yield o
 
 
 if __name__ == '__main__':
@@ -269,7 +318,8 @@ if __name__ == '__main__':
         os.chdir(folder)
         seeds = range(60 if os.environ.get('TARNWICKHDF_LONG_TESTS') else int(sys.argv[2]))
         for seed in seeds:
-            operations = sequence(seed, 1500)
+            operations = sequence(seed, int(sys.argv[3]))
+            operations[1:1] = many(seed)
             if failure(sys.argv[1], operations):
                 operations = shorten(sys.argv[1], operations)
                 sys.exit(f'seed {seed} fails {failure(sys.argv[1], operations)}\n' + '\n'.join(map(str, operations)))

@@ -10,11 +10,14 @@
 #include <execinfo.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <csignal>
+#include <cstring>
 #include <filesystem>
 #include <fstream>
 #include <functional>
 #include <iostream>
+#include <map>
 #include <numeric>
 #include <set>
 #include <sstream>
@@ -59,12 +62,24 @@ struct Tell
         return Each(texts.size(), [&](int i) { return Text(texts[size_t(i)]); });
     }
 
+    // Each value, or of many a sum in which none can change unseen, nor two change places.
+    static json Values(const std::vector<double>& values)
+    {
+        std::uint64_t sum = 0, bits = 0;
+        for (size_t i = 0; i < values.size(); ++i)
+        {
+            std::memcpy(&bits, &values[i], sizeof(bits));
+            sum += (2 * i + 1) * bits;
+        }
+        return values.size() < 1000 ? json(values) : json(sum);
+    }
+
     // A scalar counts as 0 elements and moves its one.
     static json Numbers(size_t one, size_t other, const std::function<void(double*)>& read)
     {
         constexpr size_t most = 1U << 20U;
         std::vector<double> values(one < most && other < most ? std::max<size_t>(one * other, 1) : 0);
-        return values.empty() ? json() : Try([&] { return read(values.data()), json(values); });
+        return values.empty() ? json() : Try([&] { return read(values.data()), Values(values); });
     }
 
     static json Attributes(const INode& node)
@@ -88,10 +103,12 @@ struct Tell
         const size_t length = array.GetLength(), width = array.GetComponents();
         const hid_t type = array.GetTypeID(), id = array.LocationID();
         Texts texts;
-        return {Attributes(array), array.GetType(), length, width,
-                array.GetType() >= TDataType::String
-                    ? Try([&] { return utils::ReadStringDataSet(texts, id, type, type, length, width), All(texts); })
-                    : Numbers(length, width, [&](double* to) { array.GetToBuffer(to, TDataType::Double); })};
+        const json bytes = Try([&] { return array.GetSizeInBytes(); });
+        const json cells =
+            array.GetType() >= TDataType::String
+                ? Try([&] { return utils::ReadStringDataSet(texts, id, type, type, length, width), All(texts); })
+                : Numbers(length, width, [&](double* to) { array.GetToBuffer(to, TDataType::Double); });
+        return {Attributes(array), array.GetType(), length, width, array.GetSize(), bytes, cells};
     }
 
     // Some rows or columns, and one behind the last.
@@ -105,13 +122,10 @@ struct Tell
     static json Of(IExtensibleArray2D& array)
     {
         const size_t rows = array.GetNumberOfRows(), columns = array.GetNumberOfColumns();
+        const json bytes = Try([&] { return array.GetSizeInBytes(); });
         const json some = Lines(array, &IExtensibleArray2D::ReadRowToBuffer, std::min<size_t>(rows, 9), columns);
-        return {Attributes(array),
-                array.GetType(),
-                rows,
-                columns,
-                some,
-                Lines(array, &IExtensibleArray2D::ReadColumnToBuffer, std::min<size_t>(columns, 2), rows)};
+        const json others = Lines(array, &IExtensibleArray2D::ReadColumnToBuffer, std::min<size_t>(columns, 2), rows);
+        return {Attributes(array), array.GetType(), rows, columns, bytes, some, others};
     }
 
     static json Of(const ITable& table)
@@ -152,13 +166,9 @@ struct Tell
         {
             return;
         }
-        out << json{Text(path),
-                    Of(group),
-                    Try([&] { return Names(group.ListGroups()); }),
-                    Names(group.ListArrays()),
-                    Names(group.ListExtensibleArrays2D()),
-                    Names(group.ListTables())}
-            << "\n";
+        const json told = Of(group), groups = Try([&] { return Names(group.ListGroups()); });
+        const json arrays = Names(group.ListArrays()), extensible = Names(group.ListExtensibleArrays2D());
+        out << json{Text(path), told, groups, arrays, extensible, Names(group.ListTables())} << "\n";
         for (int i = 0; i < static_cast<int>(group.GetNumberOfChildren()); ++i)
         {
             const std::string name = group.GetChildName(i);
@@ -201,7 +211,7 @@ void TellAll(const std::string& path)
 // Plays operations on a file. What works on an open data set does so through a copy that lives on.
 struct Play
 {
-    static std::string Bytes(const std::vector<unsigned char>& bytes) { return {bytes.begin(), bytes.end()}; }
+    static std::string Bytes(const std::vector<hsize_t>& bytes) { return {bytes.begin(), bytes.end()}; }
 
     template <typename Node>
     static Node& Copy(boost::shared_ptr<Node>& copy, const boost::shared_ptr<Node>& node)
@@ -211,85 +221,117 @@ struct Play
     }
 
     IArray& Array() { return Copy(array, at->GetArray(name)); }
-    IExtensibleArray2D& Extensible() { return Copy(extensible, at->GetExtensibleArray2D(name)); }
     ITable& Table() { return Copy(table, at->GetTable(name)); }
     INode& Node() { return at->HasGroup(name) ? Copy(group, at->GetGroup(name)) : static_cast<INode&>(Array()); }
+
+    // From 2 on a handle that hasn't seen what others did since it was opened.
+    IExtensibleArray2D& Extensible(int which)
+    {
+        boost::shared_ptr<IExtensibleArray2D>& kept = extensible[which % 2];
+        return which > 1 && kept ? *kept : Copy(kept, at->GetExtensibleArray2D(name));
+    }
+
+    void Close()
+    {
+        at.reset(), file.reset();
+        for (const INode* const copy : std::initializer_list<const INode*>{group.get(), array.get(), table.get(),
+                                                                           extensible[0].get(), extensible[1].get()})
+        {
+            copy != nullptr&& H5Iis_valid(copy->LocationID()) > 0 ? throw std::logic_error("a copy is open") : 0;
+        }
+        extensible[0].reset(), extensible[1].reset();
+    }
+
+    void Open(const std::string& mode, int level, int columns)
+    {
+        file = IFile::Open(path, mode, level);
+        const hid_t number = columns == 1 ? H5T_NATIVE_FLOAT : H5T_NATIVE_DOUBLE;
+        rowType.reset(H5Tcreate(H5T_COMPOUND, static_cast<size_t>(columns) * H5Tget_size(number)));
+        for (int i = 0; i < columns; ++i)
+        {
+            H5Tinsert(rowType.get(), std::string(1, char('a' + i)).c_str(), size_t(i) * H5Tget_size(number), number);
+        }
+    }
 
     json Act(const json& operation)
     {
         using TDataType::Double;
         using TDataType::String;
         name = Bytes(operation["name"]);
-        at = !file                     ? nullptr
-             : operation["below"] == 0 ? file->GetRoot()
-                                       : file->GetRoot()->CreateGroup("below/" + name);
-        const std::string mark = Bytes(operation["mark"]);
-        std::string text = Bytes(operation["text"]);
+        at = file ? file->GetRoot() : nullptr;
+        at = operation["below"] == 0 ? at : at->CreateGroup("below/" + name);
+        const std::vector<hsize_t> some = operation["text"], others = operation["mark"];
+        const std::string mark = Bytes(others);
+        std::string text = Bytes(some);
         const int kind = operation["type"], level = operation["level"], one = operation["one"], two = operation["two"];
         const int start = operation["start"], stride = operation["stride"], count = operation["steps"];
         const auto type = static_cast<TDataType::TDataType>(kind);
         const hid_t row = rowType.get();
-        const size_t action = operation["action"];
-        const bool moves = action > 20;
-        std::vector<double> values = operation["values"];
-        values.resize(moves ? size_t{1} << 18U : values.size());
+        std::vector<double> values(size_t{1} << 18U);
+        std::iota(values.begin(), values.end(), operation["first"].get<double>());
         double* const v = values.data();
-        const std::vector<hsize_t> some(text.begin(), text.end()), others(mark.begin(), mark.end());
         std::vector<hsize_t> turned(static_cast<size_t>(one));
         std::iota(turned.rbegin(), turned.rend(), 0U);
         size_t starts[] = {size_t(start), 0}, strides[] = {size_t(stride), 1}, counts[] = {size_t(count), size_t(two)};
+        std::vector<double> converted = values;
         const auto typed = [&]
         {
-            return H5Tconvert(H5T_NATIVE_DOUBLE, INode::DataTypeToHDFType(type), size_t(one * two), v, nullptr, 0), v;
+            const hid_t to = INode::DataTypeToHDFType(type);
+            H5Tconvert(H5T_NATIVE_DOUBLE, to, size_t(one * two), converted.data(), nullptr, 0);
+            return converted.data();
         };
-        const std::function<void()> actions[] = {
-            [&] { file = IFile::Open(path, one == 0 ? "w" : "r+", level); },
-            [&] { at.reset(), file.reset(), TellAll(path), file = IFile::Open(path, "r+", level); },
-            [&] { at->CreateGroup(name); },
-            [&] { at->CreateArrayFromBuffer(name, typed(), type, one, two); },
-            [&] { at->CreateArrayFromBuffer(name, text.data(), String, one, two); },
-            [&] { at->CreateExtensibleArray2D(name, type, one, two, 3, 2, level); },
-            [&] { Extensible().AppendRowFromBuffer(v, Double); },
-            [&] { Extensible().AppendColumnFromBuffer(v, Double); },
-            [&] { Extensible().Resize(one, two); },
-            [&] { at->CreateTableFromBuffer(name, v, one, row, level, -1, start); },
-            [&] { at->CreateTable(name, row); },
-            [&] { at->CreateTable(name, one, row, level); },
-            [&] { at->CreateTableFromSelection(name, v, one, turned, row, level, -1, 0); },
-            [&] { at->DelGroup(name); },
-            [&] { Node().SetAttr(mark, text); },
-            [&] { Node().DelAttr(mark); },
-            [&] { Extensible().WriteRowFromBuffer(one, v, Double); },
-            [&] { Extensible().WriteColumnFromBuffer(two, v, Double); },
-            [&] { file->SetEncoding(type % 2 == 0 ? H5T_CSET_UTF8 : H5T_CSET_ASCII); },
-            [&] { Array().SetFromBuffer(typed(), type, one, two); },
-            [&] { Table().SetFromBuffer(v, one, -1, level); },
-            [&] { Table().GetToBuffer(v, -1); },
-            [&] { Table().GetToSelection(v, one, row, others); },
-            [&] { Table().GetFromHyperslab(v, start, stride, count, row); },
-            [&] { Table().GetFromSelection(v, 0, some); },
-            [&] { Table().GetFromToSelection(v, one, -1, some, others); },
-            [&] { Table().GetFromHyperslabToSelection(v, one, row, start, others); },
-            [&] { Table().SetToHyperslabFromSelection(v, one, row, start, some); },
-            [&] { Table().SetFromSelection(v, one, some, -1, level, 0); },
-            [&] { Array().GetFromHyperslab(v, start, stride, count, Double); },
-            [&] { Array().GetToMemoryHyperslab(v, start, stride, count, Double); },
-            [&]
-            {
-                Array().GetFromHyperslab(v, count * two, 1 + kind / 3 % 3, starts, strides, counts, Double);
-            }};
-        const json words = Try([&] { return actions[action](), json(); });
-        values.resize(40);
-        return {words, moves ? json(values) : json(), Tell::Child(at ? *at : *file->GetRoot(), name)};
+        // clang-format off
+        const std::map<std::string, std::function<void()>> actions = {
+            {"open", [&] { Open("w", level, two); }},
+            {"reopen", [&] { Close(), TellAll(path), Open("r+", level, two); }},
+            {"group", [&] { at->CreateGroup(name); }},
+            {"array", [&] { at->CreateArrayFromBuffer(name, typed(), type, one, two); }},
+            {"texts", [&] { at->CreateArrayFromBuffer(name, text.data(), String, one, two); }},
+            {"extend", [&] { at->CreateExtensibleArray2D(name, type, one, two, 3, 2, level); }},
+            {"row", [&] { Extensible(start).AppendRowFromBuffer(v, Double); }},
+            {"column", [&] { Extensible(start).AppendColumnFromBuffer(v, Double); }},
+            {"resize", [&] { Extensible(start).Resize(one, two); }},
+            {"table", [&] { at->CreateTableFromBuffer(name, v, one, row, level, -1, start); }},
+            {"empty table", [&] { at->CreateTable(name, row); }},
+            {"blank table", [&] { at->CreateTable(name, one, row, level); }},
+            {"turned table", [&] { at->CreateTableFromSelection(name, v, one, turned, row, level, -1, 0); }},
+            {"delete", [&] { at->DelGroup(name); }},
+            {"mark", [&] { Node().SetAttr(mark, text); }},
+            {"unmark", [&] { Node().DelAttr(mark); }},
+            {"put row", [&] { Extensible(start).WriteRowFromBuffer(one, v, Double); }},
+            {"put column", [&] { Extensible(start).WriteColumnFromBuffer(two, v, Double); }},
+            {"encode", [&] { file->SetEncoding(type % 2 == 0 ? H5T_CSET_UTF8 : H5T_CSET_ASCII); }},
+            {"new array", [&] { Copy(array, at->CreateArray(name, type, 0)).SetFromBuffer(typed(), type, one, two);
+                array->GetToBuffer(v, Double); }},
+            {"set", [&] { Array().SetFromBuffer(typed(), type, one, two), array->GetToBuffer(v, Double); }},
+            {"set table", [&] { const hid_t own = Table().GetCompoundTypeID();
+                table->SetFromBuffer(v, one, start == 0 ? -1 : start == 1 ? row : own, level);
+                table->GetToBuffer(v, -1); }},
+            {"move 0", [&] { Table().GetToBuffer(v, -1); }},
+            {"move 1", [&] { Table().GetToSelection(v, one, row, others); }},
+            {"move 2", [&] { Table().GetFromHyperslab(v, start, stride, count, row); }},
+            {"move 3", [&] { Table().GetFromSelection(v, 0, some); }},
+            {"move 4", [&] { Table().GetFromToSelection(v, one, -1, some, others); }},
+            {"move 5", [&] { Table().GetFromHyperslabToSelection(v, one, row, start, others); }},
+            {"move 6", [&] { Table().SetToHyperslabFromSelection(v, one, row, start, some); }},
+            {"move 7", [&] { Table().SetFromSelection(v, one, some, -1, level, 0); }},
+            {"slab 0", [&] { Array().GetFromHyperslab(v, start, stride, count, Double); }},
+            {"slab 1", [&] { Array().GetToMemoryHyperslab(v, start, stride, count, Double); }},
+            {"slab 2", [&] { Array().GetFromHyperslab(v, count * two, 1 + kind / 3 % 3, starts, strides, counts,
+                Double); }},
+        };
+        // clang-format on
+        const json words = Try([&] { return actions.at(operation["action"])(), json(); });
+        return {words, Tell::Values(values), Tell::Child(at ? *at : *file->GetRoot(), name)};
     }
 
     std::string path, name;
     boost::shared_ptr<IGroup> at;
-    ScopedType rowType{H5Tcreate(H5T_COMPOUND, 2 * sizeof(double))};
+    ScopedType rowType;
     boost::shared_ptr<IFile> file;
     boost::shared_ptr<IGroup> group;
     boost::shared_ptr<IArray> array;
-    boost::shared_ptr<IExtensibleArray2D> extensible;
+    boost::shared_ptr<IExtensibleArray2D> extensible[2];
     boost::shared_ptr<ITable> table;
 };
 
@@ -318,8 +360,6 @@ int main(int argc, char** argv)
     {
         Play play;
         play.path = argv[1];
-        H5Tinsert(play.rowType.get(), "a", 0, H5T_NATIVE_DOUBLE);
-        H5Tinsert(play.rowType.get(), "b", sizeof(double), H5T_NATIVE_DOUBLE);
         for (std::string line; std::getline(std::cin, line);)
         {
             std::cout << play.Act(json::parse(line)) << "\n";
