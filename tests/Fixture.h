@@ -11,9 +11,9 @@
 #include <algorithm>
 #include <array>
 #include <filesystem>
+#include <fstream>
 #include <functional>
-#include <map>
-#include <numeric>
+#include <regex>
 #include <sstream>
 
 #include <unistd.h>
@@ -118,11 +118,6 @@ inline std::string ContentOf(hid_t dataSet, hid_t memoryType = H5T_NATIVE_INT)
     std::vector<int> cells(static_cast<size_t>(std::max<hssize_t>(H5Sget_simple_extent_npoints(space.get()), 0)));
     H5Dread(dataSet, memoryType, H5S_ALL, H5S_ALL, H5P_DEFAULT, cells.data());
     return text + ":" + Joined(cells);
-}
-
-inline std::string ContentOf(const IGroup& group, const std::string& name, hid_t memoryType = H5T_NATIVE_INT)
-{
-    return ContentOf(ScopedDataSet(H5Dopen1(group.LocationID(), name.c_str())).get(), memoryType);
 }
 
 } // namespace tarnwick::hdf::tests

@@ -4,8 +4,6 @@
 
 #include <tarnwick/tarnwick.h>
 
-#include <regex>
-
 namespace tarnwick::hdf::tests
 {
 
@@ -29,20 +27,6 @@ TEST_F(Base, OnlyResultsBelowZeroFailAndTheTracebackBeginsAtTheCall)
     H5Eclear1();
     EXPECT_EQ(FailureOf([] { CheckResult(-(1LL << 40U), "a ", "name", "'"); }), "a name':\n");
     EXPECT_EQ(FailureOf([] { CheckResult(0, "rule"), CheckResult(0xFFFFFFFFLL, "rule"), GarbageCollect(); }), "");
-}
-
-TEST_F(Base, EachElementTypeHasTheSizeOfWhatHdf5MovesForIt)
-{
-    for (int value = -1; value < 20; ++value)
-    {
-        const auto type = static_cast<TDataType::TDataType>(value);
-        const bool known = value > 0 && value < 18;
-        size_t size = 1;
-        EXPECT_EQ(WordsOf([&] { size = H5Tget_size(INode::DataTypeToHDFType(type)); }),
-                  known ? "" : "invalid TDataType:");
-        EXPECT_EQ(FailureOf([&] { EXPECT_EQ(INode::GetDataTypeSize(type), size) << value; }),
-                  known && value < 17 ? "" : "unknown datatype!");
-    }
 }
 
 } // namespace tarnwick::hdf::tests

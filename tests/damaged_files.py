@@ -1,6 +1,6 @@
 """Walks damaged files: each walk ends, with or without an exception, and what crashes does so inside HDF5.
 Usage: damaged_files.py WALKER HUNDREDS"""
-import collections, glob, multiprocessing.pool, os, random, re, shutil, subprocess, sys, tempfile
+import collections, glob, multiprocessing.pool, os, random, re, shutil, subprocess, sys, tempfile, threading
 from foreign_files import SHIPPED, make
 from random_files import failure, sequence
 
@@ -19,13 +19,7 @@ def run_on(name, *tool):
 
 
 def walk(seed):
-    name = f'damaged {seed}'
-    end = walk_damaged(random.Random(seed), name)
-    os.remove(name)
-    return end
-
-
-def walk_damaged(r, name):
+    r, name = random.Random(seed), f'damaged {threading.get_ident()}'
     with open(r.choice(FILES), 'rb') as f, open(name, 'wb') as g:
         g.write(damage(r, f.read()))
     run = run_on(name, 'prlimit', '--cpu=10:20', *MEMORY)

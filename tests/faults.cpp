@@ -3,13 +3,9 @@
 
 #include "Fixture.h"
 
-#include <tarnwickhdf/utils.h>
-
 #include <cstring>
-#include <fstream>
 #include <iostream>
 #include <new>
-#include <regex>
 
 #include <dlfcn.h>
 
@@ -94,7 +90,7 @@ namespace tarnwick::hdf::tests
 namespace
 {
 
-using T = TDataType::TDataType;
+using namespace TDataType;
 const std::string path = "run/file.h5", newPath = "run/new.h5";
 const Dims rows = {0, 2};
 const hid_t kInt = H5T_NATIVE_INT;
@@ -117,12 +113,12 @@ void MakeFile(const std::string& name)
     const ScopedAttribute vlen(H5Acreate1(g->LocationID(), "vlen", text.get(), scalar.get(), H5P_DEFAULT));
     H5Awrite(vlen.get(), text.get(), items);
     const ScopedAttribute number(H5Acreate1(g->LocationID(), "number", kInt, scalar.get(), H5P_DEFAULT));
-    g->CreateArrayFromBuffer("a", numbers, T::Int, 4, 1);
-    g->CreateArrayFromBuffer("m", numbers, T::Int, 3, 2);
-    g->CreateArrayFromBuffer("s", numbers, T::String, 3, 4);
-    g->CreateExtensibleArray2D("e", T::Int, 0, 3, 2, 3, 1)->AppendRowFromBuffer(numbers, T::Int);
-    g->GetExtensibleArray2D("e")->AppendRowFromBuffer(numbers, T::Int);
-    g->CreateExtensibleArray2D("big", T::Int, 0, 512, 1024, 512, 1);
+    g->CreateArrayFromBuffer("a", numbers, Int, 4, 1);
+    g->CreateArrayFromBuffer("m", numbers, Int, 3, 2);
+    g->CreateArrayFromBuffer("s", numbers, String, 3, 4);
+    g->CreateExtensibleArray2D("e", Int, 0, 3, 2, 3, 1)->AppendRowFromBuffer(numbers, Int);
+    g->GetExtensibleArray2D("e")->AppendRowFromBuffer(numbers, Int);
+    g->CreateExtensibleArray2D("big", Int, 0, 512, 1024, 512, 1);
     g->CreateTableFromBuffer("t", numbers, 3, row.get(), 0, -1, 0);
     g->CreateTableFromBuffer("w", items, 2, one.get(), 0, -1, 0);
     g->CreateTable("large", 300, row.get(), 0);
@@ -183,14 +179,13 @@ struct Case
             << g->GetNumberOfChildren() << g->GetNumberOfGroups(); }},
         {"has.array", [&] { answer << g->HasGroup("sub/sub") << g->HasArray("a") << g->HasTable("a"); }},
         {"has.extensible", [&] { answer << g->HasExtensibleArray2D("e"); }},
-        {"create.array.new", [&] { g->CreateArray("new", T::Int, 0); }},
-        {"create.array.again", [&] { g->CreateArray("a", T::Int, 0); }},
-        {"create.buffer.new", [&] { g->SetDefaultCompression(6);
-            g->CreateArrayFromBuffer("new", ints, T::Int, 3, 4); }},
-        {"create.buffer.text", [&] { g->CreateArrayFromBuffer("new", ints, T::String, 3, 4); }},
-        {"create.buffer.again", [&] { g->CreateArrayFromBuffer("a", ints, T::Int, 4, 1); }},
-        {"create.buffer.shape", [&] { g->CreateArrayFromBuffer("a", ints, T::Int, 4, 3); }},
-        {"create.extensible", [&] { g->CreateExtensibleArray2D("new", T::Int, 0, 9, 4, 9, 1); }},
+        {"create.array.new", [&] { g->CreateArray("new", Int, 0); }},
+        {"create.array.again", [&] { g->CreateArray("a", Int, 0); }},
+        {"create.buffer.new", [&] { g->SetDefaultCompression(6); g->CreateArrayFromBuffer("new", ints, Int, 3, 4); }},
+        {"create.buffer.text", [&] { g->CreateArrayFromBuffer("new", ints, String, 3, 4); }},
+        {"create.buffer.again", [&] { g->CreateArrayFromBuffer("a", ints, Int, 4, 1); }},
+        {"create.buffer.shape", [&] { g->CreateArrayFromBuffer("a", ints, Int, 4, 3); }},
+        {"create.extensible", [&] { g->CreateExtensibleArray2D("new", Int, 0, 9, 4, 9, 1); }},
         {"create.table.empty", [&] { answer << g->CreateTable("new", row.get())->GetColumnDataType(1); }},
         {"create.table", [&] { answer << g->CreateTable("new", 4, row.get(), 6)->GetColumnDataType(1); }},
         {"create.rows.new", [&] { g->CreateTableFromBuffer("new", ints, 4, row.get(), 0, -1, 2); }},
@@ -201,21 +196,20 @@ struct Case
         {"get.extensible", [&] { answer << g->GetExtensibleArray2D("big")->GetNumberOfColumns(); }},
         {"get.table", [&] { answer << g->GetTable("t")->GetColumnDataType(1) << t->GetColumnName(1); }},
         {"array.reopen", [&] { a->ReOpen(g->LocationID(), "a"); }},
-        {"array.set.same", [&] { a->SetFromBuffer(ints, T::Undefined, 4, 1); }},
-        {"array.set.text", [&] { s->SetFromBuffer(ints, T::Undefined, 3, 4); }},
-        {"array.set.shape", [&] { a->SetFromBuffer(ints, T::Int, 4, 3); }},
-        {"array.read", [&] { a->GetToBuffer(ints, T::Undefined), s->GetToBuffer(ints, T::Undefined); }},
+        {"array.set.same", [&] { a->SetFromBuffer(ints, Undefined, 4, 1); }},
+        {"array.set.text", [&] { s->SetFromBuffer(ints, Undefined, 3, 4); }},
+        {"array.set.shape", [&] { a->SetFromBuffer(ints, Int, 4, 3); }},
+        {"array.read", [&] { a->GetToBuffer(ints, Undefined), s->GetToBuffer(ints, Undefined); }},
         {"array.slab", [&] { size_t size[] = {2, 1}, start[] = {0, 1}, stride[] = {1, 1};
-            a->GetFromHyperslab(ints + 4, 0, 2, 2, T::Int);
-            m->GetFromHyperslab(ints, 2, 2, start, stride, size, T::Int); }},
-        {"array.spread", [&] { a->GetToMemoryHyperslab(ints, 1, 2, 4, T::Int); }},
+            a->GetFromHyperslab(ints + 4, 0, 2, 2, Int);
+            m->GetFromHyperslab(ints, 2, 2, start, stride, size, Int); }},
+        {"array.spread", [&] { a->GetToMemoryHyperslab(ints, 1, 2, 4, Int); }},
         {"array.strings", [&] { const hid_t type = s->GetTypeID();
             utils::ReadStringDataSet(strings, s->LocationID(), type, type, 3, 4); }},
         {"extensible.resize", [&] { const bool ok = e->Resize(4, 3) == 0; EXPECT_EQ(ok, e->GetNumberOfRows() == 4); }},
-        {"extensible.append", [&] { e->AppendRowFromBuffer(ints, T::Int), e->AppendColumnFromBuffer(ints, T::Int); }},
-        {"extensible.read", [&] { e->ReadRowToBuffer(1, ints, T::Int), e->ReadColumnToBuffer(1, ints + 4, T::Int); }},
-        {"extensible.write", [&] { e->WriteRowFromBuffer(1, ints, T::Int);
-            e->WriteColumnFromBuffer(1, ints, T::Int); }},
+        {"extensible.append", [&] { e->AppendRowFromBuffer(ints, Int), e->AppendColumnFromBuffer(ints, Int); }},
+        {"extensible.read", [&] { e->ReadRowToBuffer(1, ints, Int), e->ReadColumnToBuffer(1, ints + 4, Int); }},
+        {"extensible.write", [&] { e->WriteRowFromBuffer(1, ints, Int); e->WriteColumnFromBuffer(1, ints, Int); }},
         {"table.reopen", [&] { t->ReOpen(g->LocationID(), "t"); }},
         {"table.set.same", [&] { t->SetFromBuffer(ints, 3, -1, 0); }},
         {"table.set.all", [&] { t->SetFromBuffer(ints, 4, row.get(), 6); }},
@@ -280,9 +274,7 @@ std::string TextOf(const std::function<void()>& operation, Outcome* log)
 Outcome RunWith(size_t index, const Plan& faults)
 {
     std::filesystem::remove_all("run");
-    std::filesystem::create_directory("run");
-    std::filesystem::copy_file("file.h5", path);
-    std::filesystem::copy_file("file.h5", newPath);
+    std::filesystem::copy("files", "run");
     const IdCounts before = IdCounts::Now();
     Outcome outcome;
     {
@@ -314,7 +306,9 @@ struct Faults : HdfTest
     Faults()
     {
         std::filesystem::current_path(Path(""));
-        MakeFile("file.h5");
+        std::filesystem::create_directory("files");
+        MakeFile("files/file.h5");
+        std::filesystem::copy_file("files/file.h5", "files/new.h5");
         std::cout.setstate(std::ios::failbit);
         untouched = RunWith(0, {}).contents;
     }

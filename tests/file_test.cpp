@@ -1,8 +1,6 @@
 #include "Fixture.h"
 
 #include <climits>
-#include <fstream>
-#include <iterator>
 
 namespace tarnwick::hdf::tests
 {

@@ -1,7 +1,5 @@
 #include "Fixture.h"
 
-#include <regex>
-
 namespace tarnwick::hdf::tests
 {
 

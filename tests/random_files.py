@@ -7,7 +7,7 @@ from h5py import h5a, h5d, h5p, h5s, h5t
 from foreign_files import INF, NUMBERS, child, compare, plain, string, values_of, walk
 
 # How often each operation is made; the last two have eight and three ways.
-ACTIONS = {'open': 0, 'reopen': 1, 'group': 2, 'array': 12, 'texts': 5, 'extend': 4, 'row': 8, 'column': 6, 'resize': 5,
+ACTIONS = {'open': 0, 'kill': 0, 'reopen': 1, 'group': 2, 'array': 12, 'texts': 5, 'extend': 4, 'row': 8, 'column': 6, 'resize': 5,
            'table': 6, 'empty table': 1, 'blank table': 1, 'turned table': 2, 'delete': 3, 'mark': 10, 'unmark': 2,
            'put row': 3, 'put column': 3, 'encode': 2, 'new array': 4, 'set': 3, 'set table': 4, 'move': 30, 'slab': 20}
 NAMES = [b'a', 'Zürich'.encode(), b'a b', b'"', b'\\', b'new\nline', b'..', b'\1', b'\xff\xfe', b'%s', b'x' * 99,
@@ -251,7 +251,7 @@ def tidy(told):  # The order of a node's attributes depends on which of them wer
 def failure(walker, operations):
     model, expected = Model(), []
     for o in operations:
-        expected += [(o, tidy(plain(answer))) for answer in model.act(o)]
+        expected += [(o, tidy(plain(answer))) for answer in model.act(o)] if o.action != 'kill' else []
     model.file.close()
     ways = [{'move': f' {o.type % 8}', 'slab': f' {o.type % 3}'}.get(o.action, '') for o in operations]
     script = '\n'.join(json.dumps({**vars(o), 'action': o.action + way}, default=list)
@@ -261,8 +261,8 @@ def failure(walker, operations):
     for answer, (o, wanted) in itertools.zip_longest(told, expected):
         if answer != wanted:
             return f'at {o!s:.300}\n told     {answer!s:.900}\n expected {wanted!s:.900}\n {run.stderr.decode()}'
-    if run.stderr:
-        return run.stderr.decode()
+    if run.stderr or run.returncode != (-9 if operations[-1].action == 'kill' else 0):
+        return f'status {run.returncode} {run.stderr.decode()}'
     try:
         compare(walker, 'random.h5')
     except AssertionError as difference:
@@ -291,7 +291,7 @@ def sequence(seed, length):
     r, row = random.Random(seed), seed % 3
     operations = [operation(r) for _ in range(length + 2)]
     vars(operations[0]).update(action='open', level=0, below=0, row=row)
-    vars(operations[-1]).update(action='reopen', level=0, below=0)
+    vars(operations[-1]).update(action='kill' if seed % 2 else 'reopen', level=0, below=0)
     for o in operations:
         o.two = len(ROWS[row]) if o.action in ('open', 'reopen') else o.two
     return operations

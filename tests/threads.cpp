@@ -1,8 +1,7 @@
 #include "Fixture.h"
 
-#include <atomic>
 #include <chrono>
-#include <fstream>
+#include <future>
 #include <thread>
 
 namespace tarnwick::hdf::tests
@@ -15,16 +14,15 @@ using Threads = HdfTest;
 TEST_F(Threads, TheFirstTypeTranslationsOfTwoThreadsDontWaitForEachOther)
 {
     std::thread other;
-    const hid_t list = H5Pcreate(H5P_FILE_ACCESS);
+    const ScopedPropertyList list(H5Pcreate(H5P_FILE_ACCESS));
     const auto translate = [](hid_t, const char*, void* data)
     {
         *static_cast<std::thread*>(data) = std::thread([] { INode::DataTypeToHDFType(TDataType::Double); });
         std::this_thread::sleep_for(std::chrono::milliseconds(100));
         return static_cast<herr_t>(INode::DataTypeToHDFType(TDataType::Int) > 0);
     };
-    EXPECT_EQ(H5Piterate(list, nullptr, translate, &other), 1);
+    EXPECT_EQ(H5Piterate(list.get(), nullptr, translate, &other), 1);
     other.join();
-    H5Pclose(list);
 }
 
 void UseAFile(const std::string& path)
@@ -47,13 +45,12 @@ TEST_F(Threads, EightUseAFileEachUnderOneTrackerWhileANinthSamples)
 {
     const boost::shared_ptr<MemoryLoggerFileTracker> tracker(new MemoryLoggerFileTracker);
     IFile::InstallGlobalFileTracker(tracker);
-    std::atomic<int> atWork{8};
-    std::vector<std::thread> threads;
+    std::vector<std::future<void>> uses;
     for (int i = 0; i < 8; ++i)
     {
-        threads.emplace_back([&, i] { UseAFile(Path(std::to_string(i))), --atWork; });
+        uses.push_back(std::async(std::launch::async, UseAFile, Path(std::to_string(i))));
     }
-    while (atWork > 0)
+    while (uses.back().wait_for(std::chrono::seconds(0)) != std::future_status::ready)
     {
         try
         {
@@ -64,7 +61,7 @@ TEST_F(Threads, EightUseAFileEachUnderOneTrackerWhileANinthSamples)
             EXPECT_STREQ(closing.what(), "Couldn't retrieve file name");
         }
     }
-    std::for_each(threads.begin(), threads.end(), [](std::thread& thread) { thread.join(); });
+    std::for_each(uses.begin(), uses.end(), [](std::future<void>& use) { use.get(); });
     tracker->AppendToMemoryLog(2, Path("memory.log"));
     std::string last;
     for (std::ifstream lines(Path("memory.log")); last.find("{\"index\":2") != 0 && std::getline(lines, last);)

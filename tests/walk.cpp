@@ -284,6 +284,7 @@ struct Play
         const std::map<std::string, std::function<void()>> actions = {
             {"open", [&] { Open("w", level, two); }},
             {"reopen", [&] { Close(), TellAll(path), Open("r+", level, two); }},
+            {"kill", [&] { std::cout.flush(), at->Flush(), at->CreateGroup("lost"), raise(SIGKILL); }},
             {"group", [&] { at->CreateGroup(name); }},
             {"array", [&] { at->CreateArrayFromBuffer(name, typed(), type, one, two); }},
             {"texts", [&] { at->CreateArrayFromBuffer(name, text.data(), String, one, two); }},
