@@ -50,6 +50,7 @@ TEST_F(DataSets, RefuseWhatDoesNotFitOrMayNotBeWrittenAndLoseNothing)
     const auto table = root->CreateTable("t", row);
     EXPECT_EQ(std::string(IArray::CreateBufferFromStringVector({"ab", "c"}, 1).get(), 2), "ac");
     EXPECT_EQ(std::string(IArray::CreateBufferFromStringVector({"ab", "c"}, 3).get(), 6), std::string("ab\0c\0\0", 6));
+    EXPECT_EQ(INode::GetDataTypeSize(Long), H5Tget_size(INode::DataTypeToHDFType(Long)));
     EXPECT_EQ(WordsOf([&] { root->CreateArray("e", String, 0)->SetFromBuffer(nullptr, String, 0, 0); }), "");
     EXPECT_THROW(strings->ReOpen(root->LocationID(), "no"), std::runtime_error);
     ExpectWords(

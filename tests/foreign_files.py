@@ -19,9 +19,11 @@ def as_utf8(text, t):
     return text.decode('latin-1').encode() if t.get_cset() == h5t.CSET_ASCII else text
 
 
-def member_type(t, name):
-    compound = h5t.create(h5t.COMPOUND, t.get_size())
-    compound.insert(name, 0, t)
+def row_of(members):
+    sizes = [t.get_size() for t in members.values()]
+    compound = h5t.create(h5t.COMPOUND, sum(sizes))
+    for i, (name, t) in enumerate(members.items()):
+        compound.insert(name, sum(sizes[:i]), t)
     return compound
 
 
@@ -61,7 +63,7 @@ def texts(d, t, count, column=None):
         return b'!could not detect charset from dataset'
     item = t.dtype if t.is_variable_str() else f'V{t.get_size()}'
     item = np.dtype([(column.decode(), item)] if column else item)
-    mtype = h5t.py_create(item) if t.is_variable_str() else member_type(t, column) if column else t
+    mtype = h5t.py_create(item) if t.is_variable_str() else row_of({column: t}) if column else t
     try:
         strings = read(d, np.zeros(d.get_space().get_simple_extent_npoints(), item), mtype)
     except (OSError, ValueError):  # Python has no room for the largest either.
@@ -115,18 +117,17 @@ def extensible(d, t, dims, limits, name):
     if len(dims) != 2:
         return b'!dimension for ExtensibleArray did not return 2 as expected.'
     rows, columns = dims
-    values = numbers(d, value, name, rows * columns, lambda values: values)
+    cells = numbers(d, value, name, rows * columns, lambda values: values[:rows * columns].reshape(dims))
 
-    def line(axis, index, start, step, end):
+    def line(axis, index):
         if index == dims[axis]:
             return b'!Invalid %s index: %d (%d rows x %d columns)' % ((b'row', b'column')[axis], index, *dims)
-        if isinstance(values, bytes):
+        if isinstance(cells, bytes):
             return b'!error during io operation for ExtensibleArray2D dataset'
-        return values_of(values[start:end:step]) if rows and columns else [0.0]
+        return values_of(cells.take(index, axis)) if cells.size else [0.0]
 
     return attributes(d), value, rows, columns, size_of(value, rows * columns), \
-        [line(0, i, i * columns, 1, (i + 1) * columns) for i in range(min(rows, 9) + 1)], \
-        [line(1, i, i, columns or 1, None) for i in range(min(columns, 2) + 1)]
+        [line(0, i) for i in range(min(rows, 9) + 1)], [line(1, i) for i in range(min(columns, 2) + 1)]
 
 
 def table(d, t, dims, limits, name):
@@ -139,7 +140,7 @@ def table(d, t, dims, limits, name):
             return b'!invalid HDF type'
         columns.append((column, value_of(member),
                         texts(d, member, rows, column) if value_of(member) == 17 else b'!not a string array',
-                        numbers(d, value_of(member), name, rows, mtype=member_type(h5t.NATIVE_DOUBLE, column))))
+                        numbers(d, value_of(member), name, rows, mtype=row_of({column: h5t.NATIVE_DOUBLE}))))
     return attributes(d), rows, columns
 
 
@@ -203,13 +204,6 @@ def string(size, cset=0, pad=1):
     return t
 
 
-def row_of(members):
-    compound = h5t.create(h5t.COMPOUND, sum(t.get_size() for t in members.values()))
-    for i, (name, t) in enumerate(members.items()):
-        compound.insert(name.encode(), sum(t.get_size() for t in [*members.values()][:i]), t)
-    return compound
-
-
 INT, ROW = h5t.STD_I32LE, [('a', 'i4'), ('b', 'S6'), ('c', 'f8')]
 ALL = [('a', ROW), ('b', 'i4', (2,)), ('c', h5py.vlen_dtype('i4')), ('d', h5py.string_dtype()), ('e', 'u1')]
 NUMPY = {**{d: d for d in 'i1 u1 i2 u2 i4 u4 i8 u8 f4 f8 >i2 >i8 >f4 >f8 f2 g c8 2i4 V5 ?'.split()}, 'row': ROW,
@@ -219,8 +213,8 @@ TYPES = {**{name: h5t.py_create(np.dtype(d), True) for name, d in NUMPY.items()}
          **{f'text {kind}': string(*kind) for kind in itertools.product((1, 6), (0, 1), (0, 1, 2))},
          'vtexts': h5t.vlen_create(string(6)), 'texts': h5t.array_create(string(6), (2,)), 'bits': h5t.STD_B8LE,
          'object': h5t.STD_REF_OBJ, 'region': h5t.STD_REF_DSETREG, 'time': h5t.UNIX_D32LE, 'char BE': h5t.STD_I8BE}
-TYPES['row of texts'] = row_of({name: t for name, t in TYPES.items() if name.startswith('text ')})
-TYPES['row of vtexts'] = row_of({'utf8': TYPES['utf8'], 'number': INT, 'latin': TYPES['latin']})
+TYPES['row of texts'] = row_of({name.encode(): t for name, t in TYPES.items() if name.startswith('text ')})
+TYPES['row of vtexts'] = row_of({b'utf8': TYPES['utf8'], b'number': INT, b'latin': TYPES['latin']})
 FIXED = ((0,), (1,), (3,), (2, 3), (2, 0), (1, 1, 1))
 SPACES = [((), ()), (None, None), *zip(FIXED, FIXED), ((3,), (INF,)), ((2, 3), (INF, 3)), ((2, 3), (2, INF)),
           ((12, 1), (INF, INF)), ((0, 0), (INF, INF)), ((2, 0), (INF, INF)), ((2, 3, 1), (INF,) * 3)]

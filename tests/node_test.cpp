@@ -14,7 +14,13 @@ TEST_F(Node, AnInvalidOneFailsInItsOwnWords)
         FailureOf([&] { IArray::CreateFromBuffer({}, root->LocationID(), "b", &number, TDataType::Int, 1, 1, 0); }),
         std::regex(R"(Array\.tarnwickhdf:\d+: file must not be NULL \[.*: file\.get\(\) != NULL\])")));
     EXPECT_FALSE(root->HasArray("b"));
+    const auto other = IFile::Open(Path("other.h5"), "w", 0);
+    const auto moved = root->CreateGroup("moved");
+    *moved = *other->GetRoot();
     file->Close();
+    EXPECT_TRUE(moved->IsValid() && moved->GetFullName() == "/");
+    other->Close();
+    EXPECT_FALSE(moved->IsValid());
     ExpectWords({{[&] { group->GetFullName(); }, "Unable to get full name:"},
                  {[&] { group->Flush(); }, "Flush Fail!:"},
                  {[&] { group->GetAttr("a"); }, "invalid attribute name: a:"},

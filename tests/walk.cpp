@@ -5,6 +5,7 @@
 #include <tarnwickhdf/internal/ScopedId.h>
 #include <tarnwickhdf/tarnwickhdf.h>
 
+#include <hdf5_hl.h>
 #include <nlohmann/json.hpp>
 
 #include <execinfo.h>
@@ -237,20 +238,9 @@ struct Play
         for (const INode* const copy : std::initializer_list<const INode*>{group.get(), array.get(), table.get(),
                                                                            extensible[0].get(), extensible[1].get()})
         {
-            copy != nullptr&& H5Iis_valid(copy->LocationID()) > 0 ? throw std::logic_error("a copy is open") : 0;
+            copy == nullptr || H5Iis_valid(copy->LocationID()) <= 0 ? void() : throw std::logic_error("a copy is open");
         }
         extensible[0].reset(), extensible[1].reset();
-    }
-
-    void Open(const std::string& mode, int level, int columns)
-    {
-        file = IFile::Open(path, mode, level);
-        const hid_t number = columns == 1 ? H5T_NATIVE_FLOAT : H5T_NATIVE_DOUBLE;
-        rowType.reset(H5Tcreate(H5T_COMPOUND, static_cast<size_t>(columns) * H5Tget_size(number)));
-        for (int i = 0; i < columns; ++i)
-        {
-            H5Tinsert(rowType.get(), std::string(1, char('a' + i)).c_str(), size_t(i) * H5Tget_size(number), number);
-        }
     }
 
     json Act(const json& operation)
@@ -282,20 +272,25 @@ struct Play
         };
         // clang-format off
         const std::map<std::string, std::function<void()>> actions = {
-            {"open", [&] { Open("w", level, two); }},
-            {"reopen", [&] { Close(), TellAll(path), Open("r+", level, two); }},
+            {"open", [&] { rowType.reset(H5LTtext_to_dtype(std::string(operation["row"]).c_str(), H5LT_DDL));
+                file = IFile::Open(path, "w", level); }},
+            {"reopen", [&] { Close(), TellAll(path), file = IFile::Open(path, "r+", level); }},
             {"kill", [&] { std::cout.flush(), at->Flush(), at->CreateGroup("lost"), raise(SIGKILL); }},
             {"group", [&] { at->CreateGroup(name); }},
-            {"array", [&] { at->CreateArrayFromBuffer(name, typed(), type, one, two); }},
-            {"texts", [&] { at->CreateArrayFromBuffer(name, text.data(), String, one, two); }},
+            {"array", [&] { Copy(array, at->CreateArrayFromBuffer(name, typed(), type, one, two));
+                array->GetToBuffer(v, Double); }},
+            {"texts", [&] { Copy(array, at->CreateArrayFromBuffer(name, text.data(), String, one, two));
+                array->GetToBuffer(v, String); }},
             {"extend", [&] { at->CreateExtensibleArray2D(name, type, one, two, 3, 2, level); }},
             {"row", [&] { Extensible(start).AppendRowFromBuffer(v, Double); }},
             {"column", [&] { Extensible(start).AppendColumnFromBuffer(v, Double); }},
             {"resize", [&] { Extensible(start).Resize(one, two); }},
-            {"table", [&] { at->CreateTableFromBuffer(name, v, one, row, level, -1, start); }},
-            {"empty table", [&] { at->CreateTable(name, row); }},
-            {"blank table", [&] { at->CreateTable(name, one, row, level); }},
-            {"turned table", [&] { at->CreateTableFromSelection(name, v, one, turned, row, level, -1, 0); }},
+            {"table", [&] { Copy(table, at->CreateTableFromBuffer(name, v, one, row, level, -1, start));
+                table->GetToBuffer(v, -1); }},
+            {"empty table", [&] { Copy(table, at->CreateTable(name, row)).GetToBuffer(v, -1); }},
+            {"blank table", [&] { Copy(table, at->CreateTable(name, one, row, level)).GetToBuffer(v, -1); }},
+            {"turned table", [&] { Copy(table, at->CreateTableFromSelection(name, v, one, turned, row, level, -1, 0));
+                table->GetToBuffer(v, -1); }},
             {"delete", [&] { at->DelGroup(name); }},
             {"mark", [&] { Node().SetAttr(mark, text); }},
             {"unmark", [&] { Node().DelAttr(mark); }},
