@@ -124,9 +124,10 @@ struct Tell
     {
         const size_t rows = array.GetNumberOfRows(), columns = array.GetNumberOfColumns();
         const json bytes = Try([&] { return array.GetSizeInBytes(); });
-        const json some = Lines(array, &IExtensibleArray2D::ReadRowToBuffer, std::min<size_t>(rows, 9), columns);
-        const json others = Lines(array, &IExtensibleArray2D::ReadColumnToBuffer, std::min<size_t>(columns, 2), rows);
-        return {Attributes(array), array.GetType(), rows, columns, bytes, some, others};
+        // Rows after columns: an object is made with rows in mind.
+        const json byColumn = Lines(array, &IExtensibleArray2D::ReadColumnToBuffer, std::min<size_t>(columns, 2), rows);
+        const json byRow = Lines(array, &IExtensibleArray2D::ReadRowToBuffer, std::min<size_t>(rows, 9), columns);
+        return {Attributes(array), array.GetType(), rows, columns, bytes, byRow, byColumn};
     }
 
     static json Of(const ITable& table)
