@@ -7,8 +7,8 @@ from h5py import h5a, h5d, h5p, h5s, h5t
 from foreign_files import INF, NUMBERS, child, compare, plain, string, values_of, walk
 
 # How often each operation is made; the last two have eight and three ways.
-ACTIONS = {'reopen': 1, 'group': 6, 'array': 12, 'texts': 5, 'extend': 4, 'row': 8, 'column': 6, 'resize': 5,
-           'table': 6, 'empty table': 1, 'blank table': 1, 'turned table': 2, 'delete': 3, 'mark': 10, 'unmark': 2,
+ACTIONS = {'reopen': 1, 'group': 6, 'array': 12, 'texts': 3, 'extend': 4, 'row': 8, 'column': 6, 'resize': 5,
+           'table': 6, 'empty table': 1, 'blank table': 1, 'turned table': 2, 'delete': 7, 'mark': 10, 'unmark': 5,
            'put row': 3, 'put column': 3, 'encode': 2, 'new array': 4, 'set': 3, 'set table': 4, 'move': 30, 'slab': 20}
 NAMES = [b'a', 'Zürich'.encode(), b'a b', b'"', b'\\', b'new\nline', b'..', b'\1', b'\xff\xfe', b'%s', b'x' * 99,
          b'__vorl_', b'a/b', b'a//"/', b'./a', b'/']
@@ -23,6 +23,10 @@ LINES = 'row', 'column', 'resize', 'put row', 'put column'
 OPENS = {'mark': (0, 1), 'unmark': (0, 1), 'set': (1,), 'slab': (1,), 'set table': (3,), 'move': (3,),
          **dict.fromkeys(LINES, (2,))}
 MAKES = {'array': (1,), 'texts': (1,), 'table': (3,), 'turned table': (3,)}
+# What an operation mostly finds at its name: groups, arrays, extensible arrays and tables have three names each.
+KINDS = {'group': 0, **dict.fromkeys(('array', 'texts', 'new array', 'set', 'slab'), 1),
+         **dict.fromkeys(('extend', *LINES), 2),
+         **dict.fromkeys(('table', 'empty table', 'blank table', 'turned table', 'set table', 'move'), 3)}
 NO_ROWS = b'Error while selecting elements from memory data set'
 # The library's words for what h5py refuses too.
 FAILURES = {'delete': b"!could not remove group '%s'", 'mark': b'!fail to create attribute: %s',
@@ -206,7 +210,7 @@ class Model:
         axis, index, width = (0, o.one, columns) if line == b'row' else (1, o.two, rows)
         if line == b'resize':
             d.resize((o.one, o.two))
-            kept[1:] = o.one, o.two
+            kept[1:] = self.buffer[:2] = o.one, o.two
             return
         if 'put' in o.action:
             refuse(index >= kept[1 + axis],
@@ -224,21 +228,21 @@ def operation(r):
     action, first = r.choices([*ACTIONS], ACTIONS.values())[0], r.randrange(50)
     one, two = r.choice(((70000, 1), (300, 200), (1, 9000))) if r.random() < .004 else r.choices(SIZES, k=2)
     one = min(one, 13000) if 'table' in action else one  # So many of the widest rows fit the buffer.
-    two = max(two, 1) if action == 'texts' else two
-    text, mark = r.choice(TEXTS[:r.choice((7, 7, 7, 9))]), r.choice(NAMES)
+    two = max(two, 1) if action == 'texts' else r.choice((1, two)) if 'array' in action else two
+    text, mark = r.choice(TEXTS[:r.choice((7, 7, 7, 9))]), r.choice(NAMES[::r.choice((1, 5, 5, 5))])
     start, stride, steps = r.choice((0, 0, 1, 3)), r.choice((0, 1, 1, 2)), r.choice((0, 1, 2, 3, 5))
     if action == 'texts':
         text = bytes(r.choices(b'a\0Z\xfc ', k=one * two))
     elif action == 'table':
         start = r.choice((0, one, 1)) if one else 0  # The rows of a chunk.
     elif action == 'slab':
-        start, stride, steps = (r.choices((n, -n, -2), (6, 1, 1))[0] for n in (start, stride, steps))
+        start, stride, steps = (r.choices((n, -n, -2), (14, 1, 1))[0] for n in (start, stride, steps))
     elif action == 'move':
         places, number = range(r.choice((2, 4, 12))), r.choice((steps, steps, one))
         text, mark = bytes(r.choices(places, k=number)), bytes(r.sample(places, min(number, len(places))))
         one = r.choice((one, 13))
-    kind = {**OPENS, **MAKES}.get(action, (3,))[-1]
-    name = r.choice(NAMES[kind:12:4] if r.random() < .7 else NAMES)
+    kind = KINDS.get(action, r.randrange(2 if 'mark' in action else 4))
+    name = r.choice(NAMES[kind:12:4] if r.random() < .9 else NAMES)
     return types.SimpleNamespace(
         action=action, name=name, mark=mark, text=text, type=r.randrange(1, 17), one=one, two=two, first=first,
         level=r.choice((0, 0, 4) if action == 'reopen' else (0, 0, 4, -1)), start=start, stride=stride, steps=steps,

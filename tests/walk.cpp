@@ -285,7 +285,8 @@ struct Play
             {"extend", [&] { at->CreateExtensibleArray2D(name, type, one, two, 3, 2, level); }},
             {"row", [&] { Extensible(start).AppendRowFromBuffer(v, Double); }},
             {"column", [&] { Extensible(start).AppendColumnFromBuffer(v, Double); }},
-            {"resize", [&] { Extensible(start).Resize(one, two); }},
+            {"resize", [&] { IExtensibleArray2D& resized = Extensible(start); resized.Resize(one, two);
+                v[0] = resized.GetNumberOfRows(), v[1] = resized.GetNumberOfColumns(); }},
             {"table", [&] { Copy(table, at->CreateTableFromBuffer(name, v, one, row, level, -1, start));
                 table->GetToBuffer(v, -1); }},
             {"empty table", [&] { Copy(table, at->CreateTable(name, row)).GetToBuffer(v, -1); }},
