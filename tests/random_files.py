@@ -242,7 +242,7 @@ def operation(r):
         text, mark = bytes(r.choices(places, k=number)), bytes(r.sample(places, min(number, len(places))))
         one = r.choice((one, 13))
     kind = KINDS.get(action, r.randrange(2 if 'mark' in action else 4))
-    name = r.choice(NAMES[kind:12:4] if r.random() < .9 else NAMES)
+    name = r.choice(NAMES[kind:12:4] + NAMES[12:] * (kind == 0) if r.random() < .9 else NAMES)
     return types.SimpleNamespace(
         action=action, name=name, mark=mark, text=text, type=r.randrange(1, 17), one=one, two=two, first=first,
         level=r.choice((0, 0, 4) if action == 'reopen' else (0, 0, 4, -1)), start=start, stride=stride, steps=steps,

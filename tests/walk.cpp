@@ -241,7 +241,8 @@ struct Play
         {
             copy == nullptr || H5Iis_valid(copy->LocationID()) <= 0 ? void() : throw std::logic_error("a copy is open");
         }
-        extensible[0].reset(), extensible[1].reset();
+        // The array's is assigned from another file's, the others are made anew.
+        group.reset(), table.reset(), extensible[0].reset(), extensible[1].reset();
     }
 
     json Act(const json& operation)
