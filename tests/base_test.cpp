@@ -9,6 +9,16 @@ namespace tarnwick::hdf::tests
 
 using Base = HdfTest;
 
+TEST_F(Base, IdsThatAreLeftOpenAreSeen)
+{
+    IdCounts expected = IdCounts::Now();
+    const ScopedSpace space(H5Screate(H5S_NULL));
+    const ScopedType type(H5Tcopy(H5T_NATIVE_INT));
+    const ScopedPropertyList list(H5Pcreate(H5P_DATASET_CREATE));
+    ++expected[3], ++expected[5], ++expected[6];
+    EXPECT_EQ(IdCounts::Now(), expected);
+}
+
 TEST_F(Base, TextOfOtherEncodingsIsConvertedAndBadBytesAreReplaced)
 {
     EXPECT_EQ(latin1_to_utf8(std::string("Z\xFC\0\xFF", 4)), std::string("Z\xC3\xBC\0\xC3\xBF", 6));
@@ -27,6 +37,20 @@ TEST_F(Base, OnlyResultsBelowZeroFailAndTheTracebackBeginsAtTheCall)
     H5Eclear1();
     EXPECT_EQ(FailureOf([] { CheckResult(-(1LL << 40U), "a ", "name", "'"); }), "a name':\n");
     EXPECT_EQ(FailureOf([] { CheckResult(0, "rule"), CheckResult(0xFFFFFFFFLL, "rule"), GarbageCollect(); }), "");
+}
+
+TEST_F(Base, EachElementTypeHasTheSizeOfWhatHdf5MovesForIt)
+{
+    for (int value = -1; value < 20; ++value)
+    {
+        const auto type = static_cast<TDataType::TDataType>(value);
+        const bool known = value > 0 && value < 18;
+        size_t size = 1;
+        EXPECT_EQ(WordsOf([&] { size = H5Tget_size(INode::DataTypeToHDFType(type)); }),
+                  known ? "" : "invalid TDataType:");
+        EXPECT_EQ(FailureOf([&] { EXPECT_EQ(INode::GetDataTypeSize(type), size) << value; }),
+                  known && value < 17 ? "" : "unknown datatype!");
+    }
 }
 
 } // namespace tarnwick::hdf::tests

@@ -50,7 +50,6 @@ TEST_F(DataSets, RefuseWhatDoesNotFitOrMayNotBeWrittenAndLoseNothing)
     const auto table = root->CreateTable("t", row);
     EXPECT_EQ(std::string(IArray::CreateBufferFromStringVector({"ab", "c"}, 1).get(), 2), "ac");
     EXPECT_EQ(std::string(IArray::CreateBufferFromStringVector({"ab", "c"}, 3).get(), 6), std::string("ab\0c\0\0", 6));
-    EXPECT_EQ(INode::GetDataTypeSize(Long), H5Tget_size(INode::DataTypeToHDFType(Long)));
     EXPECT_EQ(WordsOf([&] { root->CreateArray("e", String, 0)->SetFromBuffer(nullptr, String, 0, 0); }), "");
     EXPECT_THROW(strings->ReOpen(root->LocationID(), "no"), std::runtime_error);
     ExpectWords(
@@ -59,7 +58,6 @@ TEST_F(DataSets, RefuseWhatDoesNotFitOrMayNotBeWrittenAndLoseNothing)
           "Error creating array space hyperslab!:"},
          {[&] { create("", Int); }, "could not get info for :"},
          {[&] { create("new", VarLenString); }, "invalid TDataType:"},
-         {[] { INode::GetDataTypeSize(Undefined); }, "unknown datatype!"},
          {[&] { root->CreateExtensibleArray2D("x", Int, 0, 2, 3, 1, 0)->AppendRowFromBuffer(numbers, String); },
           "error during io operation for ExtensibleArray2D dataset:"},
          {[&] { root->GetExtensibleArray2D("x")->AppendRowFromBuffer(numbers, Undefined); }, "invalid TDataType:"},

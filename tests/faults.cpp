@@ -97,12 +97,12 @@ const hid_t kInt = H5T_NATIVE_INT;
 const std::string head = "H5T_STRING { STRSIZE ",
                   tail = "; STRPAD H5T_STR_NULLTERM; CSET H5T_CSET_ASCII; CTYPE H5T_C_S1; }";
 const std::string fixed = head + "4" + tail, variable = head + "H5T_VARIABLE" + tail;
-const std::string numbered = "H5T_COMPOUND { H5T_NATIVE_INT \"number\"; ";
+const std::string numbered = "H5T_COMPOUND { H5T_NATIVE_INT \"number\"; ", rowType = numbered + fixed + "\"text\"; }";
 
 void MakeFile(const std::string& name)
 {
     const ScopedType text = TypeOf(variable), one = TypeOf("H5T_COMPOUND {" + variable + "\"text\"; }");
-    const ScopedType row = TypeOf(numbered + fixed + "\"text\"; }");
+    const ScopedType row = TypeOf(rowType);
     int numbers[] = {7, 8, 9, 10, 11, 12};
     const char* items[] = {"first", "second"};
     const auto file = IFile::Open(name, "w", 0);
@@ -138,7 +138,7 @@ struct Case
     boost::shared_ptr<IArray> a = g->GetArray("a"), m = g->GetArray("m"), s = g->GetArray("s");
     boost::shared_ptr<IExtensibleArray2D> e = g->GetExtensibleArray2D("e");
     boost::shared_ptr<ITable> t = g->GetTable("t"), w = g->GetTable("w"), large = g->GetTable("large");
-    ScopedType row = TypeOf(numbered + fixed + "\"text\"; }");
+    ScopedType row = TypeOf(rowType);
     int ints[12] = {10, 11, 12, 13, 14, 15, 16, 17, 18, 19, 20, 21};
     std::vector<std::string> strings = {"untouched"};
     std::ostringstream answer;

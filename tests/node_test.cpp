@@ -53,7 +53,8 @@ TEST_F(Group, AnswersForPathsAndFailsInItsWords)
     const auto child = group->CreateGroup("//h/i//");
     EXPECT_EQ(child->GetName() + child->GetFullName() + std::to_string(child->GetDefaultCompression()), "i/g/h/i3");
     EXPECT_TRUE(root->HasGroup("soft/h//i/") && child->HasGroup("/g") && !root->HasGroup("dangling/h"));
-    EXPECT_EQ(root->GetGroup("/soft")->GetFullName(), "/soft");
+    EXPECT_EQ(root->GetGroup("/soft")->GetName() + root->GetGroup("/soft")->GetFullName(), "/soft/soft");
+    EXPECT_EQ(root->CreateGroup("//"), nullptr);
     ExpectWords({{[&] { root->HasGroup(""); }, "could not get info for :"},
                  {[&] { root->CreateGroup("dangling/x"); }, "could not create group 'dangling':"},
                  {[&] { root->GetAttrType("no"); }, "invalid attribute name: no:"},

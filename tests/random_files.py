@@ -24,9 +24,7 @@ OPENS = {'mark': (0, 1), 'unmark': (0, 1), 'set': (1,), 'slab': (1,), 'set table
          **dict.fromkeys(LINES, (2,))}
 MAKES = {'array': (1,), 'texts': (1,), 'table': (3,), 'turned table': (3,)}
 # What an operation mostly finds at its name: groups, arrays, extensible arrays and tables have three names each.
-KINDS = {'group': 0, **dict.fromkeys(('array', 'texts', 'new array', 'set', 'slab'), 1),
-         **dict.fromkeys(('extend', *LINES), 2),
-         **dict.fromkeys(('table', 'empty table', 'blank table', 'turned table', 'set table', 'move'), 3)}
+KINDS = {**OPENS, **MAKES, 'group': (0,), 'new array': (1,), 'extend': (2,), 'empty table': (3,), 'blank table': (3,)}
 NO_ROWS = b'Error while selecting elements from memory data set'
 # The library's words for what h5py refuses too.
 FAILURES = {'delete': b"!could not remove group '%s'", 'mark': b'!fail to create attribute: %s',
@@ -241,7 +239,7 @@ def operation(r):
         places, number = range(r.choice((2, 4, 12))), r.choice((steps, steps, one))
         text, mark = bytes(r.choices(places, k=number)), bytes(r.sample(places, min(number, len(places))))
         one = r.choice((one, 13))
-    kind = KINDS.get(action, r.randrange(2 if 'mark' in action else 4))
+    kind = r.choice(KINDS.get(action, range(4)))
     name = r.choice(NAMES[kind:12:4] + NAMES[12:] * (kind == 0) if r.random() < .9 else NAMES)
     return types.SimpleNamespace(
         action=action, name=name, mark=mark, text=text, type=r.randrange(1, 17), one=one, two=two, first=first,

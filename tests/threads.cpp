@@ -50,7 +50,11 @@ TEST_F(Threads, EightUseAFileEachUnderOneTrackerWhileANinthSamples)
     {
         uses.push_back(std::async(std::launch::async, UseAFile, Path(std::to_string(i))));
     }
-    while (uses.back().wait_for(std::chrono::seconds(0)) != std::future_status::ready)
+    const auto isAtWork = [](const std::future<void>& use)
+    {
+        return use.wait_for(std::chrono::seconds(0)) != std::future_status::ready;
+    };
+    while (std::any_of(uses.begin(), uses.end(), isAtWork))
     {
         try
         {

@@ -233,6 +233,17 @@ struct Play
         return which > 1 && kept ? *kept : Copy(kept, at->GetExtensibleArray2D(name));
     }
 
+    // Else HDF5 writes halves of what comes after a flush.
+    void KeepInMemory()
+    {
+        H5AC_cache_config_t config = file->GetCacheConfiguration();
+        config.evictions_enabled = false;
+        config.incr_mode = H5C_incr__off;
+        config.flash_incr_mode = H5C_flash_incr__off;
+        config.decr_mode = H5C_decr__off;
+        file->SetCacheConfiguration(config);
+    }
+
     void Close()
     {
         at.reset(), file.reset();
@@ -265,9 +276,10 @@ struct Play
         std::vector<hsize_t> turned(static_cast<size_t>(one));
         std::iota(turned.rbegin(), turned.rend(), 0U);
         size_t starts[] = {size_t(start), 0}, strides[] = {size_t(stride), 1}, counts[] = {size_t(count), size_t(two)};
-        std::vector<double> converted = values;
+        std::vector<double> converted;
         const auto typed = [&]
         {
+            converted = values;
             const hid_t to = INode::DataTypeToHDFType(type);
             H5Tconvert(H5T_NATIVE_DOUBLE, to, size_t(one * two), converted.data(), nullptr, 0);
             return converted.data();
@@ -277,7 +289,9 @@ struct Play
             {"open", [&] { rowType.reset(H5LTtext_to_dtype(std::string(operation["row"]).c_str(), H5LT_DDL));
                 file = IFile::Open(path, "w", level); }},
             {"reopen", [&] { Close(), TellAll(path), file = IFile::Open(path, "r+", level); }},
-            {"kill", [&] { std::cout.flush(), at->Flush(), at->CreateGroup("lost"), raise(SIGKILL); }},
+            {"kill", [&] { std::cout.flush(), at->Flush(), KeepInMemory();
+                for (int i = 0; i < 3000; ++i) { at->CreateGroup("lost" + std::to_string(i)); }
+                raise(SIGKILL); }},
             {"group", [&] { at->CreateGroup(name); }},
             {"array", [&] { Copy(array, at->CreateArrayFromBuffer(name, typed(), type, one, two));
                 array->GetToBuffer(v, Double); }},

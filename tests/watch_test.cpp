@@ -65,6 +65,15 @@ TEST_F(Watch, TheSlotTakesOneTrackerWhichHearsOfEveryOpenAndClose)
     RunApart(body);
 }
 
+std::string CacheStatusOf(const IFile& file, bool compact)
+{
+    std::ostringstream dump;
+    std::streambuf* const before = std::cout.rdbuf(dump.rdbuf());
+    file.DumpCacheStatus(compact);
+    std::cout.rdbuf(before);
+    return dump.str();
+}
+
 TEST_F(Watch, TheMemoryLogAndTheReportsTellWhatHdf5HasOpen)
 {
     const std::string log = Path("memory.log");
@@ -94,14 +103,13 @@ TEST_F(Watch, TheMemoryLogAndTheReportsTellWhatHdf5HasOpen)
     int entries = 0;
     H5Fget_mdc_hit_rate(first->FileID(), &rate);
     H5Fget_mdc_size(first->FileID(), &most, &clean, &size, &entries);
-    std::ostringstream dumped, cache, files;
-    std::streambuf* const terminal = std::cout.rdbuf(dumped.rdbuf());
-    first->DumpCacheStatus(true);
+    std::ostringstream cache, files;
     cache << rate << "," << most << "," << clean << "," << size << "," << entries << "\n";
     files << R"(,"files":[{"name":)" << Json(Path("a.h5")) << R"(,"dataset_count":1,"group_count":2,"attr_count":1,)"
           << R"("object_count":7,"file_count":2,"datatype_count":1,"cache_hit_rate":)" << Json(rate)
           << R"(,"cache_max_size":)" << most << R"(,"cache_min_clean_size":)" << clean << R"(,"cache_size":)" << size
           << R"(,"cache_num_entries":)" << entries << "}]}";
+    EXPECT_EQ(CacheStatusOf(*first, true), cache.str());
     const std::vector<unsigned int> counts = {first->GetOpenDataSetsCount(), first->GetOpenGroupsCount(),
                                               first->GetOpenAttrsCount(),    first->GetOpenObjectsCount(),
                                               first->GetOpenFilesCount(),    first->GetOpenDataTypesCount()};
@@ -121,10 +129,8 @@ TEST_F(Watch, TheMemoryLogAndTheReportsTellWhatHdf5HasOpen)
         EXPECT_EQ(match[2], files.str());
     }
     first->Close();
-    first->DumpCacheStatus(false);
-    std::cout.rdbuf(terminal);
-    EXPECT_EQ(dumped.str(), cache.str() + "Cache statistics: \n\tHit rate: 0\n\tMax size: 0\n\tMin clean size: 0\n"
-                                          "\tCurrent size: 0\n\tCurrent number of entries: 0\n");
+    EXPECT_EQ(CacheStatusOf(*first, false), "Cache statistics: \n\tHit rate: 0\n\tMax size: 0\n\tMin clean size: 0\n"
+                                            "\tCurrent size: 0\n\tCurrent number of entries: 0\n");
     EXPECT_EQ(FailureOf([&] { tracker.AppendToMemoryLog(1, log); }), "Couldn't retrieve file name");
     tracker.OnClose(first->FileID(), "");
     EXPECT_THROW(tracker.OnClose(first->FileID(), "a"), std::logic_error);
@@ -163,7 +169,7 @@ TEST_F(Watch, AFullDiskGivesExceptionsAndLeavesOtherFilesAndTheExitAlone)
             const bool large = (way & 1) != 0;
             std::vector<int> numbers(large ? 400000 : 10); // a large chunk goes to the disk at once
             auto file = IFile::Open(Path("full.h5"), "w", 0);
-            openAtExit = IFile::Open(Path("other.h5"), "w", 0);
+            const auto other = IFile::Open(Path("other.h5"), "w", 0);
             rlimit limit = {};
             getrlimit(RLIMIT_FSIZE, &limit);
             const rlimit full = {rlim_t(1000) << way, limit.rlim_max};
@@ -183,10 +189,14 @@ TEST_F(Watch, AFullDiskGivesExceptionsAndLeavesOtherFilesAndTheExitAlone)
             }
             root.reset(), file.reset();
             setrlimit(RLIMIT_FSIZE, &limit);
+            other->GetRoot()->SetAttr("text", "written");
+            other->Close();
+            EXPECT_EQ(IFile::Open(Path("other.h5"), "r", 0)->GetRoot()->GetAttr("text"), "written");
+            openAtExit = IFile::Open(Path("late.h5"), "w", 0);
             openAtExit->GetRoot()->SetAttr("text", std::to_string(way));
         };
         RunApart(body);
-        EXPECT_EQ(IFile::Open(Path("other.h5"), "r", 0)->GetRoot()->GetAttr("text"), std::to_string(way));
+        EXPECT_EQ(IFile::Open(Path("late.h5"), "r", 0)->GetRoot()->GetAttr("text"), std::to_string(way));
     }
 }
 
