@@ -1,7 +1,7 @@
 """Walks damaged files: each walk ends, with or without an exception, and what crashes does so inside HDF5.
 Usage: damaged_files.py WALKER HUNDREDS"""
 import collections, glob, multiprocessing.pool, os, random, re, shutil, subprocess, sys, tempfile, threading
-from foreign_files import SHIPPED, make
+from foreign_files import SHIPPED, make, unpacked
 from random_files import failure, sequence
 
 
@@ -15,7 +15,9 @@ def damage(r, data):
 
 
 def run_on(name, *tool):
-    return subprocess.run([*tool, sys.argv[1], name], capture_output=True, errors='replace')
+    run = subprocess.run([*tool, sys.argv[1], name], capture_output=True)
+    run.stderr = run.stderr.decode(errors='replace')
+    return run
 
 
 def walk(seed):
@@ -24,7 +26,7 @@ def walk(seed):
         g.write(damage(r, f.read()))
     run = run_on(name, 'prlimit', '--cpu=10:20', *MEMORY)
     if run.returncode == 0 or 'allocation-size-too-big' in run.stderr:  # The sanitizer's word for std::bad_alloc.
-        return 'exception' if run.returncode or run.stdout.rsplit('\n', 2)[-2][0] == '"' else 'walk'
+        return 'exception' if run.returncode or isinstance(unpacked(run.stdout)[-1], bytes) else 'walk'
     # Without the sanitizer the walker's own handler stands before the crash.
     stack = run.stderr if 'AddressSanitizer' in run.stderr else run.stderr.partition('libc.so')[2]
     frames = [line for line in stack.splitlines() if re.search('libhdf5|tarnwick', line)]

@@ -1,7 +1,6 @@
 // Tells what the library tells of a file ("walk FILE"), or plays the operations of its input on it ("walk FILE play").
 #include "IdCounts.h"
 
-#include <tarnwick/text.h>
 #include <tarnwickhdf/internal/ScopedId.h>
 #include <tarnwickhdf/tarnwickhdf.h>
 
@@ -40,7 +39,7 @@ json Try(const std::function<json()>& call)
     catch (const std::exception& failure)
     {
         const std::string text = failure.what();
-        return tarnwick::latin1_to_utf8("!" + text.substr(0, text.find(":\n")));
+        return "!" + text.substr(0, text.find(":\n"));
     }
 }
 
@@ -54,15 +53,8 @@ json Each(size_t count, const std::function<json(int)>& call)
     return list;
 }
 
-// Text in JSON has a character for each byte.
 struct Tell
 {
-    static json Text(const std::string& bytes) { return tarnwick::latin1_to_utf8(bytes); }
-    static json All(const Texts& texts)
-    {
-        return Each(texts.size(), [&](int i) { return Text(texts[size_t(i)]); });
-    }
-
     // Each value, or of many a sum in which none can change unseen, nor two change places.
     static json Values(const std::vector<double>& values)
     {
@@ -86,12 +78,12 @@ struct Tell
     static json Attributes(const INode& node)
     {
         return {Each(size_t(node.GetNumberOfAttrs()), [&](int i) { return Attribute(node, node.GetAttrName(i)); }),
-                All(node.ListAttrs())};
+                node.ListAttrs()};
     }
 
     static json Attribute(const INode& node, const std::string& name)
     {
-        return {Text(name), Try([&] { return node.GetAttrType(name); }), Try([&] { return Text(node.GetAttr(name)); })};
+        return {name, Try([&] { return node.GetAttrType(name); }), Try([&] { return node.GetAttr(name); })};
     }
 
     static json Of(const IGroup& group)
@@ -107,7 +99,7 @@ struct Tell
         const json bytes = Try([&] { return array.GetSizeInBytes(); });
         const json cells =
             array.GetType() >= TDataType::String
-                ? Try([&] { return utils::ReadStringDataSet(texts, id, type, type, length, width), All(texts); })
+                ? Try([&] { return utils::ReadStringDataSet(texts, id, type, type, length, width), texts; })
                 : Numbers(length, width, [&](double* to) { array.GetToBuffer(to, TDataType::Double); });
         return {Attributes(array), array.GetType(), length, width, array.GetSize(), bytes, cells};
     }
@@ -141,8 +133,8 @@ struct Tell
         Texts texts;
         const ScopedType type(H5Tcreate(H5T_COMPOUND, sizeof(double)));
         H5Tinsert(type.get(), name.c_str(), 0, H5T_NATIVE_DOUBLE);
-        return {Text(name), table.GetColumnDataType(column),
-                Try([&] { return table.FeedStringVector(texts, column), All(texts); }),
+        return {name, table.GetColumnDataType(column),
+                Try([&] { return table.FeedStringVector(texts, column), texts; }),
                 Numbers(table.GetNumberOfRows(), 1, [&](double* to) { table.GetToBuffer(to, type.get()); })};
     }
 
@@ -157,7 +149,7 @@ struct Tell
     template <typename Node>
     static json Names(const std::vector<boost::shared_ptr<Node>>& nodes)
     {
-        return Each(nodes.size(), [&](int i) { return Text(nodes[size_t(i)]->GetName()); });
+        return Each(nodes.size(), [&](int i) { return nodes[size_t(i)]->GetName(); });
     }
 
     // A group that is its own descendant is walked once.
@@ -170,11 +162,11 @@ struct Tell
         }
         const json told = Of(group), groups = Try([&] { return Names(group.ListGroups()); });
         const json arrays = Names(group.ListArrays()), extensible = Names(group.ListExtensibleArrays2D());
-        out << json{Text(path), told, groups, arrays, extensible, Names(group.ListTables())} << "\n";
+        json::to_msgpack({path, told, groups, arrays, extensible, Names(group.ListTables())}, out);
         for (int i = 0; i < static_cast<int>(group.GetNumberOfChildren()); ++i)
         {
             const std::string name = group.GetChildName(i);
-            out << json{Text(path + "/" + name), group.GetChildType(i), Child(group, name)} << "\n";
+            json::to_msgpack({path + "/" + name, group.GetChildType(i), Child(group, name)}, out);
             if (group.GetChildType(i) == H5G_GROUP && group.HasGroup(name))
             {
                 Walk(*group.GetGroup(name), path + "/" + name, seen, out);
@@ -207,7 +199,7 @@ namespace
 
 void TellAll(const std::string& path)
 {
-    std::cout << Try([&] { return Tell::File(path, std::cout); }) << "\n";
+    json::to_msgpack(Try([&] { return Tell::File(path, std::cout); }), std::cout);
 }
 
 // Plays operations on a file. What works on an open data set does so through a copy that lives on.
@@ -260,7 +252,7 @@ struct Play
     {
         using TDataType::Double;
         using TDataType::String;
-        name = Bytes(operation["name"]);
+        name = operation["name"];
         at = file ? file->GetRoot() : nullptr;
         at = operation["below"] == 0 ? at : at->CreateGroup("below/" + name);
         const std::vector<hsize_t> some = operation["text"], others = operation["mark"];
@@ -373,9 +365,9 @@ int main(int argc, char** argv)
     {
         Play play;
         play.path = argv[1];
-        for (std::string line; std::getline(std::cin, line);)
+        while (std::cin.peek() != EOF)
         {
-            std::cout << play.Act(json::parse(line)) << "\n";
+            json::to_msgpack(play.Act(json::from_msgpack(std::cin, false)), std::cout);
         }
     }
     std::cerr << (tests::IdCounts::Now() == before ? "" : "ids were left open\n");
