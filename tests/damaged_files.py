@@ -16,26 +16,25 @@ def damage(r, data):
 
 def run_on(name, *tool):
     run = subprocess.run([*tool, sys.argv[1], name], capture_output=True)
-    run.stderr = run.stderr.decode(errors='replace')
-    return run
+    return run, run.stderr.decode(errors='replace')
 
 
 def walk(seed):
     r, name = random.Random(seed), f'damaged {threading.get_ident()}'
     with open(r.choice(FILES), 'rb') as f, open(name, 'wb') as g:
         g.write(damage(r, f.read()))
-    run = run_on(name, 'prlimit', '--cpu=10:20', *MEMORY)
-    if run.returncode == 0 or 'allocation-size-too-big' in run.stderr:  # The sanitizer's word for std::bad_alloc.
+    run, said = run_on(name, 'prlimit', '--cpu=10:20', *MEMORY)
+    if run.returncode == 0 or 'allocation-size-too-big' in said:  # The sanitizer's word for std::bad_alloc.
         return 'exception' if run.returncode or isinstance(unpacked(run.stdout)[-1], bytes) else 'walk'
     # Without the sanitizer the walker's own handler stands before the crash.
-    stack = run.stderr if 'AddressSanitizer' in run.stderr else run.stderr.partition('libc.so')[2]
+    stack = said if 'AddressSanitizer' in said else said.partition('libc.so')[2]
     frames = [line for line in stack.splitlines() if re.search('libhdf5|tarnwick', line)]
     named = [re.search(r'libhdf5[^(]*[(](\w+)| in (\w+) .*libhdf5', line) for line in frames]
-    where = run.stderr
+    where = said
     if 'libhdf5' in (frames or [''])[0]:
         where = 'HDF5 under ' + next((m[1] or m[2] for m in named if m), '')
     if 'HDF5 under' not in where and MEMORY and shutil.which('valgrind'):  # Who spoiled the memory comes first.
-        told = run_on(name, 'valgrind', '-q').stderr
+        told = run_on(name, 'valgrind', '-q')[1]
         first = next((line for line in told.splitlines() if re.search('libhdf5|tarnwick', line)), '')
         where = 'HDF5 under a heap that it had spoiled' if 'libhdf5' in first else where
     return f'status {run.returncode} in {where}'

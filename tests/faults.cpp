@@ -70,18 +70,10 @@ __attribute__((used)) Result Call(Arguments... arguments)
 
 } // namespace
 
-__attribute__((noinline)) void* operator new(size_t size)
+void* operator new(size_t size)
 {
-    void* const memory = armed != nullptr && armed->allocations++ == plan.allocation ? nullptr : malloc(size);
-    return memory != nullptr ? memory : throw std::bad_alloc();
-}
-__attribute__((noinline)) void operator delete(void* memory) noexcept
-{
-    free(memory);
-}
-__attribute__((noinline)) void operator delete(void* memory, size_t /*size*/) noexcept
-{
-    free(memory);
+    static const auto real = reinterpret_cast<void* (*)(size_t)>(dlsym(RTLD_NEXT, "_Znwm"));
+    return armed != nullptr && armed->allocations++ == plan.allocation ? throw std::bad_alloc() : real(size);
 }
 
 namespace tarnwick::hdf::tests
