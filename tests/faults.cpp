@@ -70,6 +70,7 @@ __attribute__((used)) Result Call(Arguments... arguments)
 
 } // namespace
 
+// Memory comes from where it would without this, so that the usual operator delete can have it back.
 void* operator new(size_t size)
 {
     static const auto real = reinterpret_cast<void* (*)(size_t)>(dlsym(RTLD_NEXT, "_Znwm"));

@@ -19,7 +19,7 @@ using Json = nlohmann::ordered_json;
 
 boost::shared_ptr<IFile> openAtExit; // goes after HDF5 has ended
 
-// Runs in a process of its own, for its exit and for limits that go with it.
+// Runs in a process of its own: the tracker's slot can't be emptied, and limits and the exit are the process's.
 template <typename Body>
 void RunApart(Body body)
 {
@@ -89,6 +89,45 @@ TEST_F(File, WhatIsNoWholeHdf5FileNoModeNoCompressionOrNotPermittedIsRefusedUnch
     EXPECT_EQ(Open("write only", "r")->GetAPIVersion(), 1U);
 }
 
+struct Recorder : IFileTracker
+{
+    void OnOpen(hid_t file, const std::string& name) override { Note("open ", H5Fget_obj_count(file, 31) == 1, name); }
+    void OnClose(hid_t file, const std::string& name) override { Note("close ", H5Iis_valid(file) == 0, name); }
+    void Note(const std::string& event, bool inTime, const std::string& name)
+    {
+        events += event + (inTime ? "" : "too early or late ") + name + "\n";
+        event == throwOn ? throw 42 : 0;
+    }
+    std::string events, throwOn;
+};
+
+TEST_F(File, TheSlotTakesOneTrackerWhichHearsOfEveryOpenAndClose)
+{
+    const auto body = [path = Path("a.h5")]
+    {
+        const std::string both = "open " + path + "\nclose " + path + "\n";
+        const boost::shared_ptr<Recorder> tracker(new Recorder);
+        IFile::InstallGlobalFileTracker({});
+        IFile::InstallGlobalFileTracker(tracker);
+        EXPECT_EQ(FailureOf([] { IFile::InstallGlobalFileTracker({}); }),
+                  "It's not allowed to install a file tracker in hdf::IFile if one is already installed.");
+        EXPECT_EQ(IFile::GetGlobalFileTracker(), tracker);
+        EXPECT_NE(FailureOf([&] { IFile::Open(path, "r", 0); }), "");
+        auto file = IFile::Open(path, "w", 0);
+        file->Close();
+        file->Close();
+        tracker->throwOn = "close ";
+        EXPECT_NO_THROW(IFile::Open(path, "w", 0).reset());
+        file = IFile::Open(path, "w", 0);
+        EXPECT_THROW(file->Close(), int);
+        EXPECT_EQ(tracker->events, both + both + both);
+        tracker->throwOn = "open ";
+        EXPECT_THROW(IFile::Open(path, "w", 0), int);
+        EXPECT_EQ(IdCounts::Now()[0], 0);
+    };
+    RunApart(body);
+}
+
 std::string CacheStatusOf(const IFile& file, bool compact)
 {
     std::ostringstream dump;
@@ -106,6 +145,7 @@ TEST_F(File, TheMemoryLogAndTheReportsTellWhatHdf5HasOpen)
     const auto first = IFile::Open(path, "w", 0);
     const auto second = IFile::Open(path, "r+", 0);
     const auto array = second->GetRoot()->CreateArray("array", Int, 0);
+    EXPECT_EQ(second->GetFileName(), path);
     const ScopedType type(H5Tcopy(H5T_NATIVE_INT));
     H5Tcommit1(first->FileID(), "type", type.get());
     const ScopedAttribute mark(H5Aopen(first->GetRoot()->LocationID(), "__vorl_api_version", H5P_DEFAULT));
@@ -153,17 +193,20 @@ TEST_F(File, TheMemoryLogAndTheReportsTellWhatHdf5HasOpen)
         EXPECT_EQ(match[2], files.str());
     }
     first->Close();
+    first->Close();
+    EXPECT_EQ(FailureOf([&] { first->GetFileName(); }), "Couldn't retrieve file name");
     EXPECT_EQ(CacheStatusOf(*first, false), "Cache statistics: \n\tHit rate: 0\n\tMax size: 0\n\tMin clean size: 0\n"
                                             "\tCurrent size: 0\n\tCurrent number of entries: 0\n");
     EXPECT_EQ(FailureOf([&] { tracker.AppendToMemoryLog(1, log); }), "Couldn't retrieve file name");
     tracker.OnClose(first->FileID(), "");
     EXPECT_THROW(tracker.OnClose(first->FileID(), "a"), std::logic_error);
-    const auto latin1 = IFile::Open(Path("caf\xE9.h5"), "w", 0);
+    const auto latin1 = Open("caf\xE9.h5", "w");
     tracker.OnOpen(latin1->FileID(), "");
     EXPECT_THROW(tracker.AppendToMemoryLog(8, log), Json::type_error);
+    const auto root = latin1->GetRoot();
     H5Fclose(latin1->FileID());
     EXPECT_EQ(FailureOf([&] { latin1->Close(); }), "Couldn't retrieve file name");
-    EXPECT_FALSE(latin1->IsClosed());
+    EXPECT_TRUE(!latin1->IsClosed() && root->IsValid());
 }
 
 TEST(Heap, LargeAndSmallBlocksAppearAndGo)
@@ -176,9 +219,11 @@ TEST(Heap, LargeAndSmallBlocksAppearAndGo)
         return (static_cast<double>(count_heap_used_bytes()) - before) / (1 << 20);
     };
     auto large = std::make_unique<std::array<char, 64 << 20>>();
+    EXPECT_NEAR(growth(), 64, 2);
+    large.reset();
     std::vector<std::string> small(100000, std::string(500, 'x'));
-    EXPECT_NEAR(growth(), 64 + 100000 * (512 + sizeof(std::string)) / 1048576.0, 2);
-    large.reset(), std::vector<std::string>().swap(small);
+    EXPECT_NEAR(growth(), 100000 * (512 + sizeof(std::string)) / 1048576.0, 2);
+    std::vector<std::string>().swap(small);
     EXPECT_NEAR(growth(), 0, 2);
 }
 
@@ -193,8 +238,8 @@ TEST_F(File, AFullDiskGivesExceptionsAndLeavesOtherFilesAndTheExitAlone)
             __lsan_disable != nullptr ? __lsan_disable() : void(); // HDF5 loses the chunks that it couldn't write
             const bool large = (way & 1) != 0;
             std::vector<int> numbers(large ? 400000 : 10); // a large chunk goes to the disk at once
-            auto file = IFile::Open(Path("full.h5"), "w", 0);
-            const auto other = IFile::Open(Path("other.h5"), "w", 0);
+            auto file = Open("full.h5", "w");
+            const auto other = Open("other.h5", "w");
             rlimit limit = {};
             getrlimit(RLIMIT_FSIZE, &limit);
             const rlimit full = {rlim_t(1000) << way, limit.rlim_max};
@@ -216,12 +261,12 @@ TEST_F(File, AFullDiskGivesExceptionsAndLeavesOtherFilesAndTheExitAlone)
             setrlimit(RLIMIT_FSIZE, &limit);
             other->GetRoot()->SetAttr("text", "written");
             other->Close();
-            EXPECT_EQ(IFile::Open(Path("other.h5"), "r", 0)->GetRoot()->GetAttr("text"), "written");
-            openAtExit = IFile::Open(Path("late.h5"), "w", 0);
+            EXPECT_EQ(Open("other.h5", "r")->GetRoot()->GetAttr("text"), "written");
+            openAtExit = Open("late.h5", "w");
             openAtExit->GetRoot()->SetAttr("text", std::to_string(way));
         };
         RunApart(body);
-        EXPECT_EQ(IFile::Open(Path("late.h5"), "r", 0)->GetRoot()->GetAttr("text"), std::to_string(way));
+        EXPECT_EQ(Open("late.h5", "r")->GetRoot()->GetAttr("text"), std::to_string(way));
     }
 }
 

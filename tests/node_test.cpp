@@ -29,6 +29,7 @@ TEST_F(Node, AnInvalidOneFailsInItsOwnWords)
                  {[&] { group->Flush(); }, "Flush Fail!:"},
                  {[&] { group->GetAttr("a"); }, "invalid attribute name: a:"},
                  {[&] { group->SetAttr("a", ""); }, "Fail to delete an existing attribute named: a:"},
+                 {[&] { group->ListAttrs(); }, "could not get number of attributes:"},
                  {[&] { group->GetGroup("x"); }, "Group does not exist:"},
                  {[&] { group->HasDataSet(); }, "error getting number of objects in group:"},
                  {[&] { group->CreateGroup("x/y"); }, "could not create group 'x':"}});
@@ -60,6 +61,7 @@ TEST_F(Group, AnswersForPathsAndFailsInItsWords)
     EXPECT_EQ(root->CreateGroup("//"), nullptr);
     ExpectWords({{[&] { root->HasGroup(""); }, "could not get info for :"},
                  {[&] { root->CreateGroup("dangling/x"); }, "could not create group 'dangling':"},
+                 {[&] { root->GetAttrType("no"); }, "invalid attribute name: no:"},
                  {[&] { root->GetAttrName(-1); }, "could not open attribute by index:"},
                  {[&] { file->SetEncoding(H5T_CSET_RESERVED_2), root->SetAttr("b", ""); },
                   "could not set encoding for attribute: b:"},
@@ -114,6 +116,7 @@ TEST_F(DataSets, RefuseWhatDoesNotFitOrMayNotBeWrittenAndLoseNothing)
         {{[&] { strings->SetFromBuffer(numbers, String, 3, 1); }, "error writing to dataset:"},
          {[&] { root->GetArray("a")->GetFromHyperslab(numbers, 1, 1, ones, huge, two, Int); },
           "Error creating array space hyperslab!:"},
+         {[&] { create("", Int); }, "could not get info for :"},
          {[&] { create("new", VarLenString); }, "invalid TDataType:"},
          {[&] { root->CreateExtensibleArray2D("x", Int, 0, 2, 3, 1, 0)->AppendRowFromBuffer(numbers, String); },
           "error during io operation for ExtensibleArray2D dataset:"},
@@ -123,7 +126,10 @@ TEST_F(DataSets, RefuseWhatDoesNotFitOrMayNotBeWrittenAndLoseNothing)
          {[&] { ITable::CreateFromBuffer(file, root->LocationID(), "t", numbers, 1, row, 0, 0, 0); },
           "could not create dataset:"},
          {[&] { table->GetColumnType(1); }, "Invalid column index: 1 (1 columns)"},
-         {[&] { table->FeedStringVector(texts, -1); }, "Invalid column index: -1 (1 columns)"}});
+         {[&] { table->FeedStringVector(texts, -1); }, "Invalid column index: -1 (1 columns)"},
+         {[&] { file->SetEncoding(H5T_CSET_RESERVED_2), create("s", String); },
+          "could not write charset for array: s:"},
+         {[&] { create("new", String); }, "error calling H5Tset_cset for array: new:"}});
     file->Close();
     file = IFile::Open(Path("test.h5"), "r", 0);
     root = file->GetRoot();
