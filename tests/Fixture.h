@@ -51,27 +51,26 @@ struct OpenFileTest : HdfTest
     boost::shared_ptr<IGroup> root = file->GetRoot();
 };
 
-/// What a call throws, "" if it throws nothing. The call must leave the open ids as they were.
-inline std::string FailureOf(const std::function<void()>& call)
+/// What a call throws, "" if it throws nothing.
+inline std::string TextOf(const std::function<void()>& call)
 {
-    const IdCounts before = IdCounts::Now();
-    std::string text;
     try
     {
-        call();
+        return call(), "";
     }
     catch (const std::exception& failure)
     {
-        text = failure.what();
+        return failure.what();
     }
-    EXPECT_EQ(before, IdCounts::Now()) << "after: " << text;
-    return text;
 }
 
-/// FailureOf, without the traceback: the operation's own words with ":" behind them, or all of a plain failure.
+/// TextOf, without the traceback: the operation's own words with ":" behind them, or all of a plain failure. The call
+/// must leave the open ids as they were.
 inline std::string WordsOf(const std::function<void()>& call)
 {
-    const std::string text = FailureOf(call);
+    const IdCounts before = IdCounts::Now();
+    const std::string text = TextOf(call);
+    EXPECT_EQ(before, IdCounts::Now()) << "after: " << text;
     const size_t traceback = text.find(":\n");
     return traceback == std::string::npos ? text : text.substr(0, traceback + 1);
 }

@@ -27,6 +27,12 @@ struct Outcome
     std::string name, text, answer, contents, next;
 }* armed = nullptr;
 
+struct Arming
+{
+    explicit Arming(Outcome* log) { armed = log; }
+    ~Arming() { armed = nullptr; }
+};
+
 bool Fails(const std::string& function, Outcome& log)
 {
     // Functions that differ in the number of their version stand in for each other.
@@ -246,23 +252,6 @@ struct Rule
     std::string message; ///< "=" is another answer; "?" in front, that a single failure is made up for; "~", each.
 };
 
-std::string TextOf(const std::function<void()>& operation, Outcome* log)
-{
-    std::string text;
-    try
-    {
-        armed = log;
-        operation();
-    }
-    catch (const std::exception& failure)
-    {
-        armed = nullptr;
-        text = failure.what();
-    }
-    armed = nullptr;
-    return text;
-}
-
 // Makes a fresh file, runs an operation with the plan's failures, then once more without any.
 Outcome RunWith(size_t index, const Plan& faults)
 {
@@ -276,7 +265,12 @@ Outcome RunWith(size_t index, const Plan& faults)
         plan = faults;
         const auto& [name, operation] = c.operations[index];
         outcome.name = name;
-        outcome.text = TextOf(operation, &outcome);
+        const auto run = [&, &operation = operation]
+        {
+            const Arming arming(&outcome);
+            operation();
+        };
+        outcome.text = TextOf(run);
         outcome.answer = c.Answer();
         EXPECT_TRUE(outcome.text.empty() || c.strings.at(0) == "untouched");
         const bool closed = c.file->IsClosed();
@@ -285,7 +279,7 @@ Outcome RunWith(size_t index, const Plan& faults)
         const ScopedFile again(closed ? H5Fopen(path.c_str(), H5F_ACC_RDONLY, H5P_DEFAULT) : -1);
         outcome.contents = Contents(closed ? again.get() : c.file->FileID());
         c.answer = {};
-        outcome.next = TextOf(operation, nullptr);
+        outcome.next = TextOf(operation);
         outcome.next += outcome.next.empty() ? c.Answer() : "";
         c.g.reset(), c.a.reset(), c.m.reset(), c.s.reset(), c.e.reset(), c.t.reset(), c.w.reset(), c.large.reset();
         EXPECT_TRUE(c.file->IsClosed() || c.file->GetOpenObjectsCount() == 2);

@@ -66,7 +66,7 @@ TEST_F(File, WhatIsNoWholeHdf5FileNoModeNoCompressionOrNotPermittedIsRefusedUnch
             const std::string content = exists ? Read(name) : "";
             for (const int level : {10, -1, INT_MIN, INT_MAX})
             {
-                EXPECT_EQ(FailureOf([&] { IFile::Open(Path(name), "w", level); }),
+                EXPECT_EQ(WordsOf([&] { IFile::Open(Path(name), "w", level); }),
                           "invalid compression value; must be 0 to 9 (inclusive)");
             }
             for (const std::string mode : {"", "R", "W", "r ", "rw", "w+", "a", "r", "r+", "w"})
@@ -82,7 +82,7 @@ TEST_F(File, WhatIsNoWholeHdf5FileNoModeNoCompressionOrNotPermittedIsRefusedUnch
             }
         }
         // Not even tried to make anew.
-        EXPECT_NE(FailureOf([&] { Open("write only", "r+"); }).find("#0: in func H5Fopen()"), std::string::npos);
+        EXPECT_NE(TextOf([&] { Open("write only", "r+"); }).find("#0: in func H5Fopen()"), std::string::npos);
     };
     RunApart(body);
     chmod(Path("write only").c_str(), 0444);
@@ -109,10 +109,10 @@ TEST_F(File, TheSlotTakesOneTrackerWhichHearsOfEveryOpenAndClose)
         const boost::shared_ptr<Recorder> tracker(new Recorder);
         IFile::InstallGlobalFileTracker({});
         IFile::InstallGlobalFileTracker(tracker);
-        EXPECT_EQ(FailureOf([] { IFile::InstallGlobalFileTracker({}); }),
+        EXPECT_EQ(WordsOf([] { IFile::InstallGlobalFileTracker({}); }),
                   "It's not allowed to install a file tracker in hdf::IFile if one is already installed.");
         EXPECT_EQ(IFile::GetGlobalFileTracker(), tracker);
-        EXPECT_NE(FailureOf([&] { IFile::Open(path, "r", 0); }), "");
+        EXPECT_NE(WordsOf([&] { IFile::Open(path, "r", 0); }), "");
         auto file = IFile::Open(path, "w", 0);
         file->Close();
         file->Close();
@@ -154,7 +154,7 @@ TEST_F(File, TheMemoryLogAndTheReportsTellWhatHdf5HasOpen)
     config.min_size = 2 << 20;
     first->SetCacheConfiguration(config);
     EXPECT_EQ(second->GetCacheConfiguration().min_size, 2U << 20);
-    EXPECT_EQ(FailureOf([&] { tracker.AppendToMemoryLog(1, Path("no such directory") + "/memory.log"); }), "");
+    EXPECT_EQ(WordsOf([&] { tracker.AppendToMemoryLog(1, Path("no such directory") + "/memory.log"); }), "");
     tracker.OnOpen(first->FileID(), "");
     // Local time is that of now, whatever zone the process started in.
     for (const char* const zone : {"AAA-5", "BBB8"})
@@ -194,10 +194,10 @@ TEST_F(File, TheMemoryLogAndTheReportsTellWhatHdf5HasOpen)
     }
     first->Close();
     first->Close();
-    EXPECT_EQ(FailureOf([&] { first->GetFileName(); }), "Couldn't retrieve file name");
+    EXPECT_EQ(WordsOf([&] { first->GetFileName(); }), "Couldn't retrieve file name");
     EXPECT_EQ(CacheStatusOf(*first, false), "Cache statistics: \n\tHit rate: 0\n\tMax size: 0\n\tMin clean size: 0\n"
                                             "\tCurrent size: 0\n\tCurrent number of entries: 0\n");
-    EXPECT_EQ(FailureOf([&] { tracker.AppendToMemoryLog(1, log); }), "Couldn't retrieve file name");
+    EXPECT_EQ(WordsOf([&] { tracker.AppendToMemoryLog(1, log); }), "Couldn't retrieve file name");
     tracker.OnClose(first->FileID(), "");
     EXPECT_THROW(tracker.OnClose(first->FileID(), "a"), std::logic_error);
     const auto latin1 = Open("caf\xE9.h5", "w");
@@ -205,7 +205,7 @@ TEST_F(File, TheMemoryLogAndTheReportsTellWhatHdf5HasOpen)
     EXPECT_THROW(tracker.AppendToMemoryLog(8, log), Json::type_error);
     const auto root = latin1->GetRoot();
     H5Fclose(latin1->FileID());
-    EXPECT_EQ(FailureOf([&] { latin1->Close(); }), "Couldn't retrieve file name");
+    EXPECT_EQ(WordsOf([&] { latin1->Close(); }), "Couldn't retrieve file name");
     EXPECT_TRUE(!latin1->IsClosed() && root->IsValid());
 }
 

@@ -14,9 +14,9 @@ TEST_F(Node, AnInvalidOneFailsInItsOwnWords)
 {
     int number = 1;
     const auto group = root->CreateGroup("g");
-    EXPECT_TRUE(std::regex_match(
-        FailureOf([&] { IArray::CreateFromBuffer({}, root->LocationID(), "b", &number, Int, 1, 1, 0); }),
-        std::regex(R"(Array\.tarnwickhdf:\d+: file must not be NULL \[.*: file\.get\(\) != NULL\])")));
+    EXPECT_TRUE(
+        std::regex_match(WordsOf([&] { IArray::CreateFromBuffer({}, root->LocationID(), "b", &number, Int, 1, 1, 0); }),
+                         std::regex(R"(Array\.tarnwickhdf:\d+: file must not be NULL \[.*: file\.get\(\) != NULL\])")));
     EXPECT_FALSE(root->HasArray("b"));
     const auto other = IFile::Open(Path("other.h5"), "w", 0);
     const auto moved = root->CreateGroup("moved");
@@ -36,7 +36,7 @@ TEST_F(Node, AnInvalidOneFailsInItsOwnWords)
     EXPECT_FALSE(group->IsValid() || group->HasGroup("x") || group->HasArray("x") || group->HasTable("x"));
     EXPECT_TRUE(group->HasAttr("a") && group->LocationID() == -1 && group->GetName() == "g");
     file.reset();
-    EXPECT_NE(FailureOf([&] { group->GetEncoding(); }), "");
+    EXPECT_NE(WordsOf([&] { group->GetEncoding(); }), "");
 }
 
 TEST_F(Group, AnswersForPathsAndFailsInItsWords)
