@@ -1,8 +1,11 @@
 """Walks damaged files: each walk ends, with or without an exception, and what crashes does so inside HDF5.
-Usage: damaged_files.py WALKER HUNDREDS"""
-import collections, glob, multiprocessing.pool, os, random, re, shutil, subprocess, sys, tempfile, threading
+Usage: damaged_files.py WALKER HUNDREDS, with a walker of the address sanitizer's, which tells where it crashed"""
+import collections, glob, multiprocessing.pool, os, random, re, subprocess, sys, tempfile, threading
 from foreign_files import SHIPPED, make, unpacked
 from random_files import failure, sequence
+
+# Damage makes HDF5 leak and ask for more memory than there is; a walk that never ends is aborted.
+os.environ['ASAN_OPTIONS'] = 'detect_leaks=0:handle_abort=1:allocator_may_return_null=1:hard_rss_limit_mb=4096'
 
 
 def damage(r, data):
@@ -14,30 +17,19 @@ def damage(r, data):
     return data
 
 
-def run_on(name, *tool):
-    run = subprocess.run([*tool, sys.argv[1], name], capture_output=True)
-    return run, run.stderr.decode(errors='replace')
-
-
 def walk(seed):
     r, name = random.Random(seed), f'damaged {threading.get_ident()}'
     with open(r.choice(FILES), 'rb') as f, open(name, 'wb') as g:
         g.write(damage(r, f.read()))
-    run, said = run_on(name, 'prlimit', '--cpu=10:20', *MEMORY)
+    run = subprocess.run(['timeout', '--signal=ABRT', '--kill-after=9', '30', sys.argv[1], name], capture_output=True)
+    said = run.stderr.decode(errors='replace')
     if run.returncode == 0 or 'allocation-size-too-big' in said:  # The sanitizer's word for std::bad_alloc.
         return 'exception' if run.returncode or isinstance(unpacked(run.stdout)[-1], bytes) else 'walk'
-    # Without the sanitizer the walker's own handler stands before the crash.
-    stack = said if 'AddressSanitizer' in said else said.partition('libc.so')[2]
-    frames = [line for line in stack.splitlines() if re.search('libhdf5|tarnwick', line)]
-    named = [re.search(r'libhdf5[^(]*[(](\w+)| in (\w+) .*libhdf5', line) for line in frames]
-    where = said
-    if 'libhdf5' in (frames or [''])[0]:
-        where = 'HDF5 under ' + next((m[1] or m[2] for m in named if m), '')
-    if 'HDF5 under' not in where and MEMORY and shutil.which('valgrind'):  # Who spoiled the memory comes first.
-        told = run_on(name, 'valgrind', '-q')[1]
-        first = next((line for line in told.splitlines() if re.search('libhdf5|tarnwick', line)), '')
-        where = 'HDF5 under a heap that it had spoiled' if 'libhdf5' in first else where
-    return f'status {run.returncode} in {where}'
+    frames = [line for line in said.splitlines() if re.search('libhdf5|tarnwick', line)]
+    if 'libhdf5' not in (frames or [''])[0]:
+        return f'status {run.returncode} in {said}'
+    named = [re.search(r' in (\w+) .*libhdf5', line) for line in frames]
+    return f'status {run.returncode} in HDF5 under ' + next((m[1] for m in named if m), '')
 
 
 with tempfile.TemporaryDirectory() as folder:
@@ -45,8 +37,6 @@ with tempfile.TemporaryDirectory() as folder:
     make(9)
     failure(sys.argv[1], sequence(1, 150))
     FILES = [f for f in sorted(glob.glob('*.h5') + glob.glob(SHIPPED + '/*.h5')) if 0 < os.path.getsize(f) < 100000]
-    with open(sys.argv[1], 'rb') as f:
-        MEMORY = [] if b'__asan_init' in f.read() else [f'--as={2 << 30}']
     count = 20000 if os.environ.get('TARNWICKHDF_LONG_TESTS') else 100 * int(sys.argv[2])
     with multiprocessing.pool.ThreadPool(2) as pool:
         ends = collections.Counter(pool.imap_unordered(walk, range(count)))

@@ -7,7 +7,6 @@
 #include <hdf5_hl.h>
 #include <nlohmann/json.hpp>
 
-#include <execinfo.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -340,21 +339,10 @@ struct Play
     boost::shared_ptr<ITable> table;
 };
 
-void TellWhere(int signal)
-{
-    void* frames[64];
-    backtrace_symbols_fd(frames + 1, backtrace(frames, 64) - 1, STDERR_FILENO);
-    _exit(signal);
-}
-
 } // namespace
 
 int main(int argc, char** argv)
 {
-    for (const int crash : {SIGSEGV, SIGBUS, SIGFPE, SIGABRT, SIGXCPU})
-    {
-        std::signal(crash, &TellWhere);
-    }
     H5Eset_auto1(nullptr, nullptr);
     const tests::IdCounts before = tests::IdCounts::Now();
     if (argc == 2)
