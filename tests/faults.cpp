@@ -111,7 +111,7 @@ void MakeFile(const std::string& name)
     const ScopedSpace scalar(H5Screate(H5S_SCALAR));
     const ScopedAttribute vlen(H5Acreate1(g->LocationID(), "vlen", text.get(), scalar.get(), H5P_DEFAULT));
     H5Awrite(vlen.get(), text.get(), items);
-    const ScopedAttribute number(H5Acreate1(g->LocationID(), "number", kInt, scalar.get(), H5P_DEFAULT));
+    H5LTset_attribute_int(g->LocationID(), ".", "number", numbers, 1);
     g->CreateArrayFromBuffer("a", numbers, Int, 4, 1);
     g->CreateArrayFromBuffer("m", numbers, Int, 3, 2);
     g->CreateArrayFromBuffer("s", numbers, String, 3, 4);
