@@ -7,6 +7,7 @@
 
 #include <gtest/gtest.h>
 #include <hdf5_hl.h>
+#include <nlohmann/json.hpp>
 
 #include <algorithm>
 #include <array>
@@ -14,7 +15,6 @@
 #include <fstream>
 #include <functional>
 #include <regex>
-#include <sstream>
 
 #include <unistd.h>
 
@@ -84,8 +84,16 @@ inline void ExpectWords(const std::vector<std::pair<std::function<void()>, std::
     }
 }
 
+using Json = nlohmann::ordered_json;
 using Dims = std::vector<hsize_t>;
 using Names = std::vector<std::string>;
+
+/// Makes what groups' classes use a test's.
+struct Inside : IGroup
+{
+    using IGroup::CreateSubGroup;
+    using IGroup::ListNames;
+};
 
 /// The type that a text describes in HDF5's data description language.
 inline ScopedType TypeOf(const std::string& description)
@@ -93,30 +101,23 @@ inline ScopedType TypeOf(const std::string& description)
     return ScopedType(H5LTtext_to_dtype(description.c_str(), H5LT_DDL));
 }
 
-template <typename Values>
-std::string Joined(const Values& values)
-{
-    std::ostringstream text;
-    std::for_each(values.begin(), values.end(), [&](const auto& value) { text << " " << value; });
-    return text.str();
-}
-
-/// How a data set lies in the file and what plain HDF5 reads of it, as " 3 2 chunk 1 1 deflate 6: 1 2 3".
+/// How a data set lies in the file and what plain HDF5 reads of it, as "[3,2] chunk [1,1] deflate 6: [1,2,3]".
 inline std::string ContentOf(hid_t dataSet, hid_t memoryType = H5T_NATIVE_INT)
 {
     const ScopedSpace space(H5Dget_space(dataSet));
     const ScopedPropertyList list(H5Dget_create_plist(dataSet));
     Dims dims(static_cast<size_t>(std::max(H5Sget_simple_extent_ndims(space.get()), 0)));
     H5Sget_simple_extent_dims(space.get(), dims.data(), nullptr);
-    std::string text = dataSet < 0 ? "nothing" : Joined(dims);
-    text += H5Pget_chunk(list.get(), static_cast<int>(dims.size()), dims.data()) > 0 ? " chunk" + Joined(dims) : "";
+    std::string text = dataSet < 0 ? "nothing" : Json(dims).dump();
+    text +=
+        H5Pget_chunk(list.get(), static_cast<int>(dims.size()), dims.data()) > 0 ? " chunk " + Json(dims).dump() : "";
     unsigned int level = 0;
     size_t count = 1;
     H5Pget_filter_by_id2(list.get(), H5Z_FILTER_DEFLATE, nullptr, &count, &level, 0, nullptr, nullptr);
     text += H5Pget_nfilters(list.get()) == 2 ? " deflate " + std::to_string(level) : "";
     std::vector<int> cells(static_cast<size_t>(std::max<hssize_t>(H5Sget_simple_extent_npoints(space.get()), 0)));
     H5Dread(dataSet, memoryType, H5S_ALL, H5S_ALL, H5P_DEFAULT, cells.data());
-    return text + ":" + Joined(cells);
+    return text + ": " + Json(cells).dump();
 }
 
 } // namespace tarnwick::hdf::tests

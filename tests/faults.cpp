@@ -123,12 +123,6 @@ void MakeFile(const std::string& name)
     g->CreateTable("large", 300, row.get(), 0);
 }
 
-struct Inside : IGroup
-{
-    using IGroup::CreateSubGroup;
-    using IGroup::ListNames;
-};
-
 // A file open with a handle of each kind, the operations, and what one answers.
 struct Case
 {
@@ -227,7 +221,7 @@ struct Case
     };
     // clang-format on
 
-    std::string Answer() const { return answer.str() + Joined(std::vector<int>(ints, ints + 12)) + Joined(strings); }
+    std::string Answer() const { return answer.str() + Json(ints).dump() + Json(strings).dump(); }
 };
 
 // Which objects there are, how the data sets lie in the file and their values.
@@ -236,7 +230,7 @@ std::string Contents(hid_t file)
     const ScopedType text = TypeOf(fixed), one = TypeOf(numbered + "}");
     const std::pair<const char*, hid_t> dataSets[] = {{"g/a", kInt},      {"g/s", text.get()},    {"g/e", kInt},
                                                       {"g/t", one.get()}, {"g/large", one.get()}, {"g/new", kInt}};
-    std::string contents = Joined(std::vector<htri_t>{H5Lexists(file, "g/sub", 0), H5Lexists(file, "g/new", 0)});
+    std::string contents = Json({H5Lexists(file, "g/sub", 0), H5Lexists(file, "g/new", 0)}).dump();
     for (const auto& [name, type] : dataSets)
     {
         contents += ContentOf(ScopedDataSet(H5Dopen1(file, name)).get(), type);
@@ -298,7 +292,7 @@ struct Faults : HdfTest
         std::filesystem::copy_file("files/file.h5", "files/new.h5");
         std::cout.setstate(std::ios::failbit);
         untouched = RunWith(0, {}).contents;
-        EXPECT_EQ(untouched.rfind(" 1 0 4 chunk 4: 7 8 9 10", 0), 0U) << untouched;
+        EXPECT_EQ(untouched.rfind("[1,0][4] chunk [4]: [7,8,9,10]", 0), 0U) << untouched;
     }
 
     void Learn()
@@ -331,9 +325,9 @@ struct Faults : HdfTest
     // Nothing that is only read has changed, and the same operation works afterwards.
     Outcome Try(const Plan& faults)
     {
-        SCOPED_TRACE(usual.name + Joined(std::vector<size_t>{faults.call, faults.lasting, faults.allocation}));
+        SCOPED_TRACE(usual.name + Json({faults.call, faults.lasting, faults.allocation}).dump());
         const Outcome outcome = RunWith(operation, faults);
-        SCOPED_TRACE(Joined(outcome.failed) + "|" + outcome.text + "|" + outcome.next);
+        SCOPED_TRACE(Json(outcome.failed).dump() + "|" + outcome.text + "|" + outcome.next);
         const bool worked = outcome.next == usual.next || outcome.next == usual.answer;
         EXPECT_TRUE(worked || (!readsOnly && IsKnown(outcome.next)));
         EXPECT_TRUE(!readsOnly || outcome.contents == usual.contents);

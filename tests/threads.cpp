@@ -57,11 +57,9 @@ TEST_F(Threads, EightUseAFileEachUnderOneTrackerWhileANinthSamples)
         EXPECT_TRUE(text.empty() || text == "Couldn't retrieve file name") << text;
     }
     std::for_each(uses.begin(), uses.end(), [](std::thread& use) { use.join(); });
-    tracker->AppendToMemoryLog(2, Path("memory.log"));
+    tracker->AppendToMemoryLog(2, Path("last.log"));
     std::string last;
-    for (std::ifstream lines(Path("memory.log")); last.find("{\"index\":2") != 0 && std::getline(lines, last);)
-    {
-    }
+    std::getline(std::ifstream(Path("last.log")), last);
     EXPECT_EQ(last.substr(last.find("\"files\"") + 7), ":[]}");
 }
 
