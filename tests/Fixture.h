@@ -32,7 +32,7 @@ struct HdfTest : ::testing::Test
     }
     ~HdfTest() override
     {
-        EXPECT_EQ(m_idsBefore, IdCounts::Now());
+        EXPECT_EQ(m_idsBefore, CountIds());
         std::filesystem::remove_all(m_directory);
     }
 
@@ -41,7 +41,7 @@ struct HdfTest : ::testing::Test
 private:
     std::filesystem::path m_directory =
         std::filesystem::temp_directory_path() / ("tarnwickhdf-test-" + std::to_string(getpid()));
-    IdCounts m_idsBefore = (H5open(), IdCounts::Now());
+    IdCounts m_idsBefore = (H5open(), CountIds());
 };
 
 /// A test with a file that is open for writing.
@@ -68,9 +68,9 @@ inline std::string TextOf(const std::function<void()>& call)
 /// must leave the open ids as they were.
 inline std::string WordsOf(const std::function<void()>& call)
 {
-    const IdCounts before = IdCounts::Now();
+    const IdCounts before = CountIds();
     const std::string text = TextOf(call);
-    EXPECT_EQ(before, IdCounts::Now()) << "after: " << text;
+    EXPECT_EQ(before, CountIds()) << "after: " << text;
     const size_t traceback = text.find(":\n");
     return traceback == std::string::npos ? text : text.substr(0, traceback + 1);
 }
@@ -88,7 +88,7 @@ using Json = nlohmann::ordered_json;
 using Dims = std::vector<hsize_t>;
 using Names = std::vector<std::string>;
 
-/// Makes what groups' classes use a test's.
+/// Opens to tests what a group keeps for its own classes.
 struct Inside : IGroup
 {
     using IGroup::CreateSubGroup;

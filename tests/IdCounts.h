@@ -11,16 +11,15 @@ extern "C" std::int64_t H5I_nmembers(H5I_type_t kind);
 namespace tarnwick::hdf::tests
 {
 
+using IdCounts = std::array<std::int64_t, 7>;
+
 /// How many files, groups, data sets, spaces, attributes, property lists and types are open in this process. A
 /// conversion that HDF5 remembers keeps types of its own, which aren't among those that it counts for callers.
-struct IdCounts : std::array<std::int64_t, 7>
+inline IdCounts CountIds()
 {
-    static IdCounts Now()
-    {
-        return {{H5I_nmembers(H5I_FILE), H5I_nmembers(H5I_GROUP), H5I_nmembers(H5I_DATASET),
-                 H5I_nmembers(H5I_DATASPACE), H5I_nmembers(H5I_ATTR), H5I_nmembers(H5I_GENPROP_LST),
-                 H5Fget_obj_count(hid_t{H5F_OBJ_ALL}, H5F_OBJ_DATATYPE)}};
-    }
-};
+    return {{H5I_nmembers(H5I_FILE), H5I_nmembers(H5I_GROUP), H5I_nmembers(H5I_DATASET), H5I_nmembers(H5I_DATASPACE),
+             H5I_nmembers(H5I_ATTR), H5I_nmembers(H5I_GENPROP_LST),
+             H5Fget_obj_count(hid_t{H5F_OBJ_ALL}, H5F_OBJ_DATATYPE)}};
+}
 
 } // namespace tarnwick::hdf::tests

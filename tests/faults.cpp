@@ -27,6 +27,7 @@ struct Outcome
     std::string name, text, answer, contents, next;
 }* armed = nullptr;
 
+// Until the end of a full expression.
 struct Arming
 {
     explicit Arming(Outcome* log) { armed = log; }
@@ -84,9 +85,6 @@ void* operator new(size_t size)
 }
 
 namespace tarnwick::hdf::tests
-{
-
-namespace
 {
 
 using namespace TDataType;
@@ -251,7 +249,7 @@ Outcome RunWith(size_t index, const Plan& faults)
 {
     std::filesystem::remove_all("run");
     std::filesystem::copy("files", "run");
-    const IdCounts before = IdCounts::Now();
+    const IdCounts before = CountIds();
     Outcome outcome;
     {
         Case c;
@@ -259,12 +257,7 @@ Outcome RunWith(size_t index, const Plan& faults)
         plan = faults;
         const auto& [name, operation] = c.operations[index];
         outcome.name = name;
-        const auto run = [&, &operation = operation]
-        {
-            const Arming arming(&outcome);
-            operation();
-        };
-        outcome.text = TextOf(run);
+        outcome.text = TextOf([&, &run = operation] { Arming{&outcome}, run(); });
         outcome.answer = c.Answer();
         EXPECT_TRUE(outcome.text.empty() || c.strings.at(0) == "untouched");
         const bool closed = c.file->IsClosed();
@@ -278,7 +271,7 @@ Outcome RunWith(size_t index, const Plan& faults)
         c.g.reset(), c.a.reset(), c.m.reset(), c.s.reset(), c.e.reset(), c.t.reset(), c.w.reset(), c.large.reset();
         EXPECT_TRUE(c.file->IsClosed() || c.file->GetOpenObjectsCount() == 2);
     }
-    EXPECT_EQ(before, IdCounts::Now());
+    EXPECT_EQ(before, CountIds());
     return outcome;
 }
 
@@ -385,7 +378,5 @@ TEST_F(Faults, AreReportedInTheirWordsOrMadeUpForAndLeaveNothingOpen)
     std::cerr << kOperations << " operations, " << calls << " calls, " << injected << " injected failures, " << thrown
               << " exceptions checked, " << silent << " silent by rule, " << starved << " failed allocations\n";
 }
-
-} // namespace
 
 } // namespace tarnwick::hdf::tests

@@ -120,7 +120,7 @@ TEST_F(File, TheSlotTakesOneTrackerWhichHearsOfEveryOpenAndClose)
         EXPECT_EQ(tracker->events, both + both + both);
         tracker->throwOn = "open ";
         EXPECT_THROW(IFile::Open(path, "w", 0), int);
-        EXPECT_EQ(IdCounts::Now()[0], 0);
+        EXPECT_EQ(CountIds()[0], 0);
     };
     RunApart(body);
 }
