@@ -17,8 +17,7 @@ using namespace TDataType;
 boost::shared_ptr<IFile> openAtExit; // goes after HDF5 has ended
 
 // Runs in a process of its own: the tracker's slot can't be emptied, and limits and the exit are the process's.
-template <typename Body>
-void RunApart(Body body)
+void RunApart(const std::function<void()>& body)
 {
     EXPECT_EXIT((body(), std::exit(::testing::Test::HasFailure() ? 1 : 0)), ::testing::ExitedWithCode(0), "");
 }
@@ -207,7 +206,18 @@ TEST_F(File, TheMemoryLogAndTheReportsTellWhatHdf5HasOpen)
     EXPECT_TRUE(!latin1->IsClosed() && root->IsValid());
 }
 
-TEST(Heap, LargeAndSmallBlocksAppearAndGo)
+TEST(Base, TextOfOtherEncodingsIsConvertedAndBadBytesAreReplaced)
+{
+    EXPECT_EQ(latin1_to_utf8(std::string("Z\xFC\0\xFF", 4)), std::string("Z\xC3\xBC\0\xC3\xBF", 6));
+    EXPECT_EQ(utf8_to_filesystem_unicode("a\xC3\xBC/\xE2\x82\xAC\xF0\x9F\x98\x80"), L"a\u00FC/\u20AC\U0001F600");
+    // A Latin-1 byte, a cut sequence, an overlong one, a surrogate, a character past the last.
+    for (const std::string bad : {"\xFC", "\xE2\x82", "\xC0\xAF", "\xED\xA0\x80", "\xF4\x90\x80\x80"})
+    {
+        EXPECT_EQ(utf8_to_filesystem_unicode(bad + "a"), std::wstring(bad.size(), L'\uFFFD') + L"a") << bad;
+    }
+}
+
+TEST(Base, TheHeapCountsLargeAndSmallBlocksAndTheirEnd)
 {
 #if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
     GTEST_SKIP() << "the sanitizers bring an allocator of their own, which the C library can't count";

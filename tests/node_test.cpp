@@ -1,14 +1,49 @@
 #include "Fixture.h"
 
+#include <tarnwickhdf/internal/CheckResult.h>
 #include <tarnwickhdf/internal/IDataSetBuilder.h>
 
 namespace tarnwick::hdf::tests
 {
 
 using namespace TDataType;
+using Object = HdfTest;
 using Node = OpenFileTest;
 using Group = OpenFileTest;
 using DataSets = OpenFileTest;
+
+TEST_F(Object, IdsThatAreLeftOpenAreSeen)
+{
+    IdCounts expected = CountIds();
+    const ScopedSpace space(H5Screate(H5S_NULL));
+    const ScopedType type(H5Tcopy(H5T_NATIVE_INT));
+    const ScopedPropertyList list(H5Pcreate(H5P_DATASET_CREATE));
+    ++expected[3], ++expected[5], ++expected[6];
+    EXPECT_EQ(CountIds(), expected);
+}
+
+TEST_F(Object, OnlyResultsBelowZeroFailAndTheTracebackBeginsAtTheCall)
+{
+    const std::regex shape("no file:\n#0: in func H5Fclose\\(\\): .+\n  major: .+\n  minor: .+\n(#[^#]+\n)*");
+    EXPECT_TRUE(std::regex_match(TextOf([&] { CheckResult(H5Fclose(-1), "no file"); }), shape));
+    H5Eclear1();
+    EXPECT_EQ(TextOf([] { CheckResult(-(1LL << 40U), "a ", "name", "'"); }), "a name':\n");
+    EXPECT_EQ(TextOf([] { CheckResult(0, "rule"), CheckResult(0xFFFFFFFFLL, "rule"), GarbageCollect(); }), "");
+}
+
+TEST_F(Node, EachElementTypeHasTheSizeOfWhatHdf5MovesForIt)
+{
+    for (int value = -1; value < 20; ++value)
+    {
+        const auto type = static_cast<TDataType::TDataType>(value);
+        const bool known = value > 0 && value < 18;
+        size_t size = 1;
+        EXPECT_EQ(WordsOf([&] { size = H5Tget_size(INode::DataTypeToHDFType(type)); }),
+                  known ? "" : "invalid TDataType:");
+        EXPECT_EQ(WordsOf([&] { EXPECT_EQ(INode::GetDataTypeSize(type), size) << value; }),
+                  known && value < 17 ? "" : "unknown datatype!");
+    }
+}
 
 TEST_F(Node, AnInvalidOneFailsInItsOwnWords)
 {

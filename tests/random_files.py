@@ -304,10 +304,10 @@ def sequence(seed, length):
 def many(seed):
     """Moves many rows, in one block and in several, and elements."""
     r, rows = random.Random(seed), 1600000 // [*ROWS.values()][seed % 3].itemsize
-    moves = [dict(action='move', type=way, stride=19, steps=rows // 20, one=rows, beyond=beyond,
+    moves = [dict(action='move', type=8 + way, stride=19, steps=rows // 20, one=rows, beyond=beyond,
                   places={1: rows, 6: rows - 60}.get(way, rows // 20))
              for way, beyond in itertools.product(range(8), (0, 1))]
-    slabs = [dict(action='slab', type=way, stride=stride, steps=((1 << 18) - 2) // stride + 1 + beyond, two=1)
+    slabs = [dict(action='slab', type=9 + way, stride=stride, steps=((1 << 18) - 2) // stride + 1 + beyond, two=1)
              for way, stride, beyond in itertools.product((0, 1, 2), (2, 511, 600), (0, 1)) if not beyond or way != 1]
     chunk, level = ((rows, 0), (2048, 4))[seed // 2 % 2]
     for fields in (dict(action='table', start=chunk, level=level, one=rows), *moves, dict(action='delete'),

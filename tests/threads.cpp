@@ -29,8 +29,7 @@ void UseAFile(const std::string& path)
 {
     for (int round = 0; round < 20; ++round)
     {
-        std::vector<int> numbers(1000, round);
-        std::vector<int> back(1000, -1);
+        std::vector<int> numbers(1000, round), back(1000, -1);
         auto file = IFile::Open(path, "w", round % 3);
         file->GetRoot()->CreateArrayFromBuffer("numbers", numbers.data(), TDataType::Int, 100, 10)->Flush();
         file->Close();

@@ -183,8 +183,6 @@ void TellAll(const std::string& path)
 // Plays operations on a file. What works on an open data set does so through a copy that lives on.
 struct Play
 {
-    static std::string Bytes(const std::vector<hsize_t>& bytes) { return {bytes.begin(), bytes.end()}; }
-
     template <typename Node>
     static Node& Copy(boost::shared_ptr<Node>& copy, const boost::shared_ptr<Node>& node)
     {
@@ -222,8 +220,8 @@ struct Play
         at = file ? file->GetRoot() : nullptr;
         at = operation["below"] == 0 ? at : at->CreateGroup("below/" + name);
         const std::vector<hsize_t> some = operation["text"], others = operation["mark"];
-        const std::string mark = Bytes(others);
-        std::string text = Bytes(some);
+        const std::string mark(others.begin(), others.end());
+        std::string text(some.begin(), some.end());
         const int kind = operation["type"], level = operation["level"], one = operation["one"], two = operation["two"];
         const int start = operation["start"], stride = operation["stride"], count = operation["steps"];
         const auto type = static_cast<TDataType::TDataType>(kind);
@@ -234,14 +232,9 @@ struct Play
         std::vector<hsize_t> turned(static_cast<size_t>(one));
         std::iota(turned.rbegin(), turned.rend(), 0U);
         size_t starts[] = {size_t(start), 0}, strides[] = {size_t(stride), 1}, counts[] = {size_t(count), size_t(two)};
-        std::vector<double> converted;
-        const auto typed = [&]
-        {
-            converted = values;
-            const hid_t to = INode::DataTypeToHDFType(type);
-            H5Tconvert(H5T_NATIVE_DOUBLE, to, size_t(one * two), converted.data(), nullptr, 0);
-            return converted.data();
-        };
+        std::vector<double> typed = values;
+        H5Tconvert(H5T_NATIVE_DOUBLE, INode::DataTypeToHDFType(type), std::min(size_t(one * two), values.size()),
+                   typed.data(), nullptr, 0);
         // clang-format off
         const std::map<std::string, std::function<void()>> actions = {
             {"open", [&] { rowType.reset(H5LTtext_to_dtype(std::string(operation["row"]).c_str(), H5LT_DDL));
@@ -252,7 +245,7 @@ struct Play
                 for (int i = 0; i < 300; ++i) { at->CreateGroup("lost" + std::to_string(i)); }
                 raise(SIGKILL); }},
             {"group", [&] { at->CreateGroup(name); }},
-            {"array", [&] { Copy(array, at->CreateArrayFromBuffer(name, typed(), type, one, two));
+            {"array", [&] { Copy(array, at->CreateArrayFromBuffer(name, typed.data(), type, one, two));
                 array->GetToBuffer(v, Double); }},
             {"texts", [&] { Copy(array, at->CreateArrayFromBuffer(name, text.data(), String, one, two));
                 array->GetToBuffer(v, String); }},
@@ -273,9 +266,9 @@ struct Play
             {"put row", [&] { Extensible(start).WriteRowFromBuffer(one, v, Double); }},
             {"put column", [&] { Extensible(start).WriteColumnFromBuffer(two, v, Double); }},
             {"encode", [&] { file->SetEncoding(type % 2 == 0 ? H5T_CSET_UTF8 : H5T_CSET_ASCII); }},
-            {"new array", [&] { Copy(array, at->CreateArray(name, type, 0)).SetFromBuffer(typed(), type, one, two);
+            {"new array", [&] { Copy(array, at->CreateArray(name, type, 0)).SetFromBuffer(typed.data(), type, one, two);
                 array->GetToBuffer(v, Double); }},
-            {"set", [&] { Array().SetFromBuffer(typed(), type, one, two), array->GetToBuffer(v, Double); }},
+            {"set", [&] { Array().SetFromBuffer(typed.data(), type, one, two), array->GetToBuffer(v, Double); }},
             {"set table", [&] { const hid_t own = Table().GetCompoundTypeID();
                 table->SetFromBuffer(v, one, start == 0 ? -1 : start == 1 ? row : own, level);
                 table->GetToBuffer(v, -1); }},
