@@ -206,7 +206,7 @@ TEST_F(File, TheMemoryLogAndTheReportsTellWhatHdf5HasOpen)
     EXPECT_TRUE(!latin1->IsClosed() && root->IsValid());
 }
 
-TEST(Base, TextOfOtherEncodingsIsConvertedAndBadBytesAreReplaced)
+TEST(Text, OfOtherEncodingsIsConvertedAndBadBytesAreReplaced)
 {
     EXPECT_EQ(latin1_to_utf8(std::string("Z\xFC\0\xFF", 4)), std::string("Z\xC3\xBC\0\xC3\xBF", 6));
     EXPECT_EQ(utf8_to_filesystem_unicode("a\xC3\xBC/\xE2\x82\xAC\xF0\x9F\x98\x80"), L"a\u00FC/\u20AC\U0001F600");
@@ -217,7 +217,7 @@ TEST(Base, TextOfOtherEncodingsIsConvertedAndBadBytesAreReplaced)
     }
 }
 
-TEST(Base, TheHeapCountsLargeAndSmallBlocksAndTheirEnd)
+TEST(Heap, LargeAndSmallBlocksAppearAndGo)
 {
 #if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
     GTEST_SKIP() << "the sanitizers bring an allocator of their own, which the C library can't count";
