@@ -25,11 +25,13 @@ def walk(seed):
     said = run.stderr.decode(errors='replace')
     if run.returncode == 0 or 'in operator new' in said.partition('SUMMARY')[2]:  # It doesn't throw std::bad_alloc.
         return 'exception' if run.returncode or isinstance(unpacked(run.stdout)[-1], bytes) else 'walk'
-    frames = [line for line in said.splitlines() if re.search('libhdf5|tarnwick', line)]
-    if 'libhdf5' not in (frames or [''])[0]:
+    # Where it crashed and, if it ran over the end of memory there, who had asked for that.
+    stacks = [re.findall('.*(?:libhdf5|tarnwick).*', stack) or ['']
+              for stack in (said, *re.findall('located 0 bytes to the right.*?allocated by(.*)', said, re.S))]
+    if not all('libhdf5' in stack[0] for stack in stacks) or 'stack-buffer' in said:
         return f'status {run.returncode} in {said}'
-    named = [re.search(r' in (\w+) .*libhdf5', line) for line in frames]
-    return f'status {run.returncode} in HDF5 under ' + next((m[1] for m in named if m), '')
+    named = re.search(r' in (\w+) .*libhdf5', '\n'.join(stacks[0]))
+    return f'status {run.returncode} in HDF5 under ' + (named[1] if named else '')
 
 
 with tempfile.TemporaryDirectory() as folder:
