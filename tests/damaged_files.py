@@ -1,6 +1,6 @@
 """Walks damaged files: each walk ends, with or without an exception, and what crashes does so inside HDF5.
 Usage: damaged_files.py WALKER HUNDREDS, with a walker of the address sanitizer's, which tells where it crashed"""
-import collections, glob, multiprocessing.pool, os, random, re, subprocess, sys, tempfile, threading
+import collections, glob, multiprocessing.pool, os, pathlib, random, re, subprocess, sys, tempfile, threading
 from foreign_files import SHIPPED, make, unpacked
 from random_files import failure, sequence
 
@@ -19,8 +19,7 @@ def damage(r, data):
 
 def walk(seed):
     r, name = random.Random(seed), f'damaged {threading.get_ident()}'
-    with open(r.choice(FILES), 'rb') as f, open(name, 'wb') as g:
-        g.write(damage(r, f.read()))
+    pathlib.Path(name).write_bytes(damage(r, pathlib.Path(r.choice(FILES)).read_bytes()))
     run = subprocess.run(['timeout', '--signal=ABRT', '--kill-after=9', '30', sys.argv[1], name], capture_output=True)
     said = run.stderr.decode(errors='replace')
     if run.returncode == 0 or 'in operator new' in said.partition('SUMMARY')[2]:  # It doesn't throw std::bad_alloc.

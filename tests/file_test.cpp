@@ -110,8 +110,7 @@ TEST_F(File, TheSlotTakesOneTrackerWhichHearsOfEveryOpenAndClose)
         EXPECT_EQ(IFile::GetGlobalFileTracker(), tracker);
         EXPECT_NE(WordsOf([&] { IFile::Open(path, "r", 0); }), "");
         auto file = IFile::Open(path, "w", 0);
-        file->Close();
-        file->Close();
+        file->Close(), file->Close();
         tracker->throwOn = "close ";
         EXPECT_NO_THROW(IFile::Open(path, "w", 0).reset());
         file = IFile::Open(path, "w", 0);
@@ -189,8 +188,7 @@ TEST_F(File, TheMemoryLogAndTheReportsTellWhatHdf5HasOpen)
         EXPECT_NEAR(difftime(timegm(&local), std::time(nullptr)), hours * 3600, 1800);
         EXPECT_EQ(match[2], sample.dump());
     }
-    first->Close();
-    first->Close();
+    first->Close(), first->Close();
     EXPECT_EQ(WordsOf([&] { first->GetFileName(); }), "Couldn't retrieve file name");
     EXPECT_EQ(CacheStatusOf(*first, false), "Cache statistics: \n\tHit rate: 0\n\tMax size: 0\n\tMin clean size: 0\n"
                                             "\tCurrent size: 0\n\tCurrent number of entries: 0\n");
@@ -267,8 +265,7 @@ TEST_F(File, AFullDiskGivesExceptionsAndLeavesOtherFilesAndTheExitAlone)
             }
             root.reset(), file.reset();
             setrlimit(RLIMIT_FSIZE, &limit);
-            other->GetRoot()->SetAttr("text", "written");
-            other->Close();
+            other->GetRoot()->SetAttr("text", "written"), other->Close();
             EXPECT_EQ(Open("other.h5", "r")->GetRoot()->GetAttr("text"), "written");
             openAtExit = Open("late.h5", "w");
             openAtExit->GetRoot()->SetAttr("text", std::to_string(way));

@@ -1,6 +1,6 @@
 """Files by other writers: made here, walked by the library, and told anew with h5py by the rules of the library.
 Usage: foreign_files.py WALKER"""
-import glob, io, itertools, os, subprocess, sys, tempfile, zlib
+import glob, io, itertools, os, pathlib, subprocess, sys, tempfile, zlib
 import h5py, msgpack, numpy as np, tables
 from h5py import h5, h5a, h5d, h5g, h5o, h5p, h5s, h5t, h5z
 
@@ -279,8 +279,8 @@ def make(step=1):  # Every step-th of the pairs of types and spaces.
     for low in 'earliest', 'v108', 'latest':
         with h5py.File(low + '.h5', 'w', libver=(low, 'latest'), userblock_size=512) as f:
             everything(f, step)
-    with open('earliest.h5', 'rb') as f, open('user link.h5', 'wb') as g:  # A link of the user's in place of another.
-        g.write(f.read().replace(b'\x40\1\7no file', b'\x41\1\7no file'))
+    linked = pathlib.Path('earliest.h5').read_bytes().replace(b'\x40\1\7no file', b'\x41\1\7no file')
+    pathlib.Path('user link.h5').write_bytes(linked)  # A link of the user's in place of another.
     with h5py.File('huge.h5', 'w') as f:
         data_set(f.id, b'huge', string(8), h5s.create_simple((1 << 61,)), set_chunk=((8,),))
     for i, mark in enumerate((7, [7, 8], 'text', 7.5)):
@@ -288,10 +288,9 @@ def make(step=1):  # Every step-th of the pairs of types and spaces.
             f.attrs['__vorl_api_version'] = mark
     for name, (i, change) in itertools.product(('oldflavor_numeric', 'ex-noattr'), enumerate(REPACKS)):
         subprocess.run(['h5repack', *change, f'{SHIPPED}/{name}.h5', f'{name} {i}.h5'], check=True)
-    with open('numbers.txt', 'w') as f:
-        f.write('1 2 3 4 5 6')
+    pathlib.Path('numbers.txt').write_text('1 2 3 4 5 6')
     subprocess.run('h5import numbers.txt -d 2,3 -p a/numbers -t TEXTIN -s 32 -o other.h5'.split(), check=True)
-    open('empty.h5', 'w').close()
+    pathlib.Path('empty.h5').touch()
 
 
 def unpacked(told):

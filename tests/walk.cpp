@@ -22,7 +22,6 @@
 
 using namespace tarnwick::hdf;
 using nlohmann::json;
-using Texts = std::vector<std::string>;
 
 namespace
 {
@@ -88,7 +87,7 @@ struct Tell
     {
         const size_t length = array.GetLength(), width = array.GetComponents();
         const hid_t type = array.GetTypeID(), id = array.LocationID();
-        Texts texts;
+        std::vector<std::string> texts;
         const json bytes = Try([&] { return array.GetSizeInBytes(); });
         const json cells =
             array.GetType() >= TDataType::String
@@ -123,7 +122,7 @@ struct Tell
 
     static json Column(const ITable& table, int column, const std::string& name)
     {
-        Texts texts;
+        std::vector<std::string> texts;
         const ScopedType type(H5Tcreate(H5T_COMPOUND, sizeof(double)));
         H5Tinsert(type.get(), name.c_str(), 0, H5T_NATIVE_DOUBLE);
         return {name, table.GetColumnDataType(column),
