@@ -24,9 +24,9 @@ def walk(seed):
     said = run.stderr.decode(errors='replace')
     if run.returncode == 0 or 'in operator new' in said.partition('SUMMARY')[2]:  # It doesn't throw std::bad_alloc.
         return 'exception' if run.returncode or isinstance(unpacked(run.stdout)[-1], bytes) else 'walk'
-    # Where it crashed and, if it ran over the end of memory there, who had asked for that.
-    stacks = [re.findall('.*(?:libhdf5|tarnwick).*', stack) or ['']
-              for stack in (said, *re.findall('located 0 bytes to the right.*?allocated by(.*)', said, re.S))]
+    # Where it crashed and, if that was past the end of some memory or in what was free again, who had asked for it.
+    lost = re.findall('located (?:0 bytes to the right|[0-9]+ bytes inside) of.*?allocated by(.*)', said, re.S)
+    stacks = [re.findall('.*(?:libhdf5|tarnwick).*', stack) or [''] for stack in (said, *lost)]
     if not all('libhdf5' in stack[0] for stack in stacks) or 'stack-buffer' in said:
         return f'status {run.returncode} in {said}'
     named = re.search(r' in (\w+) .*libhdf5', '\n'.join(stacks[0]))

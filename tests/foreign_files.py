@@ -297,10 +297,14 @@ def unpacked(told):
     return [*msgpack.Unpacker(io.BytesIO(told), raw=True)]
 
 
+def plain(told):  # As it is after a way through MessagePack.
+    return unpacked(b''.join(map(msgpack.packb, told)))
+
+
 def compare(walker, path):
     run = subprocess.run([walker, path], check=True, capture_output=True)
     assert not run.stderr, run.stderr.decode()
-    told, predicted = unpacked(run.stdout), unpacked(b''.join(map(msgpack.packb, predict(path))))
+    told, predicted = unpacked(run.stdout), plain(predict(path))
     different = [f'{path}: told\n {a}\npredicted\n {b}' for a, b in itertools.zip_longest(told, predicted)
                  if str(a) != str(b)]  # No NaN is equal to another.
     assert not different, f'{len(different)} lines differ; ' + different[0]

@@ -231,9 +231,14 @@ struct Play
         std::vector<hsize_t> turned(static_cast<size_t>(one));
         std::iota(turned.rbegin(), turned.rend(), 0U);
         size_t starts[] = {size_t(start), 0}, strides[] = {size_t(stride), 1}, counts[] = {size_t(count), size_t(two)};
-        std::vector<double> typed = values;
-        H5Tconvert(H5T_NATIVE_DOUBLE, INode::DataTypeToHDFType(type), std::min(size_t(one * two), values.size()),
-                   typed.data(), nullptr, 0);
+        std::vector<double> converted;
+        const auto typed = [&]
+        {
+            converted = values;
+            const hid_t to = INode::DataTypeToHDFType(type);
+            H5Tconvert(H5T_NATIVE_DOUBLE, to, size_t(one * two), converted.data(), nullptr, 0);
+            return converted.data();
+        };
         // clang-format off
         const std::map<std::string, std::function<void()>> actions = {
             {"open", [&] { rowType.reset(H5LTtext_to_dtype(std::string(operation["row"]).c_str(), H5LT_DDL));
@@ -244,7 +249,7 @@ struct Play
                 for (int i = 0; i < 300; ++i) { at->CreateGroup("lost" + std::to_string(i)); }
                 raise(SIGKILL); }},
             {"group", [&] { at->CreateGroup(name); }},
-            {"array", [&] { Copy(array, at->CreateArrayFromBuffer(name, typed.data(), type, one, two));
+            {"array", [&] { Copy(array, at->CreateArrayFromBuffer(name, typed(), type, one, two));
                 array->GetToBuffer(v, Double); }},
             {"texts", [&] { Copy(array, at->CreateArrayFromBuffer(name, text.data(), String, one, two));
                 array->GetToBuffer(v, String); }},
@@ -265,9 +270,9 @@ struct Play
             {"put row", [&] { Extensible(start).WriteRowFromBuffer(one, v, Double); }},
             {"put column", [&] { Extensible(start).WriteColumnFromBuffer(two, v, Double); }},
             {"encode", [&] { file->SetEncoding(type % 2 == 0 ? H5T_CSET_UTF8 : H5T_CSET_ASCII); }},
-            {"new array", [&] { Copy(array, at->CreateArray(name, type, 0)).SetFromBuffer(typed.data(), type, one, two);
+            {"new array", [&] { Copy(array, at->CreateArray(name, type, 0)).SetFromBuffer(typed(), type, one, two);
                 array->GetToBuffer(v, Double); }},
-            {"set", [&] { Array().SetFromBuffer(typed.data(), type, one, two), array->GetToBuffer(v, Double); }},
+            {"set", [&] { Array().SetFromBuffer(typed(), type, one, two), array->GetToBuffer(v, Double); }},
             {"set table", [&] { const hid_t own = Table().GetCompoundTypeID();
                 table->SetFromBuffer(v, one, start == 0 ? -1 : start == 1 ? row : own, level);
                 table->GetToBuffer(v, -1); }},
