@@ -178,16 +178,16 @@ private:
     };
 
     // Where in which file a group lies: the same for all its names.
-    using Place = std::pair<unsigned long, haddr_t>;
+    using Place = std::array<unsigned long, 4>;
 
     static Place PlaceOf(const hdf::IGroup& group)
     {
-        H5O_info_t info{};
-        if (H5Oget_info2(group.LocationID(), &info, H5O_INFO_BASIC) < 0)
+        H5G_stat_t info{};
+        if (H5Gget_objinfo(group.LocationID(), ".", 1, &info) < 0)
         {
             throw std::runtime_error("HDF5 can't tell where the group lies");
         }
-        return {info.fileno, info.addr};
+        return {info.fileno[0], info.fileno[1], info.objno[0], info.objno[1]};
     }
 
     static herr_t Collect(hid_t, const char* name, const H5L_info_t* info, void* children) noexcept
@@ -242,16 +242,16 @@ private:
             PrintLink(*group, child, path);
             return;
         }
-        H5O_info_t info{};
-        if (H5Oget_info_by_name2(group->LocationID(), child.name.c_str(), &info, H5O_INFO_BASIC, H5P_DEFAULT) < 0)
+        H5G_stat_t info{};
+        if (H5Gget_objinfo(group->LocationID(), child.name.c_str(), 1, &info) < 0)
         {
             std::cout << Printable(path) << "  can't be read\n";
         }
-        else if (info.type == H5O_TYPE_GROUP)
+        else if (info.type == H5G_GROUP)
         {
             groups.push_back({group, child.name, path});
         }
-        else if (info.type == H5O_TYPE_DATASET)
+        else if (info.type == H5G_DATASET)
         {
             PrintDataSet(*group, child.name, path);
         }

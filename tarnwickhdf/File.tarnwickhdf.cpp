@@ -5,6 +5,7 @@
 #include <tarnwickhdf/internal/FileName.h>
 #include <tarnwickhdf/internal/IntegerAttribute.h>
 #include <tarnwickhdf/internal/KeptList.h>
+#include <tarnwickhdf/internal/SameOnEveryHdf5.h>
 #include <tarnwickhdf/internal/ScopedId.h>
 
 #include <tarnwick/text.h>
@@ -94,6 +95,7 @@ ScopedPropertyList CreateFileAccessList()
     CheckResult(list.get(), "could not create property list for file access");
     CheckResult(H5Pset_fclose_degree(list.get(), H5F_CLOSE_STRONG), "could not set fclose degree");
     CheckResult(H5Pset_gc_references(list.get(), 1), "Error while calling H5Pset_gc_reference");
+    SetOldestForms(list.get());
     return list;
 }
 

@@ -6,6 +6,7 @@
 #include <tarnwickhdf/internal/CheckResult.h>
 #include <tarnwickhdf/internal/HandOver.h>
 #include <tarnwickhdf/internal/QuietErrors.h>
+#include <tarnwickhdf/internal/SameOnEveryHdf5.h>
 #include <tarnwickhdf/internal/ScopedId.h>
 
 #include <cstring>
@@ -55,7 +56,7 @@ std::string NameOfChild(hid_t group, hsize_t index)
 
 int KindOfObject(hid_t group, const char* name)
 {
-    H5O_info_t info = {};
+    ObjectInfo info = {};
     if (H5Oget_info_by_name2(group, name, &info, H5O_INFO_BASIC, H5P_DEFAULT) < 0)
     {
         return H5G_UNKNOWN;
@@ -75,11 +76,7 @@ int KindOfObject(hid_t group, const char* name)
 
 int KindOfChild(hid_t group, const char* name, H5L_type_t link)
 {
-    if (link == H5L_TYPE_HARD)
-    {
-        return KindOfObject(group, name);
-    }
-    return link == H5L_TYPE_SOFT ? H5G_LINK : H5G_UDLINK;
+    return link == H5L_TYPE_HARD ? KindOfObject(group, name) : KindOfLink(link);
 }
 
 // No exception may cross HDF5's own frames: it waits in the walk until the iteration has ended.
@@ -111,7 +108,7 @@ void WalkByIndex(hid_t group, const Walk& walk)
     const hsize_t count = CountChildren(group);
     for (hsize_t index = 0; index < count; ++index)
     {
-        if (H5Gget_objtype_by_idx(group, index) == walk.kind && !walk.visit([&] { return NameOfChild(group, index); }))
+        if (KindOfChildAt(group, index) == walk.kind && !walk.visit([&] { return NameOfChild(group, index); }))
         {
             return;
         }
@@ -252,7 +249,7 @@ std::string IGroup::GetChildName(int index) const
 
 int IGroup::GetChildType(int index) const
 {
-    return H5Gget_objtype_by_idx(m_location, static_cast<hsize_t>(index));
+    return KindOfChildAt(m_location, static_cast<hsize_t>(index));
 }
 
 size_t IGroup::GetNumberOfChildren() const

@@ -3,6 +3,7 @@
 #include <tarnwickhdf/internal/CheckResult.h>
 #include <tarnwickhdf/internal/ObjectLookup.h>
 #include <tarnwickhdf/internal/QuietErrors.h>
+#include <tarnwickhdf/internal/SameOnEveryHdf5.h>
 
 #include <boost/shared_ptr.hpp>
 
@@ -110,7 +111,7 @@ bool HasObjectOfType(hid_t location, const std::string& name, H5O_type_t type)
     }
     // That the object's info can be read tells that all levels exist. The full form of the info would walk the whole
     // index of a group to add up sizes.
-    H5O_info_t info = {};
+    ObjectInfo info = {};
     if (H5Oget_info_by_name2(location, name.c_str(), &info, H5O_INFO_BASIC, H5P_DEFAULT) >= 0)
     {
         return info.type == type;

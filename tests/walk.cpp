@@ -1,6 +1,7 @@
 // Tells what the library tells of a file ("walk FILE"), or plays the operations of its input on it ("walk FILE play").
 #include "IdCounts.h"
 
+#include <tarnwickhdf/internal/SameOnEveryHdf5.h>
 #include <tarnwickhdf/internal/ScopedId.h>
 #include <tarnwickhdf/tarnwickhdf.h>
 
@@ -147,7 +148,7 @@ struct Tell
     // A group that is its own descendant is walked once.
     static void Walk(IGroup& group, const std::string& path, std::set<haddr_t>& seen)
     {
-        H5O_info_t info = {};
+        ObjectInfo info = {};
         if (H5Oget_info1(group.LocationID(), &info) < 0 || !seen.insert(info.addr).second)
         {
             return;
