@@ -20,11 +20,9 @@
 #include <utility>
 #include <vector>
 
-#if !defined(_WIN32)
 #include <fcntl.h>
 #include <sys/stat.h>
 #include <unistd.h>
-#endif
 
 namespace tarnwick::hdf
 {
@@ -43,22 +41,6 @@ std::string VersionAttributeName()
 {
     return reservedAttributePrefix + "api_version";
 }
-
-#if defined(_WIN32)
-
-bool CanBeRead(const std::string& filename)
-{
-    return std::ifstream(tarnwick::utf8_to_filesystem_unicode(filename)).good();
-}
-
-bool IsMissing(const std::string& filename)
-{
-    std::error_code error;
-    const auto status = std::filesystem::status(tarnwick::utf8_to_filesystem_unicode(filename), error);
-    return status.type() == std::filesystem::file_type::not_found;
-}
-
-#else
 
 // File streams take no wide path here, and they open directories; a pipe without a writer would block them.
 bool CanBeRead(const std::string& filename)
@@ -79,8 +61,6 @@ bool IsMissing(const std::string& filename)
     std::error_code error;
     return std::filesystem::status(filename, error).type() == std::filesystem::file_type::not_found;
 }
-
-#endif
 
 // "r+" makes a file that is missing. One that is there but can't be read must not be taken for missing: it would be
 // emptied.
