@@ -3,7 +3,8 @@ include(CMakePackageConfigHelpers)
 
 function(tarnwickhdf_install_library target)
   install(TARGETS ${target} EXPORT tarnwickhdfTargets
-    LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR} COMPONENT runtime NAMELINK_COMPONENT development)
+    LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR} COMPONENT runtime NAMELINK_COMPONENT development
+    ARCHIVE DESTINATION ${CMAKE_INSTALL_LIBDIR} COMPONENT development)
   install(DIRECTORY ${PROJECT_SOURCE_DIR}/${target}/ DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}/${target}
     COMPONENT development
     FILES_MATCHING PATTERN "*.h"
@@ -19,12 +20,13 @@ configure_package_config_file(cmake/tarnwickhdfConfig.cmake.in ${PROJECT_BINARY_
   INSTALL_DESTINATION ${package_dir})
 write_basic_package_version_file(${PROJECT_BINARY_DIR}/tarnwickhdfConfigVersion.cmake COMPATIBILITY SameMajorVersion)
 install(FILES ${PROJECT_BINARY_DIR}/tarnwickhdfConfig.cmake ${PROJECT_BINARY_DIR}/tarnwickhdfConfigVersion.cmake
+  cmake/tarnwickhdfDependencies.cmake
   DESTINATION ${package_dir} COMPONENT development)
 
-# pkg-config's own module for HDF5 is named differently from one distribution to the next: say where it was found.
-list(GET HDF5_C_LIBRARIES 0 hdf5_library)
-get_filename_component(hdf5_library_dir ${hdf5_library} DIRECTORY)
-list(GET HDF5_C_INCLUDE_DIRS 0 hdf5_include_dir)
+# pkg-config's own module for HDF5 is named differently from one distribution to the next, and where several flavours
+# are installed it may be another one: name the file that the library is linked with.
+string(REPLACE ";" " " hdf5_libraries "${tarnwickhdf_hdf5_libraries}")
+string(REPLACE ";" " -I" hdf5_cflags "-I${tarnwickhdf_hdf5_include_dirs}")
 # The prefix is told relative to the file, so that a tree that was moved or unpacked elsewhere works too.
 file(RELATIVE_PATH prefix_from_pkgconfig /prefix/${CMAKE_INSTALL_LIBDIR}/pkgconfig /prefix)
 string(REGEX REPLACE "/$" "" prefix_from_pkgconfig ${prefix_from_pkgconfig})
@@ -89,6 +91,6 @@ Groups, string attributes, arrays, extensible arrays and tables of HDF5 files
 as C++ objects. This package has the headers, the CMake package and the
 pkg-config file.")
 # The packages of a project that takes this one in as a subfolder are its own.
-if(PROJECT_IS_TOP_LEVEL)
+if(top_level)
   include(CPack)
 endif()

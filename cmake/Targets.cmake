@@ -8,6 +8,9 @@ endfunction()
 
 # Links a shared library so that nothing leaves it but the names of cmake/exports.map.
 function(tarnwickhdf_limit_exports target)
+  if(NOT BUILD_SHARED_LIBS)
+    return()
+  endif()
   target_link_options(${target} PRIVATE LINKER:--version-script=${PROJECT_SOURCE_DIR}/cmake/exports.map)
   set_property(TARGET ${target} APPEND PROPERTY LINK_DEPENDS ${PROJECT_SOURCE_DIR}/cmake/exports.map)
 endfunction()
