@@ -10,10 +10,14 @@
 #include <nlohmann/json.hpp>
 
 #include <algorithm>
+#include <cstdlib>
 #include <filesystem>
 #include <fstream>
 #include <functional>
+#include <iterator>
 #include <regex>
+#include <string>
+#include <vector>
 
 #include <unistd.h>
 
@@ -37,25 +41,56 @@ struct HdfTest : ::testing::Test
 
     std::string Path(const std::string& name) const { return (m_directory / name).string(); }
 
+    /// The bytes of a file, "" if it can't be read.
+    std::string Read(const std::string& name) const
+    {
+        std::ifstream stream(Path(name), std::ios::binary);
+        return {std::istreambuf_iterator<char>(stream), {}};
+    }
+
+    boost::shared_ptr<IFile> Open(const std::string& name, const std::string& mode) const
+    {
+        return IFile::Open(Path(name), mode, 0);
+    }
+
 private:
+    static IdCounts CountIdsOnceHdf5IsUp()
+    {
+        H5open();
+        return CountIds();
+    }
+
     std::filesystem::path m_directory =
         std::filesystem::temp_directory_path() / ("tarnwickhdf-test-" + std::to_string(getpid()));
-    IdCounts m_idsBefore = (H5open(), CountIds());
+    IdCounts m_idsBefore = CountIdsOnceHdf5IsUp();
 };
 
 /// A test with a file that is open for writing.
 struct OpenFileTest : HdfTest
 {
-    boost::shared_ptr<IFile> file = IFile::Open(Path("test.h5"), "w", 0);
+    boost::shared_ptr<IFile> file = Open("test.h5", "w");
     boost::shared_ptr<IGroup> root = file->GetRoot();
 };
+
+/// Runs a part of a test in a process of its own, for what belongs to the process: the tracker's slot, limits,
+/// permissions, the exit. What it expects counts for the test.
+inline void InAProcessOfItsOwn(const std::function<void()>& body)
+{
+    const auto runAndExit = [&]
+    {
+        body();
+        std::exit(::testing::Test::HasFailure() ? 1 : 0);
+    };
+    EXPECT_EXIT(runAndExit(), ::testing::ExitedWithCode(0), "");
+}
 
 /// What a call throws, "" if it throws nothing.
 inline std::string TextOf(const std::function<void()>& call)
 {
     try
     {
-        return call(), "";
+        call();
+        return "";
     }
     catch (const std::exception& failure)
     {
@@ -74,12 +109,18 @@ inline std::string WordsOf(const std::function<void()>& call)
     return traceback == std::string::npos ? text : text.substr(0, traceback + 1);
 }
 
-/// Calls with the words that they fail with, as WordsOf tells them; the number of the row goes to the report.
-inline void ExpectWords(const std::vector<std::pair<std::function<void()>, std::string>>& calls)
+struct FailingCall
 {
-    for (size_t i = 0; i < calls.size(); ++i)
+    std::function<void()> call;
+    std::string words; ///< As WordsOf tells them.
+};
+
+/// Makes each call, one after the other.
+inline void ExpectWords(const std::vector<FailingCall>& calls)
+{
+    for (const FailingCall& failing : calls)
     {
-        EXPECT_EQ(WordsOf(calls[i].first), calls[i].second) << "call " << i;
+        EXPECT_EQ(WordsOf(failing.call), failing.words) << "call " << &failing - calls.data();
     }
 }
 
@@ -100,23 +141,45 @@ inline ScopedType TypeOf(const std::string& description)
     return ScopedType(H5LTtext_to_dtype(description.c_str(), H5LT_DDL));
 }
 
-/// How a data set lies in the file and what plain HDF5 reads of it, as "[3,2] chunk [1,1] deflate 6: [1,2,3]".
-inline std::string ContentOf(hid_t dataSet, hid_t memoryType = H5T_NATIVE_INT)
+inline Dims ExtentOf(hid_t dataSet)
 {
     const ScopedSpace space(H5Dget_space(dataSet));
-    const ScopedPropertyList list(H5Dget_create_plist(dataSet));
     Dims dims(static_cast<size_t>(std::max(H5Sget_simple_extent_ndims(space.get()), 0)));
     H5Sget_simple_extent_dims(space.get(), dims.data(), nullptr);
-    std::string text = dataSet < 0 ? "nothing" : Json(dims).dump();
-    text +=
-        H5Pget_chunk(list.get(), static_cast<int>(dims.size()), dims.data()) > 0 ? " chunk " + Json(dims).dump() : "";
-    unsigned int level = 0;
-    size_t count = 1;
-    H5Pget_filter_by_id2(list.get(), H5Z_FILTER_DEFLATE, nullptr, &count, &level, 0, nullptr, nullptr);
-    text += H5Pget_nfilters(list.get()) == 2 ? " deflate " + std::to_string(level) : "";
+    return dims;
+}
+
+/// Chunk and filters of a data set, as " chunk [1,1] deflate 6"; "" for neither.
+inline std::string StorageOf(hid_t dataSet)
+{
+    const ScopedPropertyList list(H5Dget_create_plist(dataSet));
+    Dims chunk(ExtentOf(dataSet).size());
+    std::string text;
+    if (H5Pget_chunk(list.get(), static_cast<int>(chunk.size()), chunk.data()) > 0)
+    {
+        text += " chunk " + Json(chunk).dump();
+    }
+    if (H5Pget_nfilters(list.get()) == 2)
+    {
+        unsigned int level = 0;
+        size_t count = 1;
+        H5Pget_filter_by_id2(list.get(), H5Z_FILTER_DEFLATE, nullptr, &count, &level, 0, nullptr, nullptr);
+        text += " deflate " + std::to_string(level);
+    }
+    return text;
+}
+
+/// How a data set lies in the file and what plain HDF5 reads of it, as "[3,2] chunk [1,1] deflate 6: [1,2,3,4,5,6]".
+inline std::string ContentOf(hid_t dataSet, hid_t memoryType = H5T_NATIVE_INT)
+{
+    if (dataSet < 0)
+    {
+        return "nothing";
+    }
+    const ScopedSpace space(H5Dget_space(dataSet));
     std::vector<int> cells(static_cast<size_t>(std::max<hssize_t>(H5Sget_simple_extent_npoints(space.get()), 0)));
     H5Dread(dataSet, memoryType, H5S_ALL, H5S_ALL, H5P_DEFAULT, cells.data());
-    return text + ": " + Json(cells).dump();
+    return Json(ExtentOf(dataSet)).dump() + StorageOf(dataSet) + ": " + Json(cells).dump();
 }
 
 } // namespace tarnwick::hdf::tests
