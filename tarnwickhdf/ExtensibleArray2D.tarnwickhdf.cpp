@@ -10,6 +10,7 @@
 #include <algorithm>
 #include <cstdint>
 #include <memory>
+#include <optional>
 #include <stdexcept>
 #include <utility>
 #include <vector>
@@ -17,7 +18,7 @@
 namespace tarnwick::hdf
 {
 
-// A row or column of the data set, and of the memory space of the same shape.
+// Rows or columns next to each other, in the data set and in the memory space of the same shape. One is a block of one.
 struct Line
 {
     hsize_t start[2];
@@ -60,14 +61,14 @@ struct Extent
     hsize_t maximum[kRank] = {0, 0};
 };
 
-Line RowAt(hsize_t row, hsize_t columns)
+Line RowsAt(hsize_t row, hsize_t count, hsize_t columns)
 {
-    return {{row, 0}, {1, columns}};
+    return {{row, 0}, {count, columns}};
 }
 
-Line ColumnAt(hsize_t column, hsize_t rows)
+Line ColumnsAt(hsize_t column, hsize_t count, hsize_t rows)
 {
-    return {{0, column}, {rows, 1}};
+    return {{0, column}, {rows, count}};
 }
 
 Extent ExtentOf(const ScopedSpace& space)
@@ -77,9 +78,9 @@ Extent ExtentOf(const ScopedSpace& space)
     return extent;
 }
 
-// Makes the data set one row or column longer than the file says, and at least as wide as the object says: other
+// Makes the data set some rows or columns longer than the file says, and at least as wide as the object says: other
 // handles may have extended it. The space that comes back has the new extent, without asking HDF5 for it again.
-ScopedSpace ExtendByOne(hid_t dataSet, int growing, hsize_t otherDimension, hsize_t& newIndex)
+ScopedSpace ExtendBy(hsize_t count, hid_t dataSet, int growing, hsize_t otherDimension, hsize_t& newIndex)
 {
     ScopedSpace space(H5Dget_space(dataSet));
     Extent extent;
@@ -90,7 +91,7 @@ ScopedSpace ExtendByOne(hid_t dataSet, int growing, hsize_t otherDimension, hsiz
     }
     newIndex = extent.dimensions[growing];
     hsize_t wanted[kRank] = {otherDimension, otherDimension};
-    wanted[growing] = newIndex + 1;
+    wanted[growing] = newIndex + count;
     if (H5Dextend(dataSet, wanted) >= 0)
     {
         const hsize_t extended[] = {std::max(wanted[kRows], extent.dimensions[kRows]),
@@ -207,15 +208,25 @@ void WidenCache(ScopedDataSet& dataSet, hid_t parent, const std::string& name, c
     }
 }
 
-std::string InvalidIndex(const char* what, int index, unsigned int rows, unsigned int columns)
+std::string Invalid(const char* what, std::int64_t number, unsigned int rows, unsigned int columns)
 {
-    return std::string("Invalid ") + what + " index: " + std::to_string(index) + " (" + std::to_string(rows) +
-           " rows x " + std::to_string(columns) + " columns)";
+    return std::string("Invalid ") + what + ": " + std::to_string(number) + " (" + std::to_string(rows) + " rows x " +
+           std::to_string(columns) + " columns)";
 }
 
 bool IsWithin(int index, unsigned int size)
 {
     return index >= 0 && static_cast<unsigned int>(index) < size;
+}
+
+// The first index of a block that isn't there. A block of nothing may begin right behind the last.
+std::optional<std::int64_t> FindOutside(std::int64_t first, std::int64_t count, std::int64_t size)
+{
+    if (first < 0 || first > size)
+    {
+        return first;
+    }
+    return first + count > size ? std::optional(size) : std::nullopt;
 }
 
 } // namespace
@@ -395,7 +406,7 @@ void IExtensibleArray2D::CheckRow(int row)
 {
     if (!IsWithin(row, rows))
     {
-        throw std::runtime_error(InvalidIndex("row", row, rows, columns));
+        throw std::runtime_error(Invalid("row index", row, rows, columns));
     }
 }
 
@@ -403,7 +414,41 @@ void IExtensibleArray2D::CheckColumn(int column)
 {
     if (!IsWithin(column, columns))
     {
-        throw std::runtime_error(InvalidIndex("column", column, rows, columns));
+        throw std::runtime_error(Invalid("column index", column, rows, columns));
+    }
+}
+
+void IExtensibleArray2D::CheckRowCount(int count) const
+{
+    if (count < 0)
+    {
+        throw std::runtime_error(Invalid("row count", count, rows, columns));
+    }
+}
+
+void IExtensibleArray2D::CheckColumnCount(int count) const
+{
+    if (count < 0)
+    {
+        throw std::runtime_error(Invalid("column count", count, rows, columns));
+    }
+}
+
+void IExtensibleArray2D::CheckRows(int row, int count) const
+{
+    CheckRowCount(count);
+    if (const auto outside = FindOutside(row, count, rows))
+    {
+        throw std::runtime_error(Invalid("row index", *outside, rows, columns));
+    }
+}
+
+void IExtensibleArray2D::CheckColumns(int column, int count) const
+{
+    CheckColumnCount(count);
+    if (const auto outside = FindOutside(column, count, columns))
+    {
+        throw std::runtime_error(Invalid("column index", *outside, rows, columns));
     }
 }
 
@@ -421,42 +466,82 @@ void IExtensibleArray2D::CloseIOOperation(hid_t status, hid_t fileSpace, hid_t m
 
 void IExtensibleArray2D::AppendRowFromBuffer(const void* buffer, TDataType::TDataType type)
 {
-    hsize_t row = 0;
-    ScopedSpace space = ExtendByOne(m_location, kRows, columns, row);
-    WriteLine(space.release(), RowAt(row, columns), buffer, type);
-    ++rows;
+    AppendRowsFromBuffer(1, buffer, type);
 }
 
 void IExtensibleArray2D::AppendColumnFromBuffer(const void* buffer, TDataType::TDataType type)
 {
+    AppendColumnsFromBuffer(1, buffer, type);
+}
+
+void IExtensibleArray2D::AppendRowsFromBuffer(int count, const void* buffer, TDataType::TDataType type)
+{
+    CheckRowCount(count);
+    const auto added = static_cast<unsigned int>(count);
+    hsize_t row = 0;
+    ScopedSpace space = ExtendBy(added, m_location, kRows, columns, row);
+    WriteLine(space.release(), RowsAt(row, added, columns), buffer, type);
+    rows += added;
+}
+
+void IExtensibleArray2D::AppendColumnsFromBuffer(int count, const void* buffer, TDataType::TDataType type)
+{
+    CheckColumnCount(count);
+    const auto added = static_cast<unsigned int>(count);
     hsize_t column = 0;
-    ScopedSpace space = ExtendByOne(m_location, kColumns, rows, column);
-    WriteLine(space.release(), ColumnAt(column, rows), buffer, type);
-    ++columns;
+    ScopedSpace space = ExtendBy(added, m_location, kColumns, rows, column);
+    WriteLine(space.release(), ColumnsAt(column, added, rows), buffer, type);
+    columns += added;
 }
 
 void IExtensibleArray2D::ReadRowToBuffer(int row, void* buffer, TDataType::TDataType type)
 {
     CheckRow(row);
-    ReadLine(RowAt(static_cast<hsize_t>(row), columns), buffer, type);
+    ReadLine(RowsAt(static_cast<hsize_t>(row), 1, columns), buffer, type);
 }
 
 void IExtensibleArray2D::ReadColumnToBuffer(int column, void* buffer, TDataType::TDataType type)
 {
     CheckColumn(column);
-    ReadLine(ColumnAt(static_cast<hsize_t>(column), rows), buffer, type);
+    ReadLine(ColumnsAt(static_cast<hsize_t>(column), 1, rows), buffer, type);
+}
+
+void IExtensibleArray2D::ReadRowsToBuffer(int row, int count, void* buffer, TDataType::TDataType type)
+{
+    CheckRows(row, count);
+    ReadLine(RowsAt(static_cast<hsize_t>(row), static_cast<hsize_t>(count), columns), buffer, type);
+}
+
+void IExtensibleArray2D::ReadColumnsToBuffer(int column, int count, void* buffer, TDataType::TDataType type)
+{
+    CheckColumns(column, count);
+    ReadLine(ColumnsAt(static_cast<hsize_t>(column), static_cast<hsize_t>(count), rows), buffer, type);
 }
 
 void IExtensibleArray2D::WriteRowFromBuffer(int row, const void* buffer, TDataType::TDataType type)
 {
     CheckRow(row);
-    WriteLine(H5Dget_space(m_location), RowAt(static_cast<hsize_t>(row), columns), buffer, type);
+    WriteLine(H5Dget_space(m_location), RowsAt(static_cast<hsize_t>(row), 1, columns), buffer, type);
 }
 
 void IExtensibleArray2D::WriteColumnFromBuffer(int column, const void* buffer, TDataType::TDataType type)
 {
     CheckColumn(column);
-    WriteLine(H5Dget_space(m_location), ColumnAt(static_cast<hsize_t>(column), rows), buffer, type);
+    WriteLine(H5Dget_space(m_location), ColumnsAt(static_cast<hsize_t>(column), 1, rows), buffer, type);
+}
+
+void IExtensibleArray2D::WriteRowsFromBuffer(int row, int count, const void* buffer, TDataType::TDataType type)
+{
+    CheckRows(row, count);
+    WriteLine(H5Dget_space(m_location), RowsAt(static_cast<hsize_t>(row), static_cast<hsize_t>(count), columns), buffer,
+              type);
+}
+
+void IExtensibleArray2D::WriteColumnsFromBuffer(int column, int count, const void* buffer, TDataType::TDataType type)
+{
+    CheckColumns(column, count);
+    WriteLine(H5Dget_space(m_location), ColumnsAt(static_cast<hsize_t>(column), static_cast<hsize_t>(count), rows),
+              buffer, type);
 }
 
 void IExtensibleArray2D::ReadLine(const Line& line, void* buffer, TDataType::TDataType type)

@@ -23,12 +23,16 @@ struct Refusal;
 /// A chunked two-dimensional data set that grows row by row and column by column. Its maximum dimensions are unlimited,
 /// which also tells it from a plain array when a file is read back.
 ///
-/// A row in memory is GetNumberOfColumns elements, a column GetNumberOfRows elements; the buffer is the caller's and
-/// the library doesn't measure it. `type` is the type of the buffer's elements, HDF5 converts between it and the stored
+/// A row in memory is GetNumberOfColumns elements, a column GetNumberOfRows elements. A block of rows is `count` rows one
+/// after the other. A block of columns is GetNumberOfRows lines of `count` elements, as the block lies in the array: the
+/// columns alternate. The buffer is the caller's and the library doesn't measure it. `type` is the type of the buffer's elements, HDF5 converts between it and the stored
 /// type; unlike in IArray there is no default, Undefined is refused with "invalid TDataType".
 ///
 /// The object counts rows and columns for itself. An append that fails may have extended the file already: the file is
 /// then ahead of the object, and the next append lands behind the failed one.
+///
+/// Each call costs HDF5 a few microseconds, however little it moves: rows that come or go together are moved as a block
+/// at a fraction of the cost.
 class TARNWICKHDF_EXPORT IExtensibleArray2D : public INode
 {
 public:
@@ -86,6 +90,16 @@ public:
     /// Extends the data set by one column behind the file's last and writes `buffer`, GetNumberOfRows elements, to it.
     /// @throws as AppendRowFromBuffer.
     void AppendColumnFromBuffer(const void* buffer, TDataType::TDataType type);
+    /// Extends the data set by `count` rows behind the file's last and writes `buffer`, `count` times GetNumberOfColumns
+    /// elements, to them. 0 rows move nothing; an array that can't be written to is refused all the same.
+    /// @throws std::runtime_error (plain) "Invalid row count: " + count + " (" + rows + " rows x " + columns + "
+    ///         columns)" for a count below 0, with nothing touched.
+    /// @throws as AppendRowFromBuffer; the file may be `count` rows ahead then, the count of this object stays.
+    void AppendRowsFromBuffer(int count, const void* buffer, TDataType::TDataType type);
+    /// Extends the data set by `count` columns behind the file's last and writes `buffer`, GetNumberOfRows lines of
+    /// `count` elements, to them.
+    /// @throws as AppendRowsFromBuffer, with "Invalid column count: " in place of "Invalid row count: ".
+    void AppendColumnsFromBuffer(int count, const void* buffer, TDataType::TDataType type);
 
     /// Reads one row, GetNumberOfColumns elements.
     /// @throws std::runtime_error "Invalid row index: " + row + " (" + rows + " rows x " + columns + " columns)"
@@ -100,6 +114,22 @@ public:
     void WriteRowFromBuffer(int row, const void* buffer, TDataType::TDataType type);
     /// Overwrites one column, GetNumberOfRows elements. @throws as ReadColumnToBuffer.
     void WriteColumnFromBuffer(int column, const void* buffer, TDataType::TDataType type);
+
+    /// Reads `count` rows from `row` on, `count` times GetNumberOfColumns elements. 0 rows move nothing, and may begin
+    /// right behind the last row.
+    /// @throws std::runtime_error (plain) "Invalid row count: " + count + " (" + rows + " rows x " + columns + "
+    ///         columns)" for a count below 0.
+    /// @throws as ReadRowToBuffer; "Invalid row index: " names the first row that isn't there, and nothing is read then.
+    void ReadRowsToBuffer(int row, int count, void* buffer, TDataType::TDataType type);
+    /// Reads `count` columns from `column` on, GetNumberOfRows lines of `count` elements.
+    /// @throws as ReadRowsToBuffer, with "column" in place of "row".
+    void ReadColumnsToBuffer(int column, int count, void* buffer, TDataType::TDataType type);
+    /// Overwrites `count` rows from `row` on, `count` times GetNumberOfColumns elements. @throws as ReadRowsToBuffer;
+    /// nothing is written where a row isn't there.
+    void WriteRowsFromBuffer(int row, int count, const void* buffer, TDataType::TDataType type);
+    /// Overwrites `count` columns from `column` on, GetNumberOfRows lines of `count` elements. @throws as
+    /// ReadColumnsToBuffer; nothing is written where a column isn't there.
+    void WriteColumnsFromBuffer(int column, int count, const void* buffer, TDataType::TDataType type);
 
 protected:
     /// Reads type and size of an open data set and refuses what isn't an extensible array. @throws as Open.
@@ -118,6 +148,10 @@ private:
     IExtensibleArray2D(boost::weak_ptr<IFile> file, hid_t dataSet, std::string name, TDataType::TDataType type,
                        unsigned int rowCount, unsigned int columnCount);
 
+    void CheckRowCount(int count) const;
+    void CheckColumnCount(int count) const;
+    void CheckRows(int row, int count) const;
+    void CheckColumns(int column, int count) const;
     static Refusal FindRefusal(hid_t dataSet, TDataType::TDataType& type, unsigned int& rows, unsigned int& columns);
     static bool IsAt(hid_t parent, const std::string& name);
     static boost::shared_ptr<IExtensibleArray2D> FromOpenDataSet(boost::weak_ptr<IFile> file, hid_t parent,

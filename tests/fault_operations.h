@@ -397,17 +397,35 @@ inline const Operation kOperations[] = {
          c.e->AppendRowFromBuffer(c.ints, Int);
          c.e->AppendColumnFromBuffer(c.ints, Int);
      }},
+    {"extensible.append.block",
+     [](Case& c)
+     {
+         c.e->AppendRowsFromBuffer(2, c.ints, Int);
+         c.e->AppendColumnsFromBuffer(2, c.ints, Int);
+     }},
     {"extensible.read",
      [](Case& c)
      {
          c.e->ReadRowToBuffer(1, c.ints, Int);
          c.e->ReadColumnToBuffer(1, c.ints + 4, Int);
      }},
+    {"extensible.read.block",
+     [](Case& c)
+     {
+         c.e->ReadRowsToBuffer(0, 2, c.ints, Int);
+         c.e->ReadColumnsToBuffer(1, 2, c.ints + 6, Int);
+     }},
     {"extensible.write",
      [](Case& c)
      {
          c.e->WriteRowFromBuffer(1, c.ints, Int);
          c.e->WriteColumnFromBuffer(1, c.ints, Int);
+     }},
+    {"extensible.write.block",
+     [](Case& c)
+     {
+         c.e->WriteRowsFromBuffer(0, 2, c.ints, Int);
+         c.e->WriteColumnsFromBuffer(1, 2, c.ints, Int);
      }},
     {"table.reopen",
      [](Case& c)

@@ -9,7 +9,8 @@ from foreign_files import INF, NUMBERS, child, compare, plain, string, unpacked,
 # How often each operation is made; the last two have eight and three ways.
 ACTIONS = {'reopen': 1, 'group': 6, 'array': 12, 'texts': 3, 'extend': 4, 'row': 8, 'column': 6, 'resize': 5,
            'table': 6, 'empty table': 1, 'blank table': 1, 'turned table': 2, 'delete': 7, 'mark': 10, 'unmark': 5,
-           'put row': 3, 'put column': 3, 'encode': 2, 'new array': 4, 'set': 3, 'set table': 4, 'move': 30, 'slab': 20}
+           'put row': 3, 'put column': 3, 'rows': 4, 'columns': 4, 'put rows': 3, 'put columns': 3, 'get rows': 3,
+           'get columns': 3, 'encode': 2, 'new array': 4, 'set': 3, 'set table': 4, 'move': 30, 'slab': 20}
 NAMES = [b'a', 'Zürich'.encode(), b'a b', b'"', b'\\', b'new\nline', b'..', b'\1', b'\xff\xfe', b'%s', b'x' * 99,
          b'__vorl_', b'a/b', b'a//"/', b'./a', b'/']
 TEXTS = [b'', b'\0', b'a', b'ab\0\0', b'a\0b', b'Z\xfcrich', 'Zürich'.encode(), b'x' * 60000, b'x' * 70000]
@@ -19,7 +20,8 @@ ROWS = {'H5T_COMPOUND {%s}' % ''.join(f' H5T_IEEE_F{8 * size}LE "{name}";' for n
         np.dtype([(name, f'f{size}') for name in names])
         for names, size in (('ab', 8), ('a', 4), ('abcdefghijklmnopqrst', 8))}
 # The classes, by their places in what is told, that an operation opens its name as; makers do if a data set is there.
-LINES = 'row', 'column', 'resize', 'put row', 'put column'
+BLOCKS = 'rows', 'columns', 'put rows', 'put columns', 'get rows', 'get columns'
+LINES = 'row', 'column', 'resize', 'put row', 'put column', *BLOCKS
 OPENS = {'mark': (0, 1), 'unmark': (0, 1), 'set': (1,), 'slab': (1,), 'set table': (3,), 'move': (3,),
          **dict.fromkeys(LINES, (2,))}
 MAKES = {'array': (1,), 'texts': (1,), 'table': (3,), 'turned table': (3,)}
@@ -205,21 +207,27 @@ class Model:
         """Changes an extensible array through a handle, which counts its rows and columns by itself."""
         d, rows, columns = kept
         line, ends = o.action.encode().split()[-1], d.shape
-        axis, index, width = (0, o.one, columns) if line == b'row' else (1, o.two, rows)
         if line == b'resize':
             d.resize((o.one, o.two))
             kept[1:] = self.buffer[:2] = o.one, o.two
             return
-        if 'put' in o.action:
-            refuse(index >= kept[1 + axis],
-                   b'Invalid %s index: %d (%d rows x %d columns)' % (line, index, rows, columns))
-            refuse(width and (index >= ends[axis] or width > ends[1 - axis]),
+        count, line = o.steps if o.action in BLOCKS else 1, line.rstrip(b's')
+        axis, index, width = (0, o.one, columns) if line == b'row' else (1, o.two, rows)
+        if 'put' in o.action or 'get' in o.action:
+            refuse(index + count > kept[1 + axis],
+                   b'Invalid %s index: %d (%d rows x %d columns)' % (line, max(index, kept[1 + axis]), rows, columns))
+            refuse(width and count and (index + count > ends[axis] or width > ends[1 - axis]),
                    b'error during io operation for ExtensibleArray2D dataset')
         else:
-            index, kept[1 + axis] = ends[axis], kept[1 + axis] + 1
-            d.resize((index + 1, max(ends[1], width)) if axis == 0 else (max(ends[0], width), index + 1))
-        if width:
-            d[(index, slice(width)) if axis == 0 else (slice(width), index)] = self.buffer[:width]
+            index, kept[1 + axis] = ends[axis], kept[1 + axis] + count
+            end = index + count
+            d.resize((end, max(ends[1], width)) if axis == 0 else (max(ends[0], width), end))
+        cells = self.buffer[:width * count].reshape((count, width)[::1 - 2 * axis])
+        block = (slice(index, index + count), slice(width))[::1 - 2 * axis]
+        if cells.size and 'get' in o.action:
+            cells[...] = d[block]
+        elif cells.size:
+            d[block] = cells
 
 
 def operation(r):
@@ -233,6 +241,8 @@ def operation(r):
         text = bytes(r.choices(b'a\0Z\xfc ', k=one * two))
     elif action == 'table':
         start = r.choice((0, one, 1)) if one else 0  # The rows of a chunk.
+    elif action in BLOCKS:
+        steps = min(steps, 3)  # The longest columns fit the buffer so many times.
     elif action == 'slab':
         start, stride, steps = (r.choices((n, -n, -2), (14, 1, 1))[0] for n in (start, stride, steps))
     elif action == 'move':

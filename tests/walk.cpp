@@ -257,6 +257,8 @@ struct Play
             {"extend", [&] { at->CreateExtensibleArray2D(name, type, one, two, 3, 2, level); }},
             {"row", [&] { Extensible(start).AppendRowFromBuffer(v, Double); }},
             {"column", [&] { Extensible(start).AppendColumnFromBuffer(v, Double); }},
+            {"rows", [&] { Extensible(start).AppendRowsFromBuffer(count, v, Double); }},
+            {"columns", [&] { Extensible(start).AppendColumnsFromBuffer(count, v, Double); }},
             {"resize", [&] { IExtensibleArray2D& resized = Extensible(start); resized.Resize(one, two);
                 v[0] = resized.GetNumberOfRows(), v[1] = resized.GetNumberOfColumns(); }},
             {"table", [&] { Copy(table, at->CreateTableFromBuffer(name, v, one, row, level, -1, start));
@@ -270,6 +272,10 @@ struct Play
             {"unmark", [&] { Node().DelAttr(mark); }},
             {"put row", [&] { Extensible(start).WriteRowFromBuffer(one, v, Double); }},
             {"put column", [&] { Extensible(start).WriteColumnFromBuffer(two, v, Double); }},
+            {"put rows", [&] { Extensible(start).WriteRowsFromBuffer(one, count, v, Double); }},
+            {"put columns", [&] { Extensible(start).WriteColumnsFromBuffer(two, count, v, Double); }},
+            {"get rows", [&] { Extensible(start).ReadRowsToBuffer(one, count, v, Double); }},
+            {"get columns", [&] { Extensible(start).ReadColumnsToBuffer(two, count, v, Double); }},
             {"encode", [&] { file->SetEncoding(type % 2 == 0 ? H5T_CSET_UTF8 : H5T_CSET_ASCII); }},
             {"new array", [&] { Copy(array, at->CreateArray(name, type, 0)).SetFromBuffer(typed(), type, one, two);
                 array->GetToBuffer(v, Double); }},
