@@ -5,7 +5,8 @@ function(tarnwickhdf_install_library target)
   install(TARGETS ${target} EXPORT tarnwickhdfTargets
     LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR} COMPONENT runtime NAMELINK_COMPONENT development
     ARCHIVE DESTINATION ${CMAKE_INSTALL_LIBDIR} COMPONENT development)
-  install(DIRECTORY ${PROJECT_SOURCE_DIR}/${target}/ DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}/${target}
+  install(DIRECTORY ${PROJECT_SOURCE_DIR}/${target}/ ${PROJECT_BINARY_DIR}/include/${target}/
+    DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}/${target}
     COMPONENT development
     FILES_MATCHING PATTERN "*.h"
     PATTERN internal EXCLUDE)
@@ -26,7 +27,10 @@ install(FILES ${PROJECT_BINARY_DIR}/tarnwickhdfConfig.cmake ${PROJECT_BINARY_DIR
 # pkg-config's own module for HDF5 is named differently from one distribution to the next, and where several flavours
 # are installed it may be another one: name the file that the library is linked with.
 string(REPLACE ";" " " hdf5_libraries "${tarnwickhdf_hdf5_libraries}")
-string(REPLACE ";" " -I" hdf5_cflags "-I${tarnwickhdf_hdf5_include_dirs}")
+set(include_dirs ${tarnwickhdf_hdf5_include_dirs} ${Boost_INCLUDE_DIRS})
+list(REMOVE_ITEM include_dirs ${CMAKE_CXX_IMPLICIT_INCLUDE_DIRECTORIES})
+list(TRANSFORM include_dirs PREPEND -I)
+list(JOIN include_dirs " " include_dirs)
 # The prefix is told relative to the file, so that a tree that was moved or unpacked elsewhere works too.
 file(RELATIVE_PATH prefix_from_pkgconfig /prefix/${CMAKE_INSTALL_LIBDIR}/pkgconfig /prefix)
 string(REGEX REPLACE "/$" "" prefix_from_pkgconfig ${prefix_from_pkgconfig})

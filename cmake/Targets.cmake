@@ -6,8 +6,12 @@ function(tarnwickhdf_set_warnings target)
   endif()
 endfunction()
 
-# Links a shared library so that nothing leaves it but the names of cmake/exports.map.
+include(GenerateExportHeader)
+
+# Writes the library's <name/export.h>, and links it, if it is shared, so that nothing leaves it but the names of
+# cmake/exports.map.
 function(tarnwickhdf_limit_exports target)
+  generate_export_header(${target} EXPORT_FILE_NAME ${PROJECT_BINARY_DIR}/include/${target}/export.h)
   if(NOT BUILD_SHARED_LIBS)
     return()
   endif()

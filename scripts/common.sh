@@ -18,11 +18,14 @@ quietly() {
   rm -f "$log"
 }
 
-# Configures and builds a preset, quietly; the targets may be named.
+# Configures and builds a preset, quietly; the targets may be named. Where a script (test.sh) or the caller sets
+# TARNWICKHDF_WARNINGS_AS_ERRORS, a warning is an error; the presets leave that to them, so that a user may come with a
+# compiler that nobody has tried.
 build_preset() {
   local preset=$1
   shift
   stage "Building ($preset)"
-  quietly cmake --preset "$preset"
+  quietly cmake --preset "$preset" \
+    ${TARNWICKHDF_WARNINGS_AS_ERRORS:+-DTARNWICKHDF_WARNINGS_AS_ERRORS="$TARNWICKHDF_WARNINGS_AS_ERRORS"}
   quietly cmake --build --preset "$preset" --parallel "$jobs" ${1:+--target "$@"}
 }

@@ -1,7 +1,8 @@
 #!/usr/bin/env bash
 # Installs what is missing, builds and tests: plainly and under the address and undefined behaviour sanitizers.
 # The program with threads runs under the thread sanitizer too, and memcheck.sh follows. `--plain` leaves all that out,
-# `--tsan` runs everything under the thread sanitizer, `--long` runs the long variants.
+# `--tsan` runs everything under the thread sanitizer, `--long` runs the long variants. A warning of the compiler is an
+# error, unless TARNWICKHDF_WARNINGS_AS_ERRORS=OFF is set.
 set -euo pipefail
 source "$(dirname "$0")/common.sh"
 presets=(release asan)
@@ -15,6 +16,7 @@ for option in "$@"; do
   *) echo "unknown option: $option" >&2; exit 2 ;;
   esac
 done
+export TARNWICKHDF_WARNINGS_AS_ERRORS=${TARNWICKHDF_WARNINGS_AS_ERRORS:-ON}
 scripts/install-deps.sh build test
 for preset in "${presets[@]}"; do
   build_preset "$preset"
