@@ -9,6 +9,7 @@
 #include <tarnwickhdf/internal/Refusal.h>
 #include <tarnwickhdf/internal/RowBlocks.h>
 #include <tarnwickhdf/internal/ScopedId.h>
+#include <tarnwickhdf/internal/StorageLayout.h>
 
 #include <tarnwick/IException.h>
 
@@ -194,14 +195,15 @@ IArray::IArray(boost::weak_ptr<IFile> file, hid_t parent, hid_t dataSet, const s
 
 IArray::IArray(boost::weak_ptr<IFile> file, hid_t parent, hid_t dataSet, const std::string& name, size_t componentCount,
                size_t elementCount, hid_t type, int level, bool typeIsOwn, TDataType::TDataType typeName)
-    : INode(std::move(file), dataSet, name), compression(level), ownsType(typeIsOwn), parentId(parent),
-      length(elementCount), components(componentCount), dataType(typeName), typeId(type)
+    : INode(std::move(file), dataSet, name), compression(level), ownsType(typeIsOwn), storage(StorageTraits::Unknown),
+      parentId(parent), length(elementCount), components(componentCount), dataType(typeName), typeId(type)
 {
 }
 
 IArray::IArray(const IArray& other)
-    : INode(other), compression(other.compression), ownsType(other.ownsType), parentId(other.parentId),
-      length(other.length), components(other.components), dataType(other.dataType), typeId(other.typeId)
+    : INode(other), compression(other.compression), ownsType(other.ownsType), storage(other.storage),
+      parentId(other.parentId), length(other.length), components(other.components), dataType(other.dataType),
+      typeId(other.typeId)
 {
     m_location = ShareId(m_location);
     typeId = ownsType ? ShareId(typeId) : typeId;
@@ -221,6 +223,7 @@ IArray& IArray::operator=(const IArray& other)
     Close(previousDataSet, ownsType ? typeId : -1);
     compression = other.compression;
     ownsType = other.ownsType;
+    storage = other.storage;
     parentId = other.parentId;
     length = other.length;
     components = other.components;
@@ -341,6 +344,7 @@ void IArray::ReOpen(hid_t parent, const std::string& name)
     ScopedDataSet dataSet = OpenDataSetAt("Array", parent, name);
     CheckResult(dataSet.get(), "could not reopen array '", name, "'");
     ownsType = true;
+    storage = StorageTraits::Unknown;
     try
     {
         QueryInfo(dataSet.get(), dataType, typeId, length, components);
@@ -484,19 +488,24 @@ void IArray::GetFromHyperslab(void* buffer, int start, int stride, int count, TD
 {
     CheckResult(components != 1 ? -1 : 0, kNotOneDimension);
     const MemoryType memoryType(type, dataType, typeId, components);
-    if (start >= 0 && stride > 0 && count > 0 && RowBlocks::MayPick(length, Widen(stride), memoryType.get()))
+    if (ReadByBlocks(start, stride, count, memoryType.get(), buffer))
     {
-        const bool isNumber = dataType != TDataType::Undefined && dataType < TDataType::String;
-        RowBlocks blocks({m_location, typeId, isNumber}, memoryType.get(), Widen(count), length);
-        herr_t status = 0;
-        if (blocks.ReadEvery(Widen(start), Widen(stride), Widen(count), buffer, status))
-        {
-            CheckResult(status, kSlabFailed);
-            return;
-        }
+        return;
     }
     const Hyperslab slab = {{Widen(start)}, {Widen(stride)}, {Widen(count)}};
     ReadFileHyperslab(m_location, memoryType, Widen(count), 1, slab, kNotOneDimension, buffer);
+}
+
+bool IArray::ReadByBlocks(int start, int stride, int count, hid_t memoryType, void* buffer) const
+{
+    const bool isNumber = dataType != TDataType::Undefined && dataType < TDataType::String;
+    const StoredRows elements = {m_location, typeId, isNumber, storage};
+    if (start < 0 || stride < 0 || count < 0 || !RowBlocks::MayPick(elements, Widen(count), Widen(stride), memoryType))
+    {
+        return false;
+    }
+    RowBlocks blocks(elements, memoryType, Widen(count), length);
+    return blocks.ReadEvery(Widen(start), Widen(stride), Widen(count), buffer);
 }
 
 void IArray::GetFromHyperslab(void* buffer, int memoryLength, size_t dimensions, size_t* start, size_t* stride,

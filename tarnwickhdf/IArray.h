@@ -11,6 +11,7 @@
 #include <hdf5.h>
 
 #include <cstddef>
+#include <cstdint>
 #include <string>
 #include <vector>
 
@@ -18,6 +19,7 @@ namespace tarnwick::hdf
 {
 
 class IFile;
+enum class StorageTraits : std::uint8_t;
 struct Refusal;
 
 /// A data set of at most two dimensions whose elements are numbers or strings, written and read as a whole or by
@@ -169,11 +171,13 @@ private:
     void Close();
     static void Close(hid_t dataSet, hid_t typeId);
 
+    bool ReadByBlocks(int start, int stride, int count, hid_t memoryType, void* buffer) const;
     void RewriteInPlace(void* buffer);
     void ReplaceFromBuffer(void* buffer, TDataType::TDataType type, size_t newLength, size_t newComponents);
 
     int compression;
     bool ownsType;
+    mutable StorageTraits storage;
     hid_t parentId;
     size_t length;
     size_t components;

@@ -10,6 +10,7 @@
 #include <hdf5.h>
 
 #include <cstddef>
+#include <cstdint>
 #include <string>
 #include <vector>
 
@@ -18,6 +19,7 @@ namespace tarnwick::hdf
 
 class IDataSetBuilder;
 class IFile;
+enum class StorageTraits : std::uint8_t;
 struct StoredRows;
 
 /// A one-dimensional data set of a compound type: an element is a row, a member of the compound type is a column. Data
@@ -219,6 +221,7 @@ private:
     hid_t compoundType;
     boost::shared_ptr<ColumnTypes> columnTypes;
     bool rowsAreFixed;
+    mutable StorageTraits storage;
 
     friend class IGroup;
 };

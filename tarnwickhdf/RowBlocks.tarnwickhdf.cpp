@@ -1,7 +1,7 @@
+#include <tarnwickhdf/internal/QuietErrors.h>
 #include <tarnwickhdf/internal/RowBlocks.h>
 
 #include <algorithm>
-#include <cstdint>
 #include <cstring>
 #include <numeric>
 #include <utility>
@@ -17,31 +17,8 @@ constexpr size_t kFewestRows = 256;
 constexpr size_t kBlockBytes = size_t{512} << 10U;
 constexpr size_t kRowsAhead = 16;
 using ShortRows = std::make_index_sequence<16>;
-// The default chunk cache: a chunk that fits is unpacked once for the blocks that it serves.
-constexpr std::uint64_t kChunkCacheBytes = std::uint64_t{1} << 20U;
 // Reading so many bytes in a block takes about as long as HDF5 takes for a row of its own.
 constexpr hsize_t kBytesWorthARow = 4096;
-
-// How a data set lies in the file, as far as it decides about blocks.
-struct Storage
-{
-    bool isCheapByBlocks = false; ///< No chunk is unpacked again for each block that it serves.
-    bool hasLargeChunks = false;  ///< HDF5 reads each element of a selection with gaps by itself.
-};
-
-Storage StorageOf(hid_t dataSet, size_t rowSize)
-{
-    const ScopedPropertyList list(H5Dget_create_plist(dataSet));
-    if (H5Pget_layout(list.get()) != H5D_CHUNKED)
-    {
-        return {H5Pget_layout(list.get()) == H5D_CONTIGUOUS && H5Pget_external_count(list.get()) == 0, false};
-    }
-    hsize_t chunk = 0;
-    const bool isUnfiltered = H5Pget_nfilters(list.get()) == 0;
-    const bool isKnown = H5Pget_chunk(list.get(), 1, &chunk) == 1;
-    const bool fitsCache = isKnown && chunk <= kChunkCacheBytes / rowSize;
-    return {isUnfiltered || fitsCache, isUnfiltered && isKnown && !fitsCache};
-}
 
 // A row at or behind the end, or one too large for the question, sets the highest bit of the sum of all bits: that
 // takes a fraction of the time of a comparison each. Where there could be rows up to there the answer is no.
@@ -110,6 +87,11 @@ auto MoveOf(size_t rowSize, std::index_sequence<Words...> /*words*/)
     return rowSize % word == 0 && rowSize <= sizeof...(Words) * word ? moves[rowSize / word - 1] : &Way<0>::Move;
 }
 
+bool IsSameType(hid_t one, hid_t other)
+{
+    return one == other || H5Tequal(one, other) > 0;
+}
+
 // The places of a selection, block by block of the table from row `least` on: `ends` tells where the places of each
 // block end. Sorting within a block wouldn't make it cheaper.
 struct PlacesByBlock
@@ -140,33 +122,29 @@ PlacesByBlock DivideIntoBlocks(const std::vector<hsize_t>& selection, hsize_t le
 RowBlocks::RowBlocks(const StoredRows& table, hid_t memoryType, size_t selectedRows, hsize_t largestBlock)
     : m_dataSet(table.dataSet), m_memoryType(memoryType)
 {
-    if (selectedRows < kFewestRows || !table.areFixed || H5Tequal(table.type, memoryType) <= 0)
+    if (selectedRows < kFewestRows || !table.areFixed)
     {
         return;
     }
     const size_t rowSize = H5Tget_size(memoryType);
+    if (rowSize == 0 || rowSize > kBlockBytes)
+    {
+        return;
+    }
+    const StorageTraits storage = AskOnce(table.storage, m_dataSet, rowSize);
+    // A single block unpacks each chunk once, as HDF5 does.
+    const bool isSingle = largestBlock <= kBlockBytes / rowSize;
+    const bool pays = isSingle || Has(storage, StorageTraits::CheapByBlocks);
+    if (!pays || !Has(storage, StorageTraits::FillsUnwritten) || !IsSameType(table.type, memoryType))
+    {
+        return;
+    }
     m_fileSpace.reset(H5Dget_space(m_dataSet));
     hsize_t dimensions[H5S_MAX_RANK] = {0};
     const bool isFlat = H5Sget_simple_extent_dims(m_fileSpace.get(), dimensions, nullptr) == 1;
     m_rowsInFile = isFlat ? dimensions[0] : 0;
-    if (!isFlat || rowSize == 0 || rowSize > kBlockBytes)
-    {
-        return;
-    }
-    // A single block unpacks each chunk once, as HDF5 does.
-    if (largestBlock > kBlockBytes / rowSize)
-    {
-        const Storage storage = StorageOf(m_dataSet, rowSize);
-        if (!storage.isCheapByBlocks)
-        {
-            return;
-        }
-        m_hasLargeChunks = storage.hasLargeChunks;
-    }
+    m_rowSize = rowSize;
     m_rowsInBlock = std::min<hsize_t>(kBlockBytes / rowSize, std::max<hsize_t>(largestBlock, 1));
-    m_memorySpace.reset(H5Screate_simple(1, &m_rowsInBlock, nullptr));
-    m_block.reset(new char[m_rowsInBlock * rowSize]);
-    m_rowSize = m_memorySpace.get() > 0 ? rowSize : 0;
 }
 
 bool RowBlocks::AreClose(const std::vector<hsize_t>& selection, hid_t memoryType)
@@ -179,71 +157,78 @@ bool RowBlocks::AreClose(const std::vector<hsize_t>& selection, hid_t memoryType
     return (*most - *least) / selection.size() <= kBytesWorthARow / std::max<size_t>(H5Tget_size(memoryType), 1);
 }
 
-bool RowBlocks::MayPick(hsize_t rows, hsize_t stride, hid_t memoryType)
+bool RowBlocks::MayPick(const StoredRows& table, size_t count, hsize_t stride, hid_t memoryType)
 {
+    if (stride < 2 || stride > kBytesWorthARow || count < kFewestRows)
+    {
+        return false;
+    }
     const size_t rowSize = std::max<size_t>(H5Tget_size(memoryType), 1);
-    return stride > 1 && stride <= kBytesWorthARow / rowSize && rows > kChunkCacheBytes / rowSize;
+    return stride <= kBytesWorthARow / rowSize &&
+           Has(AskOnce(table.storage, table.dataSet, rowSize), StorageTraits::LargeChunks);
 }
 
-bool RowBlocks::ReadRun(hsize_t fileStart, const std::vector<hsize_t>& selection, size_t memoryRows, void* buffer,
-                        herr_t& status)
+bool RowBlocks::ReadRun(hsize_t fileStart, const std::vector<hsize_t>& selection, size_t memoryRows, void* buffer)
 {
-    if (!IsRun(fileStart, selection.size()) || !AreAllBelow(selection, memoryRows))
+    if (!IsRun(fileStart, selection.size()) || !AreAllBelow(selection, memoryRows) || !PrepareBlock())
     {
         return false;
     }
     auto* rows = static_cast<char*>(buffer);
     const auto move = MoveOf<Scatter>(m_rowSize, ShortRows());
-    status = 0;
-    for (size_t done = 0; done < selection.size() && status >= 0;)
+    for (size_t done = 0; done < selection.size();)
     {
         const size_t count = std::min<size_t>(selection.size() - done, m_rowsInBlock);
-        status = ReadBlock(fileStart + done, count);
-        status >= 0 ? move(m_block.get(), rows, selection.data() + done, count, m_rowSize) : void();
+        if (!ReadBlock(fileStart + done, count))
+        {
+            return false;
+        }
+        move(m_block.get(), rows, selection.data() + done, count, m_rowSize);
         done += count;
     }
     return true;
 }
 
 bool RowBlocks::WriteRun(hsize_t fileStart, const std::vector<hsize_t>& selection, size_t memoryRows,
-                         const void* buffer, herr_t& status)
+                         const void* buffer)
 {
-    if (!IsRun(fileStart, selection.size()) || !AreAllBelow(selection, memoryRows))
+    if (!IsRun(fileStart, selection.size()) || !AreAllBelow(selection, memoryRows) || !PrepareBlock())
     {
         return false;
     }
     const auto* rows = static_cast<const char*>(buffer);
     const auto move = MoveOf<Gather>(m_rowSize, ShortRows());
-    status = 0;
-    for (size_t done = 0; done < selection.size() && status >= 0;)
+    for (size_t done = 0; done < selection.size();)
     {
         const size_t count = std::min<size_t>(selection.size() - done, m_rowsInBlock);
         move(m_block.get(), rows, selection.data() + done, count, m_rowSize);
-        status = WriteBlock(fileStart + done, count);
+        if (!WriteBlock(fileStart + done, count))
+        {
+            return false;
+        }
         done += count;
     }
     return true;
 }
 
-bool RowBlocks::ReadRows(const std::vector<hsize_t>& selection, void* buffer, herr_t& status)
+bool RowBlocks::ReadRows(const std::vector<hsize_t>& selection, void* buffer)
 {
-    if (!IsPossible() || selection.empty() || !AreAllBelow(selection, m_rowsInFile))
+    if (selection.empty() || !AreAllBelow(selection, m_rowsInFile) || !PrepareBlock())
     {
         return false;
     }
     const auto [least, most] = std::minmax_element(selection.begin(), selection.end());
     const PlacesByBlock divided = DivideIntoBlocks(selection, *least, *most, m_rowsInBlock);
     auto* rows = static_cast<char*>(buffer);
-    status = 0;
     size_t done = 0;
-    for (size_t block = 0; block < divided.ends.size() && status >= 0; ++block)
+    for (size_t block = 0; block < divided.ends.size(); ++block)
     {
         const hsize_t start = *least + block * m_rowsInBlock;
-        if (done < divided.ends[block])
+        if (done < divided.ends[block] && !ReadBlock(start, std::min(m_rowsInBlock, *most + 1 - start)))
         {
-            status = ReadBlock(start, std::min(m_rowsInBlock, *most + 1 - start));
+            return false;
         }
-        for (; done < divided.ends[block] && status >= 0; ++done)
+        for (; done < divided.ends[block]; ++done)
         {
             const size_t place = divided.places[done];
             std::memcpy(rows + place * m_rowSize, m_block.get() + (selection[place] - start) * m_rowSize, m_rowSize);
@@ -252,24 +237,26 @@ bool RowBlocks::ReadRows(const std::vector<hsize_t>& selection, void* buffer, he
     return true;
 }
 
-bool RowBlocks::ReadEvery(hsize_t start, hsize_t stride, size_t count, void* buffer, herr_t& status)
+bool RowBlocks::ReadEvery(hsize_t start, hsize_t stride, size_t count, void* buffer)
 {
-    const bool fits = IsPossible() && start < m_rowsInFile && count - 1 <= (m_rowsInFile - 1 - start) / stride;
-    if (!fits || !m_hasLargeChunks)
+    const bool fits = start < m_rowsInFile && count - 1 <= (m_rowsInFile - 1 - start) / stride;
+    if (!fits || !PrepareBlock())
     {
         return false;
     }
     auto* rows = static_cast<char*>(buffer);
     const auto move = MoveOf<Every>(m_rowSize, ShortRows());
     const hsize_t end = start + (count - 1) * stride + 1;
-    status = 0;
-    for (size_t done = 0; done < count && status >= 0;)
+    for (size_t done = 0; done < count;)
     {
         const hsize_t first = start + done * stride;
         const hsize_t inBlock = std::min(m_rowsInBlock, end - first);
         const size_t picked = (inBlock - 1) / stride + 1;
-        status = ReadBlock(first, inBlock);
-        status >= 0 ? move(m_block.get(), rows + done * m_rowSize, stride, picked, m_rowSize) : void();
+        if (!ReadBlock(first, inBlock))
+        {
+            return false;
+        }
+        move(m_block.get(), rows + done * m_rowSize, stride, picked, m_rowSize);
         done += picked;
     }
     return true;
@@ -277,32 +264,42 @@ bool RowBlocks::ReadEvery(hsize_t start, hsize_t stride, size_t count, void* buf
 
 bool RowBlocks::IsRun(hsize_t fileStart, size_t count) const
 {
-    return IsPossible() && count > 0 && fileStart <= m_rowsInFile && count <= m_rowsInFile - fileStart;
+    return count > 0 && fileStart <= m_rowsInFile && count <= m_rowsInFile - fileStart;
+}
+
+// Nothing is allocated for a selection that ends on HDF5's way.
+bool RowBlocks::PrepareBlock()
+{
+    m_memorySpace.reset(H5Screate_simple(1, &m_rowsInBlock, nullptr));
+    m_block.reset(new char[m_rowsInBlock * m_rowSize]);
+    return m_memorySpace.get() > 0;
 }
 
 // Without a selection of its own a block would move the rows of the one before.
-herr_t RowBlocks::SelectRows(hsize_t start, hsize_t count)
+bool RowBlocks::SelectRows(hsize_t start, hsize_t count)
 {
     const hsize_t first = 0;
-    const herr_t inFile = H5Sselect_hyperslab(m_fileSpace.get(), H5S_SELECT_SET, &start, nullptr, &count, nullptr);
+    if (H5Sselect_hyperslab(m_fileSpace.get(), H5S_SELECT_SET, &start, nullptr, &count, nullptr) < 0)
+    {
+        return false;
+    }
     // The memory space begins with all of a block selected, and only the last of several blocks is shorter.
-    return inFile < 0 || count == m_rowsInBlock
-               ? inFile
-               : H5Sselect_hyperslab(m_memorySpace.get(), H5S_SELECT_SET, &first, nullptr, &count, nullptr);
+    return count == m_rowsInBlock ||
+           H5Sselect_hyperslab(m_memorySpace.get(), H5S_SELECT_SET, &first, nullptr, &count, nullptr) >= 0;
 }
 
-herr_t RowBlocks::ReadBlock(hsize_t start, hsize_t count)
+bool RowBlocks::ReadBlock(hsize_t start, hsize_t count)
 {
-    return SelectRows(start, count) < 0
-               ? -1
-               : H5Dread(m_dataSet, m_memoryType, m_memorySpace.get(), m_fileSpace.get(), H5P_DEFAULT, m_block.get());
+    const QuietErrors quiet;
+    return SelectRows(start, count) &&
+           H5Dread(m_dataSet, m_memoryType, m_memorySpace.get(), m_fileSpace.get(), H5P_DEFAULT, m_block.get()) >= 0;
 }
 
-herr_t RowBlocks::WriteBlock(hsize_t start, hsize_t count)
+bool RowBlocks::WriteBlock(hsize_t start, hsize_t count)
 {
-    return SelectRows(start, count) < 0
-               ? -1
-               : H5Dwrite(m_dataSet, m_memoryType, m_memorySpace.get(), m_fileSpace.get(), H5P_DEFAULT, m_block.get());
+    const QuietErrors quiet;
+    return SelectRows(start, count) &&
+           H5Dwrite(m_dataSet, m_memoryType, m_memorySpace.get(), m_fileSpace.get(), H5P_DEFAULT, m_block.get()) >= 0;
 }
 
 } // namespace tarnwick::hdf

@@ -7,6 +7,7 @@
 #include <tarnwickhdf/internal/ObjectLookup.h>
 #include <tarnwickhdf/internal/RowBlocks.h>
 #include <tarnwickhdf/internal/ScopedId.h>
+#include <tarnwickhdf/internal/StorageLayout.h>
 #include <tarnwickhdf/utils.h>
 
 #include <algorithm>
@@ -102,13 +103,13 @@ std::string MemberName(hid_t compoundType, int column)
 ITable::ITable(boost::weak_ptr<IFile> file, hid_t parent, hid_t dataSet, const std::string& name, size_t rows,
                hid_t compound)
     : INode(std::move(file), dataSet, name), parentId(parent), numberOfRows(rows), compoundType(compound),
-      columnTypes(DescribeColumns(compound)), rowsAreFixed(AreFixed(*columnTypes))
+      columnTypes(DescribeColumns(compound)), rowsAreFixed(AreFixed(*columnTypes)), storage(StorageTraits::Unknown)
 {
 }
 
 ITable::ITable(const ITable& other)
     : INode(other), parentId(other.parentId), numberOfRows(other.numberOfRows), compoundType(other.compoundType),
-      columnTypes(other.columnTypes), rowsAreFixed(other.rowsAreFixed)
+      columnTypes(other.columnTypes), rowsAreFixed(other.rowsAreFixed), storage(other.storage)
 {
     m_location = ShareId(m_location);
     compoundType = ShareId(compoundType);
@@ -132,6 +133,7 @@ ITable& ITable::operator=(const ITable& other)
     compoundType = typeShare.release();
     columnTypes = other.columnTypes;
     rowsAreFixed = other.rowsAreFixed;
+    storage = other.storage;
     return *this;
 }
 
@@ -276,6 +278,7 @@ void ITable::ReOpen(hid_t parent, const std::string& name)
 // The columns stay those that the object was made with, and rows of others are left to HDF5.
 void ITable::OpenAgain(hid_t parent, const std::string& name)
 {
+    storage = StorageTraits::Unknown;
     QueryInfo(parent, name, m_location, numberOfRows, compoundType);
     const int members = H5Tget_nmembers(compoundType);
     rowsAreFixed = AreFixed(*columnTypes) && static_cast<size_t>(std::max(members, 0)) == columnTypes->size();
@@ -411,13 +414,11 @@ void ITable::GetToBuffer(void* buffer, hid_t memoryType) const
 
 void ITable::GetFromHyperslab(void* buffer, size_t start, size_t stride, size_t count, hid_t memoryType) const
 {
-    if (RowBlocks::MayPick(numberOfRows, stride, memoryType))
+    if (RowBlocks::MayPick(Rows(), count, stride, memoryType))
     {
         RowBlocks blocks(Rows(), memoryType, count, numberOfRows);
-        herr_t status = 0;
-        if (blocks.ReadEvery(start, stride, count, buffer, status))
+        if (blocks.ReadEvery(start, stride, count, buffer))
         {
-            CheckResult(status, kSlabFailed);
             return;
         }
     }
@@ -448,17 +449,15 @@ void ITable::FeedStringVector(std::vector<std::string>& strings, int column) con
 
 StoredRows ITable::Rows() const
 {
-    return {m_location, compoundType, rowsAreFixed};
+    return {m_location, compoundType, rowsAreFixed, storage};
 }
 
 void ITable::GetToSelection(void* buffer, size_t memoryRows, hid_t memoryType,
                             const std::vector<hsize_t>& selection) const
 {
     RowBlocks blocks(Rows(), MemoryTypeOrOwn(memoryType), selection.size(), selection.size());
-    herr_t status = 0;
-    if (selection.size() == blocks.RowsInFile() && blocks.ReadRun(0, selection, memoryRows, buffer, status))
+    if (selection.size() == blocks.RowsInFile() && blocks.ReadRun(0, selection, memoryRows, buffer))
     {
-        CheckResult(status, kMemorySelectionFailed);
         return;
     }
     IDataSetBuilder builder;
@@ -470,13 +469,11 @@ void ITable::GetToSelection(void* buffer, size_t memoryRows, hid_t memoryType,
 void ITable::GetFromSelection(void* buffer, hid_t memoryType, const std::vector<hsize_t>& selection) const
 {
     const hid_t type = MemoryTypeOrOwn(memoryType);
-    herr_t status = 0;
     if (RowBlocks::AreClose(selection, type))
     {
         RowBlocks blocks(Rows(), type, selection.size(), numberOfRows);
-        if (blocks.ReadRows(selection, buffer, status))
+        if (blocks.ReadRows(selection, buffer))
         {
-            CheckRead(status, m_name);
             return;
         }
     }
@@ -484,8 +481,7 @@ void ITable::GetFromSelection(void* buffer, hid_t memoryType, const std::vector<
     builder.OpenFileSpace(m_location);
     builder.SelectFileElements(selection);
     builder.memorySpace = CreateMemorySpace(selection.size());
-    status = H5Dread(m_location, type, builder.memorySpace, builder.fileSpace, H5P_DEFAULT, buffer);
-    CheckRead(status, m_name);
+    CheckRead(H5Dread(m_location, type, builder.memorySpace, builder.fileSpace, H5P_DEFAULT, buffer), m_name);
 }
 
 void ITable::GetFromToSelection(void* buffer, size_t memoryRows, hid_t memoryType,
@@ -504,10 +500,8 @@ void ITable::GetFromHyperslabToSelection(void* buffer, size_t memoryRows, hid_t 
                                          const std::vector<hsize_t>& selection) const
 {
     RowBlocks blocks(Rows(), memoryType, selection.size(), selection.size());
-    herr_t status = 0;
-    if (blocks.ReadRun(fileStart, selection, memoryRows, buffer, status))
+    if (blocks.ReadRun(fileStart, selection, memoryRows, buffer))
     {
-        CheckResult(status, kMemorySelectionFailed);
         return;
     }
     IDataSetBuilder builder;
@@ -519,10 +513,8 @@ void ITable::SetToHyperslabFromSelection(void* buffer, size_t memoryRows, hid_t 
                                          const std::vector<hsize_t>& selection)
 {
     RowBlocks blocks(Rows(), memoryType, selection.size(), selection.size());
-    herr_t status = 0;
-    if (blocks.WriteRun(fileStart, selection, memoryRows, buffer, status))
+    if (blocks.WriteRun(fileStart, selection, memoryRows, buffer))
     {
-        CheckResult(status, kWriteFailed);
         return;
     }
     IDataSetBuilder builder;

@@ -1,0 +1,149 @@
+#include "Fixture.h"
+
+#include <numeric>
+
+namespace tarnwick::hdf::tests
+{
+
+namespace
+{
+
+struct Row
+{
+    int number;
+    float half;
+
+    bool operator==(const Row& other) const { return number == other.number && half == other.half; }
+};
+
+constexpr size_t kRows = 1000;
+constexpr hsize_t kRowsInChunk = 100;
+// As many as the library moves by blocks.
+constexpr hsize_t kManyRows = 300;
+
+ScopedType RowType()
+{
+    return TypeOf("H5T_COMPOUND { H5T_NATIVE_INT \"number\"; H5T_NATIVE_FLOAT \"half\"; }");
+}
+
+std::vector<Row> NumberedRows(size_t count)
+{
+    std::vector<Row> rows(count);
+    for (size_t i = 0; i < count; ++i)
+    {
+        rows[i] = {static_cast<int>(i), static_cast<float>(i) / 2};
+    }
+    return rows;
+}
+
+/// The rows `first` to `first` + `count` - 1.
+std::vector<hsize_t> RowsFrom(hsize_t first, hsize_t count)
+{
+    std::vector<hsize_t> run(count);
+    std::iota(run.begin(), run.end(), first);
+    return run;
+}
+
+/// kManyRows rows in equal parts from before and behind the chunk that begins with `hole`.
+std::vector<hsize_t> RowsAround(hsize_t hole)
+{
+    std::vector<hsize_t> rows = RowsFrom(hole - kManyRows / 2, kManyRows / 2);
+    const std::vector<hsize_t> behind = RowsFrom(hole + kRowsInChunk, kManyRows / 2);
+    rows.insert(rows.end(), behind.begin(), behind.end());
+    return rows;
+}
+
+std::vector<Row> Picked(const std::vector<Row>& rows, const std::vector<hsize_t>& selection)
+{
+    std::vector<Row> picked;
+    for (const hsize_t row : selection)
+    {
+        picked.push_back(rows[row]);
+    }
+    return picked;
+}
+
+void OverwriteChunk(hid_t dataSet, hsize_t firstRow, const std::string& bytes)
+{
+    ASSERT_GE(H5Dwrite_chunk(dataSet, H5P_DEFAULT, 0, &firstRow, bytes.size(), bytes.data()), 0);
+}
+
+} // namespace
+
+struct TableRows : OpenFileTest
+{
+    boost::shared_ptr<ITable> StoreTable(const std::string& name, std::vector<Row> rows, int compression)
+    {
+        return root->CreateTableFromBuffer(name, rows.data(), rows.size(), rowType.get(), compression, -1,
+                                           kRowsInChunk);
+    }
+
+    /// A table that plain HDF5 makes and that nobody has written a row to.
+    boost::shared_ptr<ITable> CreateUnwrittenTable(const std::string& name, const ScopedPropertyList& list) const
+    {
+        const hsize_t rows = kRows;
+        const ScopedSpace space(H5Screate_simple(1, &rows, nullptr));
+        ScopedDataSet(H5Dcreate2(root->LocationID(), name.c_str(), rowType.get(), space.get(), H5P_DEFAULT, list.get(),
+                                 H5P_DEFAULT));
+        return root->GetTable(name);
+    }
+
+    const ScopedType rowType = RowType();
+    const std::vector<Row> stored = NumberedRows(kRows);
+};
+
+TEST_F(TableRows, ManyRowsAreReadAroundADamagedChunk)
+{
+    const hsize_t damaged = 4 * kRowsInChunk;
+    const std::vector<hsize_t> selection = RowsAround(damaged);
+    StoreTable("t", stored, 6);
+    OverwriteChunk(root->GetTable("t")->LocationID(), damaged, "no deflated bytes");
+    std::vector<Row> read(kManyRows);
+
+    root->GetTable("t")->GetFromSelection(read.data(), -1, selection);
+
+    EXPECT_EQ(read, Picked(stored, selection));
+}
+
+TEST_F(TableRows, ManyRowsAreReadFromOneExternalFileWhereAnotherIsMissing)
+{
+    const size_t bytesInFile = kRows / 2 * sizeof(Row);
+    const ScopedPropertyList list(H5Pcreate(H5P_DATASET_CREATE));
+    H5Pset_external(list.get(), Path("first").c_str(), 0, bytesInFile);
+    H5Pset_external(list.get(), Path("second").c_str(), 0, bytesInFile);
+    const auto table = CreateUnwrittenTable("t", list);
+    table->SetFromBuffer(NumberedRows(kRows).data(), kRows, -1, 0);
+    std::filesystem::remove(Path("second"));
+    std::vector<hsize_t> backwards = RowsFrom(0, kManyRows);
+    std::reverse(backwards.begin(), backwards.end());
+    std::vector<Row> read(kManyRows);
+
+    table->GetFromSelection(read.data(), -1, backwards);
+
+    EXPECT_EQ(read, Picked(stored, backwards));
+    EXPECT_EQ(WordsOf(
+                  [&]
+                  {
+                      table->GetFromHyperslabToSelection(read.data(), kManyRows, rowType.get(), kRows - kManyRows,
+                                                         RowsFrom(0, kManyRows));
+                  }),
+              "Error reading data set to a memory selection!:");
+}
+
+TEST_F(TableRows, RowsThatWereNeverWrittenAndHaveNoFillValueLeaveTheBufferAsItIs)
+{
+    const hsize_t chunk = kRowsInChunk;
+    const ScopedPropertyList list(H5Pcreate(H5P_DATASET_CREATE));
+    H5Pset_chunk(list.get(), 1, &chunk);
+    H5Pset_fill_time(list.get(), H5D_FILL_TIME_NEVER);
+    const auto table = CreateUnwrittenTable("t", list);
+    const std::vector<Row> before(kManyRows, Row{7, 7});
+    std::vector<Row> read = before;
+
+    table->GetFromSelection(read.data(), -1, RowsFrom(100, kManyRows));
+    table->GetFromHyperslabToSelection(read.data(), kManyRows, rowType.get(), 100, RowsFrom(0, kManyRows));
+
+    EXPECT_EQ(read, before);
+}
+
+} // namespace tarnwick::hdf::tests
