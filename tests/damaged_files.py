@@ -1,45 +1,101 @@
 """Walks damaged files: each walk ends, with or without an exception, and what crashes does so inside HDF5.
-Usage: damaged_files.py WALKER HUNDREDS, with a walker of the address sanitizer's, which tells where it crashed"""
-import collections, glob, multiprocessing.pool, os, pathlib, random, re, subprocess, sys, tempfile, threading
+
+What is varied, by the number of the file, which seeds everything: the file (one of those that foreign_files.py makes,
+one of random use, or one that PyTables ships), where it is damaged, and how: cut off, a run of zeros, random bytes, or
+flipped bits. What is held fixed: the walk (walk.cpp), which runs in a process of its own under the address sanitizer.
+The sanitizer tells where a walk crashed and, past the end of some memory, who had asked for that memory: a crash counts
+as HDF5's if both were HDF5. TARNWICKHDF_LONG_TESTS in the environment walks 20,000 files.
+
+Usage: damaged_files.py WALKER HUNDREDS [NUMBER], with the NUMBER of one file to walk it alone
+"""
+import collections
+import glob
+import multiprocessing.pool
+import os
+import pathlib
+import random
+import re
+import subprocess
+import sys
+import tempfile
+import threading
+
 from foreign_files import SHIPPED, make, unpacked
 from random_files import failure, sequence
 
 # Damage makes HDF5 leak and ask for more memory than there is; a walk that never ends is aborted.
 os.environ['ASAN_OPTIONS'] = 'detect_leaks=0:handle_abort=1:allocator_may_return_null=1:max_allocation_size_mb=1000'
+WALK_FOR_30_SECONDS = ['timeout', '--signal=ABRT', '--kill-after=9', '30']
 
 
-def damage(r, data):
-    data, way, start, run = bytearray(data), r.randrange(4), r.randrange(len(data)), r.choice((1, 8, 64, 512))
-    if way < 2:
-        return data[:start] + (bytes(run) + data[start + run:] if way else b'')
+def cut(r, data, start):
+    return data[:start]
+
+
+def zero_a_run(r, data, start):
+    run = r.choice((1, 8, 64, 512))
+    return data[:start] + bytes(run) + data[start + run:]
+
+
+def set_random_bytes(r, data, start):
     for place in [r.randrange(len(data)) for _ in range(r.choice((1, 4, 32)))]:
-        data[place] = r.randrange(256) if way == 2 else data[place] ^ 1 << r.randrange(8)
+        data[place] = r.randrange(256)
     return data
 
 
-def walk(seed):
-    r, name = random.Random(seed), f'damaged {threading.get_ident()}'
+def flip_bits(r, data, start):
+    for place in [r.randrange(len(data)) for _ in range(r.choice((1, 4, 32)))]:
+        data[place] ^= 1 << r.randrange(8)
+    return data
+
+
+def damage(r, data):
+    way = r.choice((cut, zero_a_run, set_random_bytes, flip_bits))
+    return way(r, bytearray(data), r.randrange(len(data)))
+
+
+def ended_by_exception(run, said):
+    # The sanitizer's own operator new doesn't throw std::bad_alloc, it ends the process.
+    wanted_too_much = 'in operator new' in said.partition('SUMMARY')[2]
+    return wanted_too_much or isinstance(unpacked(run.stdout)[-1], bytes)
+
+
+def stacks_of_a_crash(said):
+    """Where it crashed and, if that was past the end of some memory or in what was free again, who asked for it."""
+    allocated = re.findall('located (?:0 bytes to the right|[0-9]+ bytes inside) of.*?allocated by(.*)', said, re.S)
+    return [re.findall('.*(?:libhdf5|tarnwick).*', stack) or [''] for stack in (said, *allocated)]
+
+
+def walk(number):
+    """Damages and walks one file, and tells how that ended."""
+    r = random.Random(number)
+    name = f'damaged {threading.get_ident()}'
     pathlib.Path(name).write_bytes(damage(r, pathlib.Path(r.choice(FILES)).read_bytes()))
-    run = subprocess.run(['timeout', '--signal=ABRT', '--kill-after=9', '30', sys.argv[1], name], capture_output=True)
+    run = subprocess.run([*WALK_FOR_30_SECONDS, sys.argv[1], name], capture_output=True)
     said = run.stderr.decode(errors='replace')
-    if run.returncode == 0 or 'in operator new' in said.partition('SUMMARY')[2]:  # It doesn't throw std::bad_alloc.
-        return 'exception' if run.returncode or isinstance(unpacked(run.stdout)[-1], bytes) else 'walk'
-    # Where it crashed and, if that was past the end of some memory or in what was free again, who had asked for it.
-    lost = re.findall('located (?:0 bytes to the right|[0-9]+ bytes inside) of.*?allocated by(.*)', said, re.S)
-    stacks = [re.findall('.*(?:libhdf5|tarnwick).*', stack) or [''] for stack in (said, *lost)]
+    if run.returncode == 0 or 'in operator new' in said.partition('SUMMARY')[2]:
+        return 'exception' if ended_by_exception(run, said) else 'walk'
+    stacks = stacks_of_a_crash(said)
     if not all('libhdf5' in stack[0] for stack in stacks) or 'stack-buffer' in said:
-        return f'status {run.returncode} in {said}'
-    named = re.search(r' in (\w+) .*libhdf5', '\n'.join(stacks[0]))
-    return f'status {run.returncode} in HDF5 under ' + (named[1] if named else '')
+        return f'file {number}: status {run.returncode} in {said}'
+    function = re.search(r' in (\w+) .*libhdf5', '\n'.join(stacks[0]))
+    return f'status {run.returncode} in HDF5 under ' + (function[1] if function else '')
+
+
+def make_files():
+    make(9)
+    failure(sys.argv[1], sequence(1, 150))
+    names = sorted(glob.glob('*.h5') + glob.glob(SHIPPED + '/*.h5'))
+    return [name for name in names if 0 < os.path.getsize(name) < 100000]
 
 
 with tempfile.TemporaryDirectory() as folder:
     os.chdir(folder)
-    make(9)
-    failure(sys.argv[1], sequence(1, 150))
-    FILES = [f for f in sorted(glob.glob('*.h5') + glob.glob(SHIPPED + '/*.h5')) if 0 < os.path.getsize(f) < 100000]
-    count = 20000 if os.environ.get('TARNWICKHDF_LONG_TESTS') else 100 * int(sys.argv[2])
+    FILES = make_files()
+    numbers = range(20000 if os.environ.get('TARNWICKHDF_LONG_TESTS') else 100 * int(sys.argv[2]))
+    if len(sys.argv) > 3:
+        numbers = [int(sys.argv[3])]
     with multiprocessing.pool.ThreadPool(2) as pool:
-        ends = collections.Counter(pool.imap_unordered(walk, range(count)))
-    print(f'{len(FILES)} files, {count} damaged;', *(f'{n} {end}' for end, n in ends.most_common()), sep='\n')
+        ends = collections.Counter(pool.imap_unordered(walk, numbers))
+    print(f'{len(FILES)} files, {len(numbers)} damaged;', *(f'{n} {end}' for end, n in ends.most_common()), sep='\n')
     assert all('HDF5 under' in end for end in ends if end not in ('walk', 'exception')), 'a crash outside of HDF5'

@@ -29,7 +29,8 @@ void UseAFile(const std::string& path)
 {
     for (int round = 0; round < 20; ++round)
     {
-        std::vector<int> numbers(1000, round), back(1000, -1);
+        std::vector<int> numbers(1000, round);
+        std::vector<int> back(1000, -1);
         auto file = IFile::Open(path, "w", round % 3);
         file->GetRoot()->CreateArrayFromBuffer("numbers", numbers.data(), TDataType::Int, 100, 10)->Flush();
         file->Close();
@@ -48,14 +49,22 @@ TEST_F(Threads, EightUseAFileEachUnderOneTrackerWhileANinthSamples)
     std::vector<std::thread> uses;
     for (int i = 0; i < 8; ++i)
     {
-        uses.emplace_back([&, path = Path(std::to_string(i))] { UseAFile(path), --atWork; });
+        const auto useOne = [&atWork, path = Path(std::to_string(i))]
+        {
+            UseAFile(path);
+            --atWork;
+        };
+        uses.emplace_back(useOne);
     }
     while (atWork > 0)
     {
         const std::string text = TextOf([&] { tracker->AppendToMemoryLog(1, Path("memory.log")); });
         EXPECT_TRUE(text.empty() || text == "Couldn't retrieve file name") << text;
     }
-    std::for_each(uses.begin(), uses.end(), [](std::thread& use) { use.join(); });
+    for (std::thread& use : uses)
+    {
+        use.join();
+    }
     tracker->AppendToMemoryLog(2, Path("last.log"));
     std::string last;
     std::getline(std::ifstream(Path("last.log")), last);
