@@ -4,7 +4,6 @@
 #include <tarnwickhdf/internal/DataTypeLookup.h>
 #include <tarnwickhdf/internal/HandOver.h>
 #include <tarnwickhdf/internal/IDataSetBuilder.h>
-#include <tarnwickhdf/internal/KeptList.h>
 #include <tarnwickhdf/internal/ObjectLookup.h>
 #include <tarnwickhdf/internal/Refusal.h>
 #include <tarnwickhdf/internal/RowBlocks.h>
@@ -16,7 +15,6 @@
 #include <algorithm>
 #include <limits>
 #include <memory>
-#include <optional>
 #include <stdexcept>
 #include <utility>
 
@@ -166,22 +164,12 @@ void ReadFileHyperslab(hid_t dataSet, const MemoryType& memoryType, hsize_t memo
 }
 
 // Number arrays with one component have one dimension, with any other number two.
-ArrayStorage NumberStorage(size_t length, size_t components, size_t elementSize, int compression)
+void CreateNumberSpace(IDataSetBuilder& builder, size_t length, size_t components, size_t elementSize, int compression)
 {
-    return components == 1 ? ArrayStorage{1, {length, 0}, elementSize, compression}
-                           : ArrayStorage{2, {length, components}, elementSize, compression};
-}
-
-void CreateNumberSpace(IDataSetBuilder& builder, const ArrayStorage& storage, bool hasList)
-{
-    if (hasList)
-    {
-        builder.fileSpace = H5Screate_simple(storage.rank, storage.dimensions, nullptr);
-        return;
-    }
+    const hsize_t dimensions[kMostDimensions] = {length, components};
     builder.dcpl = H5Pcreate(H5P_DATASET_CREATE);
-    builder.CreateSpace(storage.rank, storage.dimensions, storage.elementSize, nullptr);
-    builder.AddFilters(storage.compression);
+    builder.CreateSpace(components == 1 ? 1 : kMostDimensions, dimensions, elementSize, nullptr);
+    builder.AddFilters(compression);
 }
 
 } // namespace
@@ -413,7 +401,6 @@ boost::shared_ptr<IArray> IArray::CreateFromBuffer(boost::weak_ptr<IFile> file, 
     }
     ScopedType stringType;
     IDataSetBuilder builder;
-    std::optional<ListLoan> loan;
     hid_t fileType = -1;
     if (type == TDataType::String)
     {
@@ -424,9 +411,7 @@ boost::shared_ptr<IArray> IArray::CreateFromBuffer(boost::weak_ptr<IFile> file, 
     else
     {
         fileType = DataTypeToHDFType(type);
-        const ArrayStorage storage = NumberStorage(length, components, H5Tget_size(fileType), compression);
-        loan.emplace(lockedFile->m_kept_list.get(), builder, storage);
-        CreateNumberSpace(builder, storage, loan->IsLent());
+        CreateNumberSpace(builder, length, components, H5Tget_size(fileType), compression);
     }
     builder.CreateDataSet(parent, name, fileType);
     CheckResult(H5Dwrite(builder.dataSet, fileType, builder.memorySpace, H5S_ALL, H5P_DEFAULT, buffer),
@@ -434,10 +419,6 @@ boost::shared_ptr<IArray> IArray::CreateFromBuffer(boost::weak_ptr<IFile> file, 
     std::unique_ptr<IArray> array(new IArray(std::move(file), parent, builder.dataSet, name, components, length,
                                              fileType, compression, type == TDataType::String));
     builder.TakeDataSet();
-    if (loan)
-    {
-        loan->Keep();
-    }
     return HandOver(std::move(array), stringType);
 }
 

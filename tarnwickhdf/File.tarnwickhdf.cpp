@@ -1,15 +1,17 @@
+#include <tarnwickhdf/IArray.h>
 #include <tarnwickhdf/IFile.h>
 #include <tarnwickhdf/IFileTracker.h>
 #include <tarnwickhdf/IGroup.h>
+#include <tarnwickhdf/ITable.h>
 #include <tarnwickhdf/internal/CheckResult.h>
 #include <tarnwickhdf/internal/FileName.h>
 #include <tarnwickhdf/internal/IntegerAttribute.h>
-#include <tarnwickhdf/internal/KeptList.h>
 #include <tarnwickhdf/internal/SameOnEveryHdf5.h>
 #include <tarnwickhdf/internal/ScopedId.h>
 
 #include <tarnwick/text.h>
 
+#include <algorithm>
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
@@ -149,6 +151,62 @@ void AddUnclosedFile(hid_t file)
     files.ids.push_back(file);
 }
 
+// The type that a node has open next to its object, -1 if it has none.
+hid_t TypeOf(const INode& node)
+{
+    if (const auto* const array = dynamic_cast<const IArray*>(&node))
+    {
+        return array->GetTypeID();
+    }
+    const auto* const table = dynamic_cast<const ITable*>(&node);
+    return table != nullptr ? table->GetCompoundTypeID() : -1;
+}
+
+// Takes an id down for all its owners, as HDF5's strong close does with the ids of its file. A type that isn't named
+// lies in no file and goes with its node.
+void TakeDown(hid_t id) noexcept
+{
+    if (H5Iis_valid(id) <= 0 || (H5Iget_type(id) == H5I_DATATYPE && H5Tcommitted(id) <= 0))
+    {
+        return;
+    }
+    while (H5Idec_ref(id) > 0)
+    {
+    }
+}
+
+// HDF5's strong close leaves what was opened behind external links: those ids lie in other files. Which these are shows
+// when the file is closed, and the nodes don't know their ids any more then.
+class IdsBehindLinks
+{
+public:
+    explicit IdsBehindLinks(size_t nodes) { m_ids.reserve(2 * nodes); }
+    IdsBehindLinks(const IdsBehindLinks&) = delete;
+    IdsBehindLinks& operator=(const IdsBehindLinks&) = delete;
+    ~IdsBehindLinks() { std::for_each(m_ids.begin(), m_ids.end(), &TakeDown); }
+
+    void Add(const std::set<INode*>& nodes)
+    {
+        for (const INode* node : nodes)
+        {
+            m_ids.push_back(node->LocationID());
+            m_ids.push_back(TypeOf(*node));
+        }
+    }
+
+private:
+    std::vector<hid_t> m_ids;
+};
+
+void TakeDownAll(const std::set<INode*>& nodes) noexcept
+{
+    for (const INode* node : nodes)
+    {
+        TakeDown(node->LocationID());
+        TakeDown(TypeOf(*node));
+    }
+}
+
 } // namespace
 
 std::string FileNameOf(hid_t file)
@@ -184,13 +242,14 @@ boost::shared_ptr<IFile> IFile::Open(const std::string& filename, const std::str
 }
 
 IFile::IFile(const std::string& filename, const std::string& mode)
-    : m_closed(true), m_api_version(0), m_encoding(H5T_CSET_UTF8), m_file_id(-1)
+    : m_closed(true), m_api_version(0), m_encoding(H5T_CSET_UTF8), m_file_id(-1),
+      m_copies(std::make_unique<std::set<INode*>>())
 {
     const std::string effectiveMode = EffectiveMode(filename, mode);
     ScopedPropertyList accessList = CreateFileAccessList();
     ScopedFile file(OpenOrCreate(filename, effectiveMode, accessList.get()));
     CheckResult(file.get(), "Failed to obtain a valid file handle for filename: ", filename);
-    m_kept_list = std::make_unique<KeptList>(std::move(accessList));
+    accessList.reset();
     H5Eset_auto1(nullptr, nullptr);
     if (globalFileTracker)
     {
@@ -267,8 +326,13 @@ void IFile::Close()
 void IFile::CloseNamed(const std::string& name)
 {
     const std::string message = "Error closing file: " + name;
-    InvalidateNodes();
-    CloseId(message);
+    {
+        IdsBehindLinks ids(m_nodes.size() + m_copies->size());
+        ids.Add(m_nodes);
+        ids.Add(*m_copies);
+        InvalidateNodes();
+        CloseId(message);
+    }
     if (globalFileTracker)
     {
         globalFileTracker->OnClose(m_file_id, name);
@@ -288,9 +352,12 @@ void IFile::CloseId(const std::string& message)
     }
 }
 
-// For the destructor, when the name couldn't be told: the file must not stay open for that.
+// For the destructor, when the name couldn't be told: the file must not stay open for that. Nobody hears of failures, so
+// that the nodes' ids may go one by one, which needs no memory.
 void IFile::CloseUnnamed() noexcept
 {
+    TakeDownAll(m_nodes);
+    TakeDownAll(*m_copies);
     InvalidateNodes();
     try
     {
@@ -312,9 +379,9 @@ void IFile::InvalidateNodes() noexcept
         node->Invalidate();
     }
     m_nodes.clear();
+    m_copies->clear();
     m_closed = true;
     m_root.reset();
-    m_kept_list.reset();
 }
 
 bool IFile::IsClosed()
@@ -357,9 +424,16 @@ void IFile::RegisterNode(INode* node)
     m_nodes.insert(node);
 }
 
+// A copy keeps its number when the file closes, but what is open under it must not outlive the file.
+void IFile::RegisterCopy(INode* copy)
+{
+    m_copies->insert(copy);
+}
+
 void IFile::UnRegisterNode(INode* node)
 {
     m_nodes.erase(node);
+    m_copies->erase(node);
 }
 
 unsigned int IFile::CountOpen(unsigned int types) const

@@ -18,12 +18,12 @@ class IArray;
 class IFileTracker;
 class IGroup;
 class INode;
-class KeptList;
 
 /// One open HDF5 file. The caller's shared pointer alone keeps it open; everything inside it is reached from GetRoot.
 ///
 /// Closing the file, by Close or with the last shared pointer, ends all HDF5 objects in it at once and marks every node
-/// invalid; nodes may be held on to after that. A file and all its nodes belong to one thread at a time.
+/// invalid; nodes may be held on to after that. What nodes have open behind external links, in other files, ends with it.
+/// A file and all its nodes belong to one thread at a time.
 class TARNWICKHDF_EXPORT IFile : public IH5Object
 {
 public:
@@ -82,7 +82,9 @@ public:
     ~IFile() override;
 
     /// Closes the file: every registered node becomes invalid, the root group is dropped, HDF5 writes what is left and
-    /// closes, the tracker hears of it. A second call does nothing. The cost grows with the number of live nodes.
+    /// closes, what nodes and their copies had open in other files, behind external links, is closed too, the tracker
+    /// hears of it. A second call does nothing. The cost grows with the number of live nodes. A failure to write to a
+    /// file behind a link isn't heard of here: INode::Flush on a node there tells it.
     /// @throws std::runtime_error "Couldn't retrieve file name" (plain) if HDF5 can't name the file, which then stays
     ///         open.
     /// @throws std::runtime_error "Error closing file: " + name with traceback if HDF5 fails to close, as on a full
@@ -146,6 +148,7 @@ private:
     IFile(const std::string& filename, const std::string& mode);
 
     void RegisterNode(INode* node);
+    void RegisterCopy(INode* copy);
     void UnRegisterNode(INode* node);
     void CloseNamed(const std::string& name);
     void CloseId(const std::string& message);
@@ -160,9 +163,9 @@ private:
     unsigned int m_api_version;
     H5T_cset_t m_encoding;
     hid_t m_file_id;
-    std::unique_ptr<KeptList> m_kept_list;
+    // Behind a pointer, so that the class keeps its size.
+    std::unique_ptr<std::set<INode*>> m_copies;
 
-    friend class IArray;
     friend class INode;
 };
 

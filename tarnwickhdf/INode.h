@@ -24,12 +24,13 @@ class IFile;
 /// words, as HDF5 fails on that id. A node may be held on to and destroyed after its file.
 ///
 /// Copies of a node share its HDF5 id through HDF5's reference count, so that copy and source may go in any order. A
-/// copy isn't registered with the file: after the file closes it keeps the old number, IsValid stays true, and every
-/// operation fails as HDF5 fails on an id that is gone.
+/// copy isn't made invalid when the file closes: it keeps the old number, IsValid stays true, and every operation fails
+/// as HDF5 fails on an id that is gone.
 class TARNWICKHDF_EXPORT INode : public IH5Object
 {
 public:
-    /// Copies file, id and name; the class of the copy takes its share of the id. The copy isn't registered.
+    /// Copies file, id and name; the class of the copy takes its share of the id. The file doesn't make the
+    /// copy invalid when it closes.
     INode(const INode& other);
     /// Takes over file, id and name of `other`; the class of the node gives back its old id and takes its share of the
     /// new one. A node that moves to another file leaves the old file's registry and enters the new file's, so that

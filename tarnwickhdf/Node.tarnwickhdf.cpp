@@ -163,7 +163,14 @@ INode::INode(boost::weak_ptr<IFile> file, hid_t location, const std::string& nam
     }
 }
 
-INode::INode(const INode& other) = default;
+INode::INode(const INode& other)
+    : IH5Object(other), m_file(other.m_file), m_location(other.m_location), m_name(other.m_name)
+{
+    if (const boost::shared_ptr<IFile> openFile = m_file.lock())
+    {
+        openFile->RegisterCopy(this);
+    }
+}
 
 INode& INode::operator=(const INode& other)
 {
