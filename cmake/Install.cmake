@@ -38,63 +38,17 @@ configure_file(cmake/tarnwickhdf.pc.in ${PROJECT_BINARY_DIR}/tarnwickhdf.pc @ONL
 install(FILES ${PROJECT_BINARY_DIR}/tarnwickhdf.pc DESTINATION ${CMAKE_INSTALL_LIBDIR}/pkgconfig
   COMPONENT development)
 
-set(runtime_package libtarnwickhdf${PROJECT_VERSION_MAJOR})
-set(development_package libtarnwickhdf-dev)
 install(FILES LICENSE DESTINATION ${CMAKE_INSTALL_DOCDIR} COMPONENT runtime)
-install(FILES README.md CHANGELOG.md DESTINATION ${CMAKE_INSTALL_DOCDIR} COMPONENT development)
-install(DIRECTORY docs DESTINATION ${CMAKE_INSTALL_DOCDIR} COMPONENT development FILES_MATCHING
-  PATTERN "*.md" PATTERN "*.svg" PATTERN "*.png")
+install(FILES README.md CHANGELOG.md CONTRIBUTING.md DESTINATION ${CMAKE_INSTALL_DOCDIR} COMPONENT documentation)
+install(DIRECTORY docs DESTINATION ${CMAKE_INSTALL_DOCDIR} COMPONENT documentation
+  FILES_MATCHING PATTERN "*.md" PATTERN "*.svg" PATTERN "*.png")
+# Each program is compiled by itself, as the project in `consumer` is.
+install(DIRECTORY examples DESTINATION ${CMAKE_INSTALL_DOCDIR} COMPONENT documentation
+  REGEX "examples/(many-machines/)?CMakeLists.txt$" EXCLUDE)
+install(DIRECTORY ${PROJECT_SOURCE_DIR}/build/docs/html DESTINATION ${CMAKE_INSTALL_DOCDIR} COMPONENT documentation
+  OPTIONAL)
 
-# Debian wants licence and changes under each package's own name; a plain install doesn't.
-find_program(gzip gzip)
-set(changes ${PROJECT_BINARY_DIR}/changelog.gz)
-if(gzip)
-  execute_process(COMMAND ${gzip} -9nc ${PROJECT_SOURCE_DIR}/cmake/debian-changelog OUTPUT_FILE ${changes})
-endif()
-foreach(component runtime development)
-  set(folder ${CMAKE_INSTALL_DATAROOTDIR}/doc/${${component}_package})
-  install(FILES LICENSE RENAME copyright DESTINATION ${folder} COMPONENT ${component} EXCLUDE_FROM_ALL)
-  install(FILES ${changes} DESTINATION ${folder} COMPONENT ${component} EXCLUDE_FROM_ALL)
-endforeach()
-
-# Packages made of others' programs find out from `shlibs` what they need, and installing makes the libraries known to
-# the dynamic linker.
-file(WRITE ${PROJECT_BINARY_DIR}/debian/shlibs
-  "libtarnwick ${PROJECT_VERSION_MAJOR} ${runtime_package} (>= ${PROJECT_VERSION})\n"
-  "libtarnwickhdf ${PROJECT_VERSION_MAJOR} ${runtime_package} (>= ${PROJECT_VERSION})\n")
-file(WRITE ${PROJECT_BINARY_DIR}/debian/triggers "activate-noawait ldconfig\n")
-
-set(CPACK_GENERATOR DEB)
-set(CPACK_PACKAGE_VENDOR "tarnwickhdf developers")
-set(CPACK_PACKAGE_CONTACT "tarnwickhdf developers <tarnwickhdf@localhost>")
-set(CPACK_PACKAGE_VERSION ${PROJECT_VERSION})
-set(CPACK_PACKAGING_INSTALL_PREFIX ${CMAKE_INSTALL_PREFIX})
-set(CPACK_COMPONENTS_ALL runtime development)
-set(CPACK_STRIP_FILES ON)
-# Debian's modes, whatever the umask of the one who packs.
-set(CPACK_INSTALL_DEFAULT_DIRECTORY_PERMISSIONS
-  OWNER_READ OWNER_WRITE OWNER_EXECUTE GROUP_READ GROUP_EXECUTE WORLD_READ WORLD_EXECUTE)
-set(CPACK_DEB_COMPONENT_INSTALL ON)
-set(CPACK_DEBIAN_FILE_NAME DEB-DEFAULT)
-set(CPACK_DEBIAN_PACKAGE_CONTROL_STRICT_PERMISSION ON)
-set(CPACK_DEBIAN_PACKAGE_SHLIBDEPS_PRIVATE_DIRS ${PROJECT_BINARY_DIR}/tarnwick)
-set(CPACK_DEBIAN_RUNTIME_PACKAGE_NAME ${runtime_package})
-set(CPACK_DEBIAN_RUNTIME_PACKAGE_SECTION libs)
-set(CPACK_DEBIAN_RUNTIME_PACKAGE_SHLIBDEPS ON)
-set(CPACK_DEBIAN_RUNTIME_PACKAGE_CONTROL_EXTRA
-  ${PROJECT_BINARY_DIR}/debian/shlibs ${PROJECT_BINARY_DIR}/debian/triggers)
-set(CPACK_DEBIAN_RUNTIME_DESCRIPTION "object model over HDF5 files - shared libraries
-Groups, string attributes, arrays, extensible arrays and tables of HDF5 files
-as C++ objects. This package has the libraries that programs run with.")
-set(CPACK_DEBIAN_DEVELOPMENT_PACKAGE_NAME ${development_package})
-set(CPACK_DEBIAN_DEVELOPMENT_PACKAGE_SECTION libdevel)
-set(CPACK_DEBIAN_DEVELOPMENT_PACKAGE_DEPENDS
-  "${runtime_package} (= ${PROJECT_VERSION}), libhdf5-dev, libboost-dev")
-set(CPACK_DEBIAN_DEVELOPMENT_DESCRIPTION "object model over HDF5 files - development files
-Groups, string attributes, arrays, extensible arrays and tables of HDF5 files
-as C++ objects. This package has the headers, the CMake package and the
-pkg-config file.")
 # The packages of a project that takes this one in as a subfolder are its own.
 if(top_level)
-  include(CPack)
+  include(cmake/Packages.cmake)
 endif()

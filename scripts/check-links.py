@@ -1,4 +1,5 @@
-"""Fails if a page links to a file that isn't in the project, or to a heading that isn't in that file."""
+"""Fails if a page links to a file that isn't there, or to a heading that isn't in that file. It looks at the project's
+pages, or at those below the folder that is given."""
 import pathlib
 import re
 import subprocess
@@ -11,10 +12,14 @@ def anchors(text):
     return {re.sub(r"[^\w\- ]", "", heading).strip().lower().replace(" ", "-") for heading in headings}
 
 
-pages = subprocess.run(["git", "ls-files", "--cached", "--others", "--exclude-standard", "*.md"],
-                       check=True, capture_output=True, text=True).stdout.split()
+if len(sys.argv) > 1:
+    pages = list(pathlib.Path(sys.argv[1]).rglob("*.md"))
+else:
+    listed = subprocess.run(["git", "ls-files", "--cached", "--others", "--exclude-standard", "*.md"],
+                            check=True, capture_output=True, text=True)
+    pages = [pathlib.Path(page) for page in listed.stdout.split()]
 broken = 0
-for page in map(pathlib.Path, pages):
+for page in pages:
     for target in re.findall(r"\]\(([^)\s]+)\)", page.read_text()):
         if target.startswith("http"):
             continue
