@@ -20,7 +20,8 @@ import sys
 import tempfile
 import threading
 
-from foreign_files import SHIPPED, make, unpacked
+from foreign_files import SHIPPED, make
+from predict import unpacked
 from random_files import failure, sequence
 
 # Damage makes HDF5 leak and ask for more memory than there is; a walk that never ends is aborted.

@@ -4,7 +4,8 @@ Usage: random_files.py WALKER SEEDS OPERATIONS"""
 import itertools, os, random, subprocess, sys, tempfile, types
 import h5py, msgpack, numpy as np
 from h5py import h5a, h5d, h5p, h5s, h5t
-from foreign_files import INF, NUMBERS, child, compare, plain, string, unpacked, values_of, walk
+from foreign_files import string
+from predict import NUMBERS, UNLIMITED as INF, child, compare, plain, unpacked, values_of, walk
 
 # How often each operation is made; the last two have eight and three ways.
 ACTIONS = {'reopen': 1, 'group': 6, 'array': 12, 'texts': 3, 'extend': 4, 'row': 8, 'column': 6, 'resize': 5,
