@@ -1,223 +1,357 @@
-#include "Pairs.h"
-#include "extensible_arrays_plain.h"
+#include "Sides.h"
 
-#include <tarnwickhdf/tarnwickhdf.h>
-
-#include <algorithm>
+#include <memory>
 
 using tarnwick::hdf::IExtensibleArray2D;
 using tarnwick::hdf::IFile;
+using tarnwick::hdf::IGroup;
 namespace TDataType = tarnwick::hdf::TDataType;
 
 namespace
 {
 
-constexpr unsigned int kColumns = 16;
-constexpr std::size_t kRowsOfAColumn = 10000;
-constexpr std::size_t kAppendedColumns = 16;
+constexpr hsize_t kColumns = 16;
+constexpr std::size_t kCacheBytes = std::size_t{16} << 20U;
+constexpr std::size_t kCacheSlots = 521;
+constexpr hsize_t kUnlimited[2] = {H5S_UNLIMITED, H5S_UNLIMITED};
 constexpr const char* kName = "rows";
 
 struct Storage
 {
-    const char* word;
-    unsigned int chunkRows;
+    std::string word;
+    hsize_t chunkRows;
     int compression;
-    std::size_t mostRows; ///< Where the literal way is too slow for more.
+    std::vector<std::size_t> rows;
+    std::vector<std::size_t> literalRows; ///< Of the literal calls, which are too slow for more.
 };
 
-// 16 doubles a row: 128 KiB and 2 MiB a chunk, below and above HDF5's chunk cache of 1 MiB.
-constexpr Storage kSmallChunks = {"small-chunks", 1024, 0, 100000};
-constexpr Storage kLargeChunks = {"large-chunks", 16384, 0, 100000};
-constexpr Storage kLargeDeflatedChunks = {"large-deflated-chunks", 16384, 1, 100};
-
-std::vector<double> Line(std::size_t length)
-{
-    std::vector<double> line(length);
-    for (std::size_t i = 0; i < length; ++i)
-    {
-        line[i] = static_cast<double>(i % 100);
-    }
-    return line;
-}
-
-struct Plain
-{
-    explicit Plain(hid_t openFile, hid_t openSet) : file(openFile), set(openSet) {}
-    Plain(const Plain&) = delete;
-    Plain& operator=(const Plain&) = delete;
-    ~Plain()
-    {
-        H5Dclose(set);
-        H5Fclose(file);
-    }
-
-    hid_t file;
-    hid_t set;
+// 16 doubles a row, so 128 KiB and 2 MiB a chunk: below and above HDF5's chunk cache of 1 MiB.
+const Storage kStorages[] = {
+    {"128 KiB chunks", 1024, 0, {100, 1000, 10000, 100000}, {100, 10000, 100000}},
+    {"2 MiB chunks", 16384, 0, {100, 1000, 10000, 100000}, {100, 10000, 100000}},
+    {"deflated 2 MiB chunks", 16384, 1, {100, 10000, 100000}, {100}},
 };
 
-Plain CreatePlain(const std::string& path, std::size_t rows, unsigned int columns, const Storage& storage)
+// A row, a column or a block of either.
+std::vector<double>& Values(std::size_t length)
 {
-    const hid_t file = plain_new_file(path.c_str());
-    const hsize_t chunk[] = {storage.chunkRows, kColumns};
-    return Plain(file, plain_create_extensible(file, rows, columns, chunk, storage.compression));
+    static std::vector<double> values;
+    while (values.size() < length)
+    {
+        values.push_back(static_cast<double>(values.size() % 100));
+    }
+    return values;
 }
 
-boost::shared_ptr<IExtensibleArray2D> CreateArray(IFile& file, std::size_t rows, unsigned int columns,
-                                                  const Storage& storage)
+boost::shared_ptr<IExtensibleArray2D> Create(IFile& file, const Storage& storage, std::size_t rows, hsize_t columns)
 {
-    return file.GetRoot()->CreateExtensibleArray2D(kName, TDataType::Double, static_cast<unsigned int>(rows), columns,
-                                                   storage.chunkRows, kColumns, storage.compression);
+    return file.GetRoot()->CreateExtensibleArray2D(
+        kName, TDataType::Double, static_cast<unsigned int>(rows), static_cast<unsigned int>(columns),
+        static_cast<unsigned int>(storage.chunkRows), static_cast<unsigned int>(kColumns), storage.compression);
 }
 
-void RegisterAppendingRows(std::size_t rows, const Storage& storage)
+// A file with an array of so many rows.
+bench::Place Stored(const Storage& storage)
 {
-    const auto line = Line(kColumns);
-    const auto library = [=]
-    {
-        const auto file = IFile::Open(bench::PathOf("append-library.h5"), "w", 0);
-        const auto array = CreateArray(*file, 0, kColumns, storage);
-        return bench::SecondsOf(
-            [&]
-            {
-                for (std::size_t row = 0; row < rows; ++row)
-                {
-                    array->AppendRowFromBuffer(line.data(), TDataType::Double);
-                }
-            });
-    };
-    const auto plain = [=]
-    {
-        const Plain side = CreatePlain(bench::PathOf("append-plain.h5"), 0, kColumns, storage);
-        return bench::SecondsOf(
-            [&]
-            {
-                for (std::size_t row = 0; row < rows; ++row)
-                {
-                    plain_append_row(side.set, kColumns, line.data());
-                }
-            });
-    };
-    bench::Compare(std::string("extensible/append-rows-") + storage.word, rows, 0.9, library, plain);
-}
-
-void RegisterAppendingColumns(std::size_t rows, const Storage& storage)
-{
-    const auto line = Line(rows);
-    const auto library = [=]
-    {
-        const auto file = IFile::Open(bench::PathOf("append-library.h5"), "w", 0);
-        const auto array = CreateArray(*file, rows, 0, storage);
-        return bench::SecondsOf(
-            [&]
-            {
-                for (std::size_t column = 0; column < kAppendedColumns; ++column)
-                {
-                    array->AppendColumnFromBuffer(line.data(), TDataType::Double);
-                }
-            });
-    };
-    const auto plain = [=]
-    {
-        const Plain side = CreatePlain(bench::PathOf("append-plain.h5"), rows, 0, storage);
-        return bench::SecondsOf(
-            [&]
-            {
-                for (std::size_t column = 0; column < kAppendedColumns; ++column)
-                {
-                    plain_append_column(side.set, rows, line.data());
-                }
-            });
-    };
-    bench::Compare(std::string("extensible/append-16-columns-") + storage.word, rows, 0.9, library, plain);
-}
-
-// A file with an array of so many rows, made when it is first asked for.
-std::string Prepared(std::size_t rows, const Storage& storage)
-{
-    const std::string path =
-        bench::PathOf("extensible-" + std::string(storage.word) + "-" + std::to_string(rows) + ".h5");
-    if (!IFile::IsHDF5File(path))
+    const auto make = [=](const std::string& path, std::size_t rows)
     {
         const auto file = IFile::Open(path, "w", 0);
-        const auto array = CreateArray(*file, rows, kColumns, storage);
-        const auto line = Line(rows);
-        for (unsigned int column = 0; column < kColumns; ++column)
+        const auto array = Create(*file, storage, rows, kColumns);
+        for (hsize_t column = 0; column < kColumns; ++column)
         {
-            array->WriteColumnFromBuffer(static_cast<int>(column), line.data(), TDataType::Double);
+            array->WriteColumnFromBuffer(static_cast<int>(column), Values(rows).data(), TDataType::Double);
+        }
+    };
+    return {"extensible-" + storage.word, "r", make};
+}
+
+// A block of rows or columns.
+struct Block
+{
+    hsize_t start[2];
+    hsize_t count[2];
+
+    hsize_t Length() const { return count[0] * count[1]; }
+};
+
+// Going through an array block by block. Columns go through all rows of it.
+struct Work
+{
+    std::string word;
+    bool isAppend;
+    bool isByRows;
+    hsize_t step; ///< The rows or columns of a block.
+
+    std::size_t Blocks(std::size_t rows) const { return (isByRows ? rows : kColumns) / step; }
+
+    Block At(std::size_t i, std::size_t rows) const
+    {
+        return isByRows ? Block{{i * step, 0}, {step, kColumns}} : Block{{0, i * step}, {rows, step}};
+    }
+};
+
+// The array as a program of plain HDF5 keeps it open: it knows the extent, one space of the file serves all selections and
+// one in memory all lines, and the cache holds the chunks of a row and of a column.
+struct PlainArray
+{
+    PlainArray(hid_t openedSet, hsize_t rows, hsize_t columns) : set(openedSet), dimensions{rows, columns} {}
+
+    void Move(const Block& block, bool isAppend)
+    {
+        if (isAppend)
+        {
+            dimensions[0] = block.start[0] + block.count[0];
+            dimensions[1] = block.start[1] + block.count[1];
+            H5Dset_extent(set, dimensions);
+            H5Sset_extent_simple(space, 2, dimensions, kUnlimited);
+        }
+        H5Sselect_hyperslab(space, H5S_SELECT_SET, block.start, nullptr, block.count, nullptr);
+        if (block.Length() != length)
+        {
+            length = block.Length();
+            H5Sset_extent_simple(memory, 1, &length, nullptr);
+        }
+        if (isAppend)
+        {
+            H5Dwrite(set, H5T_NATIVE_DOUBLE, memory, space, H5P_DEFAULT, Values(length).data());
+        }
+        else
+        {
+            H5Dread(set, H5T_NATIVE_DOUBLE, memory, space, H5P_DEFAULT, Values(length).data());
         }
     }
-    return path;
+
+    bench::Id set;
+    bench::Id space{H5Dget_space(set)};
+    bench::Id memory{H5Screate(H5S_SIMPLE)};
+    hsize_t dimensions[2];
+    hsize_t length = 0;
+};
+
+hid_t CreatePlainly(hid_t file, const Storage& storage, hsize_t rows, hsize_t columns, hid_t access)
+{
+    const hsize_t dimensions[2] = {rows, columns};
+    const hsize_t chunk[2] = {storage.chunkRows, kColumns};
+    const bench::Id space(H5Screate_simple(2, dimensions, kUnlimited));
+    const bench::Id list(H5Pcreate(H5P_DATASET_CREATE));
+    H5Pset_chunk(list, 2, chunk);
+    if (storage.compression > 0)
+    {
+        H5Pset_shuffle(list);
+        H5Pset_deflate(list, static_cast<unsigned int>(storage.compression));
+    }
+    return H5Dcreate2(file, kName, H5T_NATIVE_DOUBLE, space, H5P_DEFAULT, list, access);
 }
 
-template <typename Library, typename PlainWork>
-void RegisterReading(const std::string& work, std::size_t rows, const Storage& storage, Library library,
-                     PlainWork plain)
+bench::Id ListWithCache()
 {
-    const auto librarySide = [=]
-    {
-        const auto file = IFile::Open(Prepared(rows, storage), "r", 0);
-        const auto array = file->GetRoot()->GetExtensibleArray2D(kName);
-        std::vector<double> values(std::max<std::size_t>(rows, kColumns));
-        return bench::SecondsOf([&] { library(*array, values.data()); });
-    };
-    const auto plainSide = [=]
-    {
-        const hid_t file = plain_old_file(Prepared(rows, storage).c_str());
-        const Plain side(file, plain_open_extensible(file));
-        std::vector<double> values(std::max<std::size_t>(rows, kColumns));
-        return bench::SecondsOf([&] { plain(side.set, values.data()); });
-    };
-    bench::Compare("extensible/" + work + "-" + storage.word, rows, 0.9, librarySide, plainSide);
+    const hid_t access = H5Pcreate(H5P_DATASET_ACCESS);
+    H5Pset_chunk_cache(access, kCacheSlots, kCacheBytes, H5D_CHUNK_CACHE_W0_DEFAULT);
+    return bench::Id(access);
 }
 
-void RegisterReadingBack(std::size_t rows, const Storage& storage)
+// How the sides come to their array: a new one that is appended to, or one that is there.
+struct Open
 {
-    const auto readRows = [=](IExtensibleArray2D& array, double* values)
+    Storage storage;
+    Work work;
+
+    hsize_t Rows(std::size_t rows) const { return work.isAppend && work.isByRows ? 0 : rows; }
+    hsize_t Columns() const { return work.isAppend && !work.isByRows ? 0 : kColumns; }
+
+    hid_t Plainly(hid_t file, std::size_t rows, hid_t access) const
     {
-        for (std::size_t row = 0; row < rows; ++row)
+        return work.isAppend ? CreatePlainly(file, storage, Rows(rows), Columns(), access)
+                             : H5Dopen2(file, kName, access);
+    }
+
+    boost::shared_ptr<IExtensibleArray2D> operator()(IFile& file, std::size_t rows) const
+    {
+        return work.isAppend ? Create(file, storage, Rows(rows), Columns())
+                             : file.GetRoot()->GetExtensibleArray2D(kName);
+    }
+    std::unique_ptr<PlainArray> operator()(hid_t file, std::size_t rows) const
+    {
+        return std::make_unique<PlainArray>(Plainly(file, rows, ListWithCache()), Rows(rows), Columns());
+    }
+    H5::DataSet operator()(H5::H5File& file, std::size_t rows) const
+    {
+        const bench::Id set(Plainly(file.getId(), rows, H5P_DEFAULT));
+        return H5::DataSet(set);
+    }
+};
+
+// The literal calls have HDF5's default cache.
+struct OpenLiterally
+{
+    Open open;
+
+    bench::Id operator()(hid_t file, std::size_t rows) const
+    {
+        return bench::Id(open.Plainly(file, rows, H5P_DEFAULT));
+    }
+};
+
+template <typename Move>
+auto ForEachBlock(const Work& work, Move move)
+{
+    return [=](auto&& array, std::size_t rows)
+    {
+        const std::size_t blocks = work.Blocks(rows);
+        for (std::size_t i = 0; i < blocks; ++i)
         {
-            array.ReadRowToBuffer(static_cast<int>(row), values, TDataType::Double);
+            move(array, work.At(i, rows));
         }
     };
-    const auto readRowsPlainly = [=](hid_t set, double* values)
+}
+
+// Nothing is saved, every space is asked for.
+void MoveLiterally(hid_t set, const Block& block, bool isAppend)
+{
+    if (isAppend)
     {
-        for (std::size_t row = 0; row < rows; ++row)
-        {
-            plain_read_row(set, row, kColumns, values);
-        }
-    };
-    const auto readColumns = [=](IExtensibleArray2D& array, double* values)
+        hsize_t dimensions[2];
+        const bench::Id extent(H5Dget_space(set));
+        H5Sget_simple_extent_dims(extent, dimensions, nullptr);
+        dimensions[0] = block.start[0] + block.count[0];
+        dimensions[1] = block.start[1] + block.count[1];
+        H5Dset_extent(set, dimensions);
+    }
+    const bench::Id file(H5Dget_space(set));
+    H5Sselect_hyperslab(file, H5S_SELECT_SET, block.start, nullptr, block.count, nullptr);
+    const bench::Id memory(H5Screate_simple(2, block.count, nullptr));
+    if (isAppend)
     {
-        for (unsigned int column = 0; column < kColumns; ++column)
-        {
-            array.ReadColumnToBuffer(static_cast<int>(column), values, TDataType::Double);
-        }
-    };
-    const auto readColumnsPlainly = [=](hid_t set, double* values)
+        H5Dwrite(set, H5T_NATIVE_DOUBLE, memory, file, H5P_DEFAULT, Values(block.Length()).data());
+    }
+    else
     {
-        for (unsigned int column = 0; column < kColumns; ++column)
-        {
-            plain_read_column(set, column, rows, values);
-        }
+        H5Dread(set, H5T_NATIVE_DOUBLE, memory, file, H5P_DEFAULT, Values(block.Length()).data());
+    }
+}
+
+void MoveByCpp(const H5::DataSet& set, const Block& block, bool isAppend)
+{
+    if (isAppend)
+    {
+        const hsize_t dimensions[2] = {block.start[0] + block.count[0], block.start[1] + block.count[1]};
+        set.extend(dimensions);
+    }
+    const H5::DataSpace file = set.getSpace();
+    file.selectHyperslab(H5S_SELECT_SET, block.count, block.start);
+    const H5::DataSpace memory(2, block.count);
+    if (isAppend)
+    {
+        set.write(Values(block.Length()).data(), H5::PredType::NATIVE_DOUBLE, memory, file);
+    }
+    else
+    {
+        set.read(Values(block.Length()).data(), H5::PredType::NATIVE_DOUBLE, memory, file);
+    }
+}
+
+template <typename Move>
+void AddRows(bench::Rows& rows, const Storage& storage, const Work& work, Move move)
+{
+    const Open open = {storage, work};
+    const bool isAppend = work.isAppend;
+    const bench::Place place = isAppend ? bench::Place{"extensible", "w", {}} : Stored(storage);
+    const std::string name = "extensible arrays/" + work.word + ", " + storage.word;
+    const auto plain = [=](const std::unique_ptr<PlainArray>& array, const Block& block)
+    {
+        array->Move(block, isAppend);
     };
-    RegisterReading("read-rows", rows, storage, readRows, readRowsPlainly);
-    RegisterReading("read-16-columns", rows, storage, readColumns, readColumnsPlainly);
+    const auto cpp = [=](const H5::DataSet& set, const Block& block)
+    {
+        MoveByCpp(set, block, isAppend);
+    };
+    const auto literal = [=](hid_t set, const Block& block)
+    {
+        MoveLiterally(set, block, isAppend);
+    };
+    rows.push_back(bench::On({name, "rows", storage.rows, 1.10}, place, open, ForEachBlock(work, move),
+                             ForEachBlock(work, plain), ForEachBlock(work, cpp)));
+    if (work.step == 1)
+    {
+        bench::Row row = {name + ", beside the literal calls", "rows", storage.literalRows, 0.90};
+        row.library = rows.back().library;
+        row.plain = bench::Plain(place, OpenLiterally{open}, ForEachBlock(work, literal));
+        rows.push_back(row);
+    }
+}
+
+// Arrays of no rows, to open by name.
+const auto createEmpty = [](IGroup& root, const std::string& name)
+{
+    root.CreateExtensibleArray2D(name, TDataType::Double, 0, kColumns, 1024, kColumns, 0);
+};
+
+void OpenPlainly(hid_t file, const std::string& name)
+{
+    const bench::Id set(H5Dopen2(file, name.c_str(), H5P_DEFAULT));
+    const bench::Id type(H5Dget_type(set));
+    benchmark::DoNotOptimize(H5Tget_class(type) + static_cast<int>(H5Tget_size(type)) + H5Tget_order(type));
+    const bench::Id space(H5Dget_space(set));
+    hsize_t dimensions[2];
+    hsize_t maximum[2];
+    if (H5Sget_simple_extent_ndims(space) == 2)
+    {
+        H5Sget_simple_extent_dims(space, dimensions, maximum);
+    }
+}
+
+void OpenByCpp(const H5::Group& group, const std::string& name)
+{
+    const H5::DataSet set = group.openDataSet(name);
+    hsize_t dimensions[2];
+    hsize_t maximum[2];
+    benchmark::DoNotOptimize(set.getDataType().getSize());
+    set.getSpace().getSimpleExtentDims(dimensions, maximum);
+}
+
+bench::Row OpeningRow()
+{
+    using namespace bench;
+    const auto make = [](const std::string& path, std::size_t count)
+    {
+        ForEachName(createEmpty)(*IFile::Open(path, "w", 0)->GetRoot(), count);
+    };
+    const Place place = {"extensible-empty", "r", make};
+    const auto open = [](IGroup& root, const std::string& name)
+    {
+        root.GetExtensibleArray2D(name);
+    };
+    return On({"extensible arrays/open, ask for type and shape", "arrays", {100, 1000, 10000}, 1.20}, place, Root{},
+              ForEachName(open), ForEachName(OpenPlainly), ForEachName(OpenByCpp));
 }
 
 } // namespace
 
-void bench::RegisterWork()
+bench::Rows bench::ExtensibleArrayRows()
 {
-    for (const Storage& storage : {kSmallChunks, kLargeChunks, kLargeDeflatedChunks})
+    const auto appendRow = [](IExtensibleArray2D& array, const Block& /*block*/)
     {
-        for (const std::size_t rows : Sizes({100, 1000, 10000, 100000}))
-        {
-            if (rows <= storage.mostRows)
-            {
-                RegisterAppendingRows(rows, storage);
-                RegisterReadingBack(rows, storage);
-            }
-        }
-        RegisterAppendingColumns(kRowsOfAColumn, storage);
+        array.AppendRowFromBuffer(Values(kColumns).data(), TDataType::Double);
+    };
+    const auto appendColumn = [](IExtensibleArray2D& array, const Block& block)
+    {
+        array.AppendColumnFromBuffer(Values(block.Length()).data(), TDataType::Double);
+    };
+    const auto readRow = [](IExtensibleArray2D& array, const Block& block)
+    {
+        array.ReadRowToBuffer(static_cast<int>(block.start[0]), Values(kColumns).data(), TDataType::Double);
+    };
+    const auto readColumn = [](IExtensibleArray2D& array, const Block& block)
+    {
+        array.ReadColumnToBuffer(static_cast<int>(block.start[1]), Values(block.Length()).data(), TDataType::Double);
+    };
+    Rows rows = {OpeningRow()};
+    for (const Storage& storage : kStorages)
+    {
+        AddRows(rows, storage, {"append rows", true, true, 1}, appendRow);
+        AddRows(rows, storage, {"read rows", false, true, 1}, readRow);
+        AddRows(rows, storage, {"append 16 columns", true, false, 1}, appendColumn);
+        AddRows(rows, storage, {"read 16 columns", false, false, 1}, readColumn);
     }
+    return rows;
 }

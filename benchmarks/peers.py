@@ -1,5 +1,8 @@
-"""The same work by h5py and PyTables on the same data; prints the seconds of each as JSON."""
-import json
+"""The rows by h5py and PyTables, each as its users write it.
+
+The benchmarks ask by lines "peer|row|size" and get the seconds of one turn, -1 for a row that the peer doesn't know; the
+size 0 asks for that alone.
+"""
 import os
 import sys
 import time
@@ -10,54 +13,64 @@ import numpy as np
 import tables
 
 warnings.filterwarnings("ignore")
-QUICK = "TARNWICKHDF_BENCH_QUICK" in os.environ
-FOLDER = os.environ.get("TARNWICKHDF_BENCH_DIR", ".")
-REPEATS = 1 if QUICK else 3
 ROW = np.dtype([("time", "f8"), ("value", "f8"), ("error", "f8"), ("channel", "i4"), ("flags", "i4"), ("text", "S8")])
-ROWS = 1_000_000
+MILLION = 1_000_000
+STRIDED = 2 << 20
 SMALL = np.arange(1, 9, dtype="f8")
-results = {}
+COLUMNS = 16
+STORAGES = {"128 KiB chunks": (1024, 0), "2 MiB chunks": (16384, 0), "deflated 2 MiB chunks": (16384, 1)}
+ROWS = {}
+cached = {}
 
 
 def path(name):
-    return os.path.join(FOLDER, name)
+    return os.path.join(os.environ.get("TARNWICKHDF_BENCH_DIR", "."), "peers-" + name)
 
 
-def measure(peer, work, size, prepare, do):
-    """The median of a few runs; `prepare` opens what `do` works on and gives a tuple that begins with the file."""
-    seconds = []
-    for _ in range(REPEATS):
-        things = prepare()
-        begin = time.perf_counter()
-        do(*things)
-        seconds.append(time.perf_counter() - begin)
-        things[0].close()
-        if sum(seconds) > 2:
-            break
-    results.setdefault(f"{work}/{size}", {})[peer] = sorted(seconds)[len(seconds) // 2]
-    print(f"{peer} {work}/{size}", file=sys.stderr)
+def row(name, prepare, h5py=None, PyTables=None):
+    """`prepare(peer, size)` gives a list that begins with what is closed after the turn; `do(*list, size)` is measured."""
+    ROWS[name] = {peer: (prepare, do) for peer, do in (("h5py", h5py), ("PyTables", PyTables)) if do}
 
 
-def h5(name, mode="w"):
-    return lambda: (h5py.File(path(name), mode),)
+def turn(peer, name, size):
+    prepare, do = ROWS[name][peer]
+    things = prepare(peer, size)
+    begin = time.perf_counter()
+    do(*things, size)
+    seconds = time.perf_counter() - begin
+    things[0].close()
+    return seconds
 
 
-def pt(name, mode="w"):
-    return lambda: (tables.open_file(path(name), mode),)
+def open_file(peer, name, mode):
+    return (h5py.File if peer == "h5py" else tables.open_file)(path(f"{peer}-{name}.h5"), mode)
 
 
-def h5_node(name, node, mode="r"):
-    def prepare():
-        file = h5py.File(path(name), mode)
-        return file, file[node]
+def new(peer, size):
+    return [open_file(peer, "new", "w")]
+
+
+def stored(name, make, node=None, mode="r"):
+    """A file that the first turn of a size makes by `make(file, size)`, one function for each peer, and a node of it."""
+    def prepare(peer, size):
+        if (peer, name, size) not in cached:
+            with open_file(peer, f"{name}-{size}", "w") as file:
+                make[peer](file, size)
+            cached[peer, name, size] = True
+        file = open_file(peer, f"{name}-{size}", mode)
+        return [file, file["/" + node] if peer == "h5py" else file.get_node("/" + node)] if node else [file]
     return prepare
 
 
-def pt_node(name, node, mode="r"):
-    def prepare():
-        file = tables.open_file(path(name), mode)
-        return file, file.get_node("/" + node)
-    return prepare
+def both(h5py_make, tables_make):
+    return {"h5py": h5py_make, "PyTables": tables_make}
+
+
+def data_of(size, make):
+    """The data of a size, made once."""
+    if (make, size) not in cached:
+        cached[make, size] = make(size)
+    return cached[make, size]
 
 
 def filters_of(deflate):
@@ -68,363 +81,383 @@ def filters_of(deflate):
             tables.Filters(complevel=deflate, shuffle=True, complib="zlib"))
 
 
-def new_extensible(shape, chunk_rows, deflate):
-    """How h5py and PyTables open a new file with an extensible array."""
-    filters, both = filters_of(deflate)
-
-    def prepare_h5py():
-        file = h5py.File(path("rows-h5py.h5"), "w")
-        return file, file.create_dataset("rows", shape, maxshape=(None, None), chunks=(chunk_rows, 16), dtype="f8",
-                                         **filters)
-
-    def prepare_tables():
-        file = tables.open_file(path("rows-tables.h5"), "w")
-        return file, file.create_earray("/", "rows", tables.Float64Atom(), shape, filters=both,
-                                        chunkshape=(chunk_rows, 16))
-
-    return prepare_h5py, prepare_tables
-
-
-def names(prefix, count):
-    return [f"{prefix}{i:06d}" for i in range(count)]
-
-
 class Nothing:
     def close(self):
         pass
 
 
-def files(count):
-    os.makedirs(path("files-peers"), exist_ok=True)
-    paths = [path(f"files-peers/f{i:06d}") for i in range(count)]
-
-    def with_h5py(mode):
-        def do(_):
-            for p in paths:
-                with h5py.File(p, mode) as file:
-                    if mode == "w":
-                        file.attrs.create("__vorl_api_version", [1], dtype="u4")
+def files():
+    def each_file(open_one, work, mode):
+        def do(_, count):
+            for i in range(count):
+                with open_one(path(f"files/f{i:06d}"), mode) as file:
+                    work(file)
         return do
 
-    def with_tables(mode):
-        def do(_):
-            for p in paths:
-                with tables.open_file(p, mode) as file:
-                    if mode == "w":
-                        file.root._v_attrs["__vorl_api_version"] = np.uint32(1)
-        return do
+    def mark_h5py(file):
+        file.attrs.create("__vorl_api_version", [1], dtype="u4")
 
-    for work, mode in (("create", "w"), ("open", "r")):
-        measure("h5py", f"files/{work}", count, lambda: (Nothing(),), with_h5py(mode))
-        measure("PyTables", f"files/{work}", count, lambda: (Nothing(),), with_tables(mode))
+    def mark_tables(file):
+        file.root._v_attrs["__vorl_api_version"] = np.uint32(1)
 
+    def nothing(peer, size):
+        os.makedirs(path("files"), exist_ok=True)
+        return [Nothing()]
 
-def group_path(i, levels):
-    parts, above = [f"leaf{i:06d}"], i
-    for _ in range(levels - 1):
-        above //= 10
-        parts.insert(0, f"group{above}")
-    return "/".join(parts)
+    row("files and groups/create and close files", nothing, each_file(h5py.File, mark_h5py, "w"),
+        each_file(tables.open_file, mark_tables, "w"))
+    row("files and groups/open and close files", nothing, each_file(h5py.File, lambda file: None, "r"),
+        each_file(tables.open_file, lambda file: None, "r"))
 
 
-def groups(count, levels):
-    paths = [group_path(i, levels) for i in range(count)]
+def group_paths(levels):
+    paths = []
+    for i in range(10000):
+        parts, above = [f"leaf{i:06d}"], i
+        for _ in range(levels - 1):
+            above //= 10
+            parts.insert(0, f"group{above}")
+        paths.append("/".join(parts))
+    return paths
 
-    def with_h5py(file):
-        for p in paths:
-            file.create_group(p)
 
-    def with_tables(file):
-        for p in paths:
-            parent, _, leaf = ("/" + p).rpartition("/")
+def groups():
+    def with_h5py(file, levels):
+        for name in data_of(levels, group_paths):
+            file.create_group(name)
+
+    def with_tables(file, levels):
+        for name in data_of(levels, group_paths):
+            parent, _, leaf = ("/" + name).rpartition("/")
             file.create_group(parent or "/", leaf, createparents=True)
 
-    measure("h5py", f"groups/create-{levels}-levels", count, h5("peers.h5"), with_h5py)
-    measure("PyTables", f"groups/create-{levels}-levels", count, pt("peers.h5"), with_tables)
+    row("files and groups/create 10,000 groups", new, with_h5py, with_tables)
 
 
-def small_arrays(count):
-    children = names("child", count)
-
-    def create_h5py(file):
-        for name in children:
-            file.create_dataset(name, data=SMALL, chunks=(8,))
-
-    def create_tables(file):
-        for name in children:
-            file.create_carray("/", name, obj=SMALL, chunkshape=(8,))
-
-    def open_h5py(file):
-        for name in children:
-            data = file[name]
-            data.dtype, data.shape
-
-    def open_tables(file):
-        for name in children:
-            data = file.get_node("/", name)
-            data.dtype, data.shape
-
-    def has_h5py(file):
-        for name in children:
-            name in file
-
-    def has_tables(file):
-        for name in children:
-            "/" + name in file
-
-    measure("h5py", "arrays/create", count, h5("small-h5py.h5"), create_h5py)
-    measure("PyTables", "arrays/create", count, pt("small-tables.h5"), create_tables)
-    measure("h5py", "arrays/open", count, h5("small-h5py.h5", "r"), open_h5py)
-    measure("PyTables", "arrays/open", count, pt("small-tables.h5", "r"), open_tables)
-    measure("h5py", "arrays/has", count, h5("small-h5py.h5", "r"), has_h5py)
-    measure("PyTables", "arrays/has", count, pt("small-tables.h5", "r"), has_tables)
-    def has_growing_h5py(file):
-        for name in children:
-            name in file and None in file[name].maxshape
-
-    def has_growing_tables(file):
-        for name in children:
-            "/" + name in file and isinstance(file.get_node("/", name), tables.EArray)
-
-    measure("h5py", "arrays/has-as-extensible", count, h5("small-h5py.h5", "r"), has_growing_h5py)
-    measure("PyTables", "arrays/has-as-extensible", count, pt("small-tables.h5", "r"), has_growing_tables)
-    list_arrays = (lambda file: [(d, d.dtype, d.shape) for d in file.values() if not d.dtype.fields],
-                   lambda file: [(d, d.dtype, d.shape) for d in file.list_nodes("/", "Array")])
-    list_tables = (lambda file: [(d, d.dtype, d.shape) for d in file.values() if d.dtype.fields],
-                   lambda file: [(d, d.dtype, d.shape) for d in file.list_nodes("/", "Table")])
-    groups_of, tables_of = f"groups-of-{count}.h5", f"tables-of-{count}.h5"
-    row = np.zeros(1, [("value", "f8"), ("number", "i4")])
-    with h5py.File(path(groups_of), "w") as of_groups, h5py.File(path(tables_of), "w") as of_tables:
-        for name in children:
-            of_groups.create_group(name)
-            of_tables.create_dataset(name, data=row, chunks=(1,))
-    measure("h5py", "list/groups", count, h5(groups_of, "r"),
-            lambda file: [g for g in file.values() if isinstance(g, h5py.Group)])
-    measure("PyTables", "list/groups", count, pt(groups_of, "r"), lambda file: file.list_nodes("/", "Group"))
-    measure("h5py", "list/count-groups", count, h5(groups_of, "r"),
-            lambda file: sum(file.get(n, getclass=True) is h5py.Group for n in file))
-    measure("PyTables", "list/count-groups", count, pt(groups_of, "r"), lambda file: file.root._v_ngroups
-            if hasattr(file.root, "_v_ngroups") else len(file.root._v_groups))
-    for work, (with_h5py, with_tables), paths in (
-            ("list/arrays", list_arrays, ("small-h5py.h5", "small-tables.h5")),
-            ("list/tables", list_tables, (tables_of, tables_of)),
-            ("list/arrays-among-tables", list_arrays, (tables_of, tables_of)),
-            ("list/tables-among-arrays", list_tables, ("small-h5py.h5", "small-tables.h5"))):
-        measure("h5py", work, count, h5(paths[0], "r"), with_h5py)
-        measure("PyTables", work, count, pt(paths[1], "r"), with_tables)
+def child_names(count):
+    return [f"child{i:06d}" for i in range(count)]
 
 
-def whole_arrays(size, deflate):
-    rng = np.random.default_rng(1)
-    data = rng.integers(0, 1024, size // 8).astype("f8")
-    word = f"deflate-{deflate}" if deflate else "plain"
-    filters, both = filters_of(deflate)
-    out = np.empty_like(data)
-    measure("h5py", f"whole/write-{word}", size, h5("whole-h5py.h5"),
-            lambda file: file.create_dataset("array", data=data, chunks=data.shape, **filters))
-    measure("PyTables", f"whole/write-{word}", size, pt("whole-tables.h5"),
-            lambda file: file.create_carray("/", "array", obj=data, chunkshape=data.shape, filters=both))
-
-    measure("h5py", f"whole/read-{word}", size, h5_node("whole-h5py.h5", "array"),
-            lambda _, data_set: data_set.read_direct(out))
-    measure("PyTables", f"whole/read-{word}", size, pt_node("whole-tables.h5", "array"),
-            lambda _, data_set: data_set.read(out=out))
+def for_each_child(work):
+    def do(file, count):
+        for name in data_of(count, child_names):
+            work(file, name)
+    return do
 
 
-def hyperslabs():
-    size = 16 << 20
-    data = np.arange(size // 8, dtype="f8")
-    with h5py.File(path("slab-peers.h5"), "w") as file:
-        file.create_dataset("array", data=data, chunks=data.shape)
+def small_arrays():
+    table_row = np.zeros(1, [("value", "f8"), ("number", "i4")])
+    create_arrays = both(for_each_child(lambda file, name: file.create_dataset(name, data=SMALL, chunks=(8,))),
+                         for_each_child(lambda file, name: file.create_carray("/", name, obj=SMALL, chunkshape=(8,))))
+    arrays = stored("arrays", create_arrays)
+    some_tables = stored("tables", both(
+        for_each_child(lambda file, name: file.create_dataset(name, data=table_row, chunks=(1,))),
+        for_each_child(lambda file, name: file.create_table("/", name, obj=table_row, chunkshape=(1,)))))
+    some_groups = stored("groups", both(for_each_child(lambda file, name: file.create_group(name)),
+                                        for_each_child(lambda file, name: file.create_group("/", name))))
 
-    for stride in (1, 2, 16):
-        measure("h5py", f"hyperslab/stride-{stride}", size, h5_node("slab-peers.h5", "array"),
-                lambda _, data_set: data_set[::stride])
-        measure("PyTables", f"hyperslab/stride-{stride}", size, pt_node("slab-peers.h5", "array"),
-                lambda _, data_set: data_set[::stride])
+    def add(work, prepare, with_h5py, with_tables):
+        row("small arrays/" + work, prepare, with_h5py, with_tables)
+
+    def shape(node):
+        return node, node.dtype, node.shape
+
+    def list_h5py(wants_tables):
+        return lambda file, _: [shape(d) for d in file.values() if bool(d.dtype.fields) == wants_tables]
+
+    def list_tables(kind):
+        return lambda file, _: [shape(d) for d in file.list_nodes("/", kind)]
+
+    def is_growing_array(file, name):
+        return "/" + name in file and isinstance(file.get_node("/", name), tables.EArray)
+
+    add("create arrays of 8 doubles", new, create_arrays["h5py"], create_arrays["PyTables"])
+    add("open arrays, ask for type and shape", arrays, for_each_child(lambda file, name: shape(file[name])),
+        for_each_child(lambda file, name: shape(file.get_node("/", name))))
+    add("ask whether arrays are there", arrays, for_each_child(lambda file, name: name in file),
+        for_each_child(lambda file, name: "/" + name in file))
+    add("ask whether arrays are extensible", arrays,
+        for_each_child(lambda file, name: name in file and None in file[name].maxshape), for_each_child(is_growing_array))
+    add("list arrays", arrays, list_h5py(False), list_tables("Array"))
+    add("list tables", some_tables, list_h5py(True), list_tables("Table"))
+    add("list no arrays among tables", some_tables, list_h5py(False), list_tables("Array"))
+    add("list no tables among arrays", arrays, list_h5py(True), list_tables("Table"))
+    add("list groups", some_groups, lambda file, _: [g for g in file.values() if isinstance(g, h5py.Group)],
+        lambda file, _: file.list_nodes("/", "Group"))
+    add("count groups", some_groups, lambda file, _: sum(file.get(n, getclass=True) is h5py.Group for n in file),
+        lambda file, _: len(file.root._v_groups))
 
 
-def attributes(objects, count, word):
-    keys = names("attribute", count)
-    values = [f"channel {i}, Grad Celsius" for i in range(count)]
-    encoded = [v.encode() for v in values]
-    types = [h5py.string_dtype("utf-8", len(v)) for v in encoded]
-    size = objects * count
+def counts(size):
+    return np.random.default_rng(1).integers(0, 1024, size // 8).astype("f8")
 
-    def prepare_h5py(mode):
-        def prepare():
-            file = h5py.File(path("attributes-h5py.h5"), mode)
-            return file, [file.require_group(n) for n in names("object", objects)]
+
+def arrays():
+    # Plain data lie contiguously, as both do it by default; filtered ones in the chunks that each chooses.
+    def store_h5py(deflate):
+        filters, _ = filters_of(deflate)
+        return lambda file, size: file.create_dataset("array", data=data_of(size, counts), **filters) and None
+
+    def store_tables(deflate):
+        _, filters = filters_of(deflate)
+
+        def do(file, size):
+            create = file.create_carray if deflate else file.create_array
+            create("/", "array", obj=data_of(size, counts), **({"filters": filters} if deflate else {})).close()
+        return do
+
+    for deflate, word in (0, ""), (1, " with shuffle and deflate 1"), (6, " with shuffle and deflate 6"):
+        make = both(store_h5py(deflate), store_tables(deflate))
+        row("arrays/write" + word, new, make["h5py"], make["PyTables"])
+        row("arrays/read" + word, stored(f"array-{deflate}", make, "array"),
+            lambda _, node, size: node.read_direct(data_of(size, counts)),
+            lambda _, node, size: node.read(out=data_of(size, counts)))
+
+    def strided(chunk):
+        options = {"chunks": (chunk,)} if chunk else {}
+        return both(
+            lambda file, _: file.create_dataset("array", data=data_of(8 * STRIDED, counts), **options) and None,
+            lambda file, _: file.create_carray("/", "array", obj=data_of(8 * STRIDED, counts), chunkshape=(chunk,))
+            if chunk else file.create_array("/", "array", obj=data_of(8 * STRIDED, counts)))
+
+    def read_every(stride, times):
+        def do(_, node, count):
+            for _ in range(times):
+                node[0:count * stride:stride]
+        return do
+
+    row("arrays/read every n-th element of 16 MiB", stored("strided", strided(STRIDED), "array"),
+        *2 * [lambda _, node, stride: node[::stride]])
+    row("arrays/read every 500th element of a contiguous array, 10 times", stored("few", strided(0), "array"),
+        *2 * [read_every(500, 10)])
+    row("arrays/read every 20th element in chunks of 8 KiB, 10 times", stored("few-small", strided(1024), "array"),
+        *2 * [read_every(20, 10)])
+
+
+def attributes(word, objects_for):
+    def texts(count):
+        return [f"channel {i}, Grad Celsius" for i in range(count)]
+
+    def keys(count):
+        return [f"attribute{i:06d}" for i in range(count)]
+
+    def objects(file, count, peer):
+        made = [f"object{i:06d}" for i in range(objects_for(count))]
+        if peer == "h5py":
+            return [file.require_group(name) for name in made]
+        return [file.get_node("/" + name) if "/" + name in file else file.create_group("/", name) for name in made]
+
+    def fresh(peer, count):
+        file = open_file(peer, "new", "w")
+        return [file, objects(file, count, peer)]
+
+    def there(peer, count):
+        file, = stored("attributes-" + word.replace(" ", "-"), make, mode="r+")(peer, count)
+        return [file, objects(file, count, peer)]
+
+    def for_each(work):
+        def do(_, nodes, count):
+            each = count // len(nodes)
+            for node in nodes:
+                for key, text in zip(data_of(each, keys), data_of(each, texts)):
+                    work(node, key, text)
+        return do
+
+    def set_h5py(node, key, text):
+        encoded = text.encode()
+        node.attrs.create(key, [encoded], dtype=h5py.string_dtype("utf-8", len(encoded)))
+
+    set_all = both(for_each(set_h5py), for_each(lambda node, key, text: node._v_attrs.__setitem__(key, text)))
+    make = both(lambda file, count: set_all["h5py"](file, objects(file, count, "h5py"), count),
+                lambda file, count: set_all["PyTables"](file, objects(file, count, "PyTables"), count))
+    row(f"attributes/set texts on {word}", fresh, set_all["h5py"], set_all["PyTables"])
+    row(f"attributes/get texts of {word}", there, for_each(lambda node, key, _: node.attrs[key]),
+        for_each(lambda node, key, _: node._v_attrs[key]))
+    row(f"attributes/list names of {word}", there, lambda _, nodes, count: [list(n.attrs) for n in nodes],
+        lambda _, nodes, count: [list(n._v_attrs._v_attrnames) for n in nodes])
+
+
+def line_of(length):
+    return np.arange(length, dtype="f8") % 100
+
+
+def extensible_arrays(word, chunk_rows, deflate):
+    filters, both_filters = filters_of(deflate)
+
+    def create(peer, file, shape):
+        if peer == "h5py":
+            return file.create_dataset("rows", shape, maxshape=(None, None), chunks=(chunk_rows, COLUMNS), dtype="f8",
+                                       **filters)
+        return file.create_earray("/", "rows", tables.Float64Atom(), shape, filters=both_filters,
+                                  chunkshape=(chunk_rows, COLUMNS))
+
+    def empty(shape_of):
+        def prepare(peer, size):
+            file = open_file(peer, "new", "w")
+            return [file, create(peer, file, shape_of(size))]
         return prepare
 
-    def prepare_tables(mode):
-        def prepare():
-            file = tables.open_file(path("attributes-tables.h5"), mode)
-            make = file.create_group if mode == "w" else file.get_node
-            return file, [make("/", n) for n in names("object", objects)]
-        return prepare
+    def append_rows_h5py(step):
+        def do(_, node, count):
+            block = data_of(step * COLUMNS, line_of).reshape(step, COLUMNS)
+            for at in range(0, count, step):
+                node.resize(at + step, axis=0)
+                node[at:at + step] = block
+        return do
 
-    def set_h5py(_, nodes):
-        for node in nodes:
-            for key, value, kind in zip(keys, encoded, types):
-                node.attrs.create(key, [value], dtype=kind)
+    def append_rows_tables(step):
+        def do(_, node, count):
+            block = data_of(step * COLUMNS, line_of).reshape(step, COLUMNS)
+            for _ in range(count // step):
+                node.append(block)
+            node.flush()
+        return do
 
-    def set_tables(_, nodes):
-        for node in nodes:
-            for key, value in zip(keys, values):
-                node._v_attrs[key] = value
+    def append_columns_h5py(_, node, count):
+        for column in range(COLUMNS):
+            node.resize(column + 1, axis=1)
+            node[:, column] = data_of(count, line_of)
 
-    def get_h5py(_, nodes):
-        for node in nodes:
-            for key in keys:
-                node.attrs[key]
+    def append_columns_tables(_, node, count):
+        for _ in range(COLUMNS):
+            node.append(data_of(count, line_of).reshape(count, 1))
+        node.flush()
 
-    def get_tables(_, nodes):
-        for node in nodes:
-            for key in keys:
-                node._v_attrs[key]
+    def read_rows(step):
+        def do(_, node, count):
+            for at in range(0, count, step):
+                node[at] if step == 1 else node[at:at + step]
+        return do
 
-    for work, mode, with_h5py, with_tables in (
-            ("set", "w", set_h5py, set_tables), ("get", "r+", get_h5py, get_tables),
-            ("list", "r+", lambda _, nodes: [list(n.attrs) for n in nodes],
-             lambda _, nodes: [list(n._v_attrs._v_attrnames) for n in nodes])):
-        measure("h5py", f"attributes/{work}-{word}", size, prepare_h5py(mode), with_h5py)
-        measure("PyTables", f"attributes/{work}-{word}", size, prepare_tables(mode), with_tables)
+    def read_columns(_, node, count):
+        for column in range(COLUMNS):
+            node[:, column]
 
+    def make(peer):
+        def do(file, count):
+            node = create(peer, file, (count, COLUMNS) if peer == "h5py" else (0, COLUMNS))
+            block = np.repeat(data_of(count, line_of), COLUMNS).reshape(count, COLUMNS)
+            node.write_direct(block) if peer == "h5py" else node.append(block)
+        return do
 
-def extensible(rows, word, chunk_rows, deflate=0):
-    line = np.arange(16, dtype="f8")
-    prepare_h5py, prepare_tables = new_extensible((0, 16), chunk_rows, deflate)
-
-    def append_h5py(_, data_set):
-        for row in range(rows):
-            data_set.resize(row + 1, axis=0)
-            data_set[row] = line
-
-    def append_tables(_, data_set):
-        for _ in range(rows):
-            data_set.append(line.reshape(1, 16))
-        data_set.flush()
-
-    def read(_, data_set):
-        for row in range(rows):
-            data_set[row]
-
-    def read_columns(_, data_set):
-        for column in range(16):
-            data_set[:, column]
-
-    measure("h5py", f"extensible/append-rows-{word}", rows, prepare_h5py, append_h5py)
-    measure("PyTables", f"extensible/append-rows-{word}", rows, prepare_tables, append_tables)
-    for work, do in ("read-rows", read), ("read-16-columns", read_columns):
-        measure("h5py", f"extensible/{work}-{word}", rows, h5_node("rows-h5py.h5", "rows"), do)
-        measure("PyTables", f"extensible/{work}-{word}", rows, pt_node("rows-tables.h5", "rows"), do)
+    by_rows, by_columns = empty(lambda size: (0, COLUMNS)), empty(lambda size: (size, 0))
+    there = stored("extensible-" + word.replace(" ", "-"), both(make("h5py"), make("PyTables")), "rows")
+    for blocks, step in ("", 1), (" in blocks of 1,000", 1000):
+        row(f"extensible arrays/append rows{blocks}, {word}", by_rows, append_rows_h5py(step), append_rows_tables(step))
+        row(f"extensible arrays/read rows{blocks}, {word}", there, *2 * [read_rows(step)])
+    row(f"extensible arrays/append 16 columns, {word}", by_columns, append_columns_h5py, append_columns_tables)
+    row(f"extensible arrays/read 16 columns, {word}", there, *2 * [read_columns])
 
 
-def appended_columns(word, chunk_rows, deflate=0):
-    rows, column = 10000, np.arange(10000, dtype="f8")
-    prepare_h5py, prepare_tables = new_extensible((rows, 0), chunk_rows, deflate)
-
-    def append_h5py(_, data_set):
-        for i in range(16):
-            data_set.resize(i + 1, axis=1)
-            data_set[:, i] = column
-
-    def append_tables(_, data_set):
-        for _ in range(16):
-            data_set.append(column.reshape(rows, 1))
-        data_set.flush()
-
-    measure("h5py", f"extensible/append-16-columns-{word}", rows, prepare_h5py, append_h5py)
-    measure("PyTables", f"extensible/append-16-columns-{word}", rows, prepare_tables, append_tables)
+def opened_extensible_arrays():
+    some = stored("open-extensible", both(
+        for_each_child(lambda file, name: file.create_dataset(name, (0, 16), "f8", maxshape=(None, None),
+                                                              chunks=(1024, 16))),
+        for_each_child(lambda file, name: file.create_earray("/", name, tables.Float64Atom(), (0, 16),
+                                                             chunkshape=(1024, 16)))))
+    row("extensible arrays/open, ask for type and shape", some,
+        for_each_child(lambda file, name: (file[name].dtype, file[name].shape)),
+        for_each_child(lambda file, name: (file.get_node("/" + name).dtype, file.get_node("/" + name).shape)))
 
 
-def table(rows):
+def table_data(rows):
     data = np.zeros(rows, ROW)
     data["time"] = np.arange(rows) / 100
     data["text"] = np.char.add(b"row ", (np.arange(rows) % 1000).astype("S3"))
-
-    def write_tables(file):
-        file.create_table("/", "table", description=data, chunkshape=rows, expectedrows=rows).flush()
-
-    measure("h5py", "table/write", rows, h5("table-h5py.h5"),
-            lambda file: file.create_dataset("table", data=data, chunks=(rows,)))
-    measure("PyTables", "table/write", rows, pt("table-tables.h5"), write_tables)
-    for work, peers in {
-            "table/read": (lambda _, t: t[:], lambda _, t: t.read()),
-            "table/hyperslab-stride-4": (lambda _, t: t[::4], lambda _, t: t.read(step=4)),
-            "table/string-column": (lambda _, t: [s.decode() for s in t["text"]],
-                                    lambda _, t: [s.decode() for s in t.col("text")])}.items():
-        measure("h5py", work, rows, h5_node("table-h5py.h5", "table"), peers[0])
-        measure("PyTables", work, rows, pt_node("table-tables.h5", "table"), peers[1])
-    if rows == ROWS:
-        selections(data.copy())
+    return data
 
 
-def selections(buffer):
-    for count in (1000, 10000) if QUICK else (1000, 10000, 100000):
-        ordered = np.arange(count) * (ROWS // count)
-        shuffled = np.random.default_rng(1).permutation(ordered)
-        repeated = np.tile(shuffled[:count // 4], 4)
-        for word, rows in (("sorted", ordered), ("shuffled", shuffled), ("repeated", repeated)):
-            # A mask is h5py's fastest way, and gives rows in ascending order and each once: numpy puts them in place.
-            def pick_h5py(_, t, rows=rows):
-                mask = np.zeros(ROWS, bool)
-                mask[rows] = True
-                unique, back = np.unique(rows, return_inverse=True)
-                t[mask][back]
+def some_tables():
+    def store_h5py(deflate):
+        filters, _ = filters_of(deflate)
+        return lambda file, rows: file.create_dataset("table", data=data_of(rows, table_data), **filters) and None
 
-            def scatter_h5py(_, t, rows=rows):
-                buffer[rows] = t[100:100 + len(rows)]
+    def store_tables(deflate):
+        _, filters = filters_of(deflate)
+        return lambda file, rows: file.create_table("/", "table", obj=data_of(rows, table_data), filters=filters,
+                                                    expectedrows=rows).close()
 
-            def scatter_tables(_, t, rows=rows):
-                buffer[rows] = t.read(100, 100 + len(rows))
+    plain = both(store_h5py(0), store_tables(0))
+    deflated = both(store_h5py(1), store_tables(1))
+    there = stored("table", plain, "table")
+    row("tables/write", new, plain["h5py"], plain["PyTables"])
+    row("tables/write with shuffle and deflate 1", new, deflated["h5py"], deflated["PyTables"])
+    row("tables/read", there, lambda _, node, rows: node[:], lambda _, node, rows: node.read())
+    row("tables/read with shuffle and deflate 1", stored("table-deflated", deflated, "table"),
+        lambda _, node, rows: node[:], lambda _, node, rows: node.read())
+    row("tables/read every 4th row", there, lambda _, node, rows: node[::4], lambda _, node, rows: node.read(step=4))
+    row("tables/read a column of texts", there, lambda _, node, rows: [s.decode() for s in node["text"]],
+        lambda _, node, rows: [s.decode() for s in node.col("text")])
 
-            def collect_h5py(_, t, rows=rows):
-                t[100:100 + len(rows)] = buffer[rows]
 
-            def collect_tables(_, t, rows=rows):
-                t.modify_rows(100, 100 + len(rows), rows=buffer[rows])
-                t.flush()
+def selections(word, pick):
+    there = stored("million", both(
+        lambda file, _: file.create_dataset("table", data=data_of(MILLION, table_data)) and None,
+        lambda file, _: file.create_table("/", "table", obj=data_of(MILLION, table_data))), "table", "r+")
 
-            for work, with_h5py, with_tables in (
-                    ("rows-to-buffer", pick_h5py, lambda _, t, rows=rows: t.read_coordinates(rows)),
-                    ("run-to-rows", scatter_h5py, scatter_tables), ("rows-to-run", collect_h5py, collect_tables)):
-                measure("h5py", f"selection/{work}-{word}", count, h5_node("table-h5py.h5", "table", "r+"), with_h5py)
-                measure("PyTables", f"selection/{work}-{word}", count, pt_node("table-tables.h5", "table", "r+"),
-                        with_tables)
+    def pick_h5py(_, node, count):
+        # A mask is h5py's fastest way, and gives rows in ascending order and each once: numpy puts them in place.
+        rows = data_of(count, pick)
+        mask = np.zeros(MILLION, bool)
+        mask[rows] = True
+        _, back = np.unique(rows, return_inverse=True)
+        node[mask][back]
+
+    def scatter_h5py(_, node, count):
+        data_of(MILLION, table_data)[data_of(count, pick)] = node[100:100 + count]
+
+    def scatter_tables(_, node, count):
+        data_of(MILLION, table_data)[data_of(count, pick)] = node.read(100, 100 + count)
+
+    def collect_h5py(_, node, count):
+        node[100:100 + count] = data_of(MILLION, table_data)[data_of(count, pick)]
+
+    def collect_tables(_, node, count):
+        node.modify_rows(100, 100 + count, rows=data_of(MILLION, table_data)[data_of(count, pick)])
+        node.flush()
+
+    row("tables/read selected rows of a million, " + word, there, pick_h5py,
+        lambda _, node, count: node.read_coordinates(data_of(count, pick)))
+    row("tables/read a run to selected rows of a buffer, " + word, there, scatter_h5py, scatter_tables)
+    row("tables/write selected rows of a buffer to a run, " + word, there, collect_h5py, collect_tables)
+
+
+def in_order(count):
+    return np.arange(count) * (MILLION // count)
+
+
+def shuffled(count):
+    return np.random.default_rng(1).permutation(in_order(count))
+
+
+def repeated(count):
+    return np.tile(shuffled(count)[:count // 4], 4)
 
 
 def types():
-    stored = [h5py.h5t.py_create(np.dtype(d)) for d in "i1 u1 i2 u2 i4 u4 i8 u8 i8 u8 i8 u8 f4 f8 f4 f8 S1".split()]
-    measure("h5py", "types/translate", len(stored), lambda: (Nothing(),), lambda _: [t.dtype for t in stored])
+    stored_types = [h5py.h5t.py_create(np.dtype(d))
+                    for d in "i1 u1 i2 u2 i4 u4 i8 u8 i8 u8 i8 u8 f4 f8 f4 f8 S1".split()]
+    row("types/translate HDF5 types", lambda peer, size: [Nothing()], lambda _, size: [t.dtype for t in stored_types])
 
 
 def main():
-    sizes = (lambda *all_sizes: all_sizes[:-1] if QUICK else all_sizes)
-    for count in sizes(10, 100, 1000):
-        files(count)
-    for levels in range(1, 7):
-        groups(1000 if QUICK else 10000, levels)
-    for count in sizes(1000, 10000, 50000):
-        small_arrays(count)
-    for deflate in (0, 1, 6):
-        for size in sizes(8 << 10, 512 << 10, 8 << 20, 64 << 20, 512 << 20):
-            whole_arrays(size, deflate)
-    hyperslabs()
-    for objects in sizes(100, 500, 2000):
-        attributes(objects, 5, "on-many-objects")
-    for count in (10, 100, 1000):
-        attributes(1, count, "on-one-object")
-    for word, chunk_rows, deflate in (
-            ("small-chunks", 1024, 0), ("large-chunks", 16384, 0), ("large-deflated-chunks", 16384, 1)):
-        for rows in (100,) if deflate else sizes(100, 1000, 10000, 100000):
-            extensible(rows, word, chunk_rows, deflate)
-        appended_columns(word, chunk_rows, deflate)
-    for rows in sizes(10000, 100000, ROWS):
-        table(rows)
+    files()
+    groups()
+    small_arrays()
+    arrays()
+    attributes("many objects, 5 each", lambda count: count // 5)
+    attributes("one object", lambda count: 1)
+    for word, (chunk_rows, deflate) in STORAGES.items():
+        extensible_arrays(word, chunk_rows, deflate)
+    opened_extensible_arrays()
+    some_tables()
+    for word, pick in ("sorted", in_order), ("shuffled", shuffled), ("each four times", repeated):
+        selections(word, pick)
     types()
-    json.dump(results, sys.stdout, indent=1)
+    for line in sys.stdin:
+        peer, name, size = line.rstrip("\n").split("|")
+        known = peer in ROWS.get(name, {})
+        print(turn(peer, name, int(size)) if known and int(size) else (0 if known else -1), flush=True)
 
 
 if __name__ == "__main__":

@@ -1,4 +1,5 @@
-"""Makes the table and the pictures of a run: report.py RESULTS DOCS."""
+"""Makes both pages and the pictures of a run: report.py RESULTS.json FOLDER."""
+import fnmatch
 import json
 import math
 import sys
@@ -8,41 +9,160 @@ import matplotlib
 
 matplotlib.use("Agg")
 import matplotlib.pyplot as plt
+from PIL import Image
 
-FAMILIES = {
-    "files_groups": "Files and groups",
-    "small_arrays": "Small arrays: create, open, list",
-    "whole_arrays": "Whole arrays and hyperslabs",
-    "attributes": "Attributes",
-    "extensible_arrays": "Extensible arrays",
-    "tables": "Tables and selections",
-    "types": "Type translation",
-    "memory": "Memory",
-}
-STYLES = {"library": ("#1f5fa8", "-", "o"), "plain HDF5": ("#777777", "--", "s"), "h5py": ("#d97706", ":", "^"),
-          "PyTables": ("#15803d", "-.", "v")}
+HERE = Path(__file__).parent
+OTHERS = {"plain": "plain HDF5", "cpp": "HDF5's C++ API", "h5py": "h5py", "pytables": "PyTables"}
+STYLES = {"library": ("#1f5fa8", "-", "o"), "plain": ("#555555", "--", "s"), "cpp": ("#b91c1c", "-.", "D"),
+          "h5py": ("#d97706", ":", "^"), "pytables": ("#15803d", "-.", "v")}
+LOST = 0.95  # Whoever takes less than this share of the library's time has won the row.
+MIB = 1 << 20
+HEAP_ALLOWANCE = MIB
 
 
-def load(results):
-    runs = {}
-    for family in FAMILIES:
-        if not (results / f"{family}.json").exists():
-            continue
-        rows = json.loads((results / f"{family}.json").read_text())["benchmarks"]
-        for row in rows:
-            row["name"] = row["name"].split("/iterations")[0].split("/manual_time")[0]
-            row["work"], _, size = row["name"].rpartition("/")
-            row["size"] = int(size) if size.isdigit() else None
-        runs[family] = rows
-    peers = results / "peers.json"
-    return runs, json.loads(peers.read_text()) if peers.exists() else {}
+class Row:
+    """A row at one size: what the others take, as multiples of the library's time, and who is faster."""
+
+    def __init__(self, entry):
+        self.entry = entry
+        self.name, _, size = entry["name"].split("/iterations")[0].rpartition("/")
+        self.family, _, full = self.name.partition("/")
+        self.work, _, self.beside = full.partition(", beside ")
+        self.size, self.unit = int(size), entry.get("label", "")
+        self.is_compared = "ratio" in entry
+        self.times = {other: entry[f"{other}_times"] for other in OTHERS if f"{other}_times" in entry}
+        if self.is_compared:
+            self.times = {"plain": 1 / entry["ratio"], **self.times}
+        self.target = entry.get("target", 0)
+        self.is_missed = bool(self.target) and round(entry["ratio"], 2) > self.target
+        self.winners = [other for other, times in self.times.items() if times < LOST]
+
+    def __getattr__(self, key):
+        return self.entry[key]
+
+    def size_text(self):
+        return bytes_text(self.size) if self.unit == "bytes" else f"{self.size:,} {self.unit}"
+
+    def quartiles(self):
+        return f"{self.ratio_q1:.2f} to {self.ratio_q3:.2f}"
+
+
+def reasons():
+    """Who wins which row and why: lines "row | winner | reason" of reasons.txt, where rows and winners are patterns."""
+    lines = (HERE / "reasons.txt").read_text().splitlines()
+    return [tuple(part.strip() for part in line.split("|")) for line in lines if line and not line.startswith("#")]
+
+
+def reason_for(row, winner):
+    for pattern, who, reason in reasons():
+        names = (row.name, f"{row.name}/{row.size}")
+        if any(fnmatch.fnmatchcase(name, pattern) for name in names) and fnmatch.fnmatchcase(winner, who):
+            return reason
+    return None
+
+
+def bytes_text(count):
+    for unit, scale in ("MiB", MIB), ("KiB", 1024):
+        if count >= scale:
+            return f"{count / scale:,.0f} {unit}"
+    return f"{count:,.0f} bytes"
 
 
 def time_text(seconds):
-    for unit, scale in (("s", 1), ("ms", 1e-3), ("µs", 1e-6)):
+    for unit, scale in ("s", 1), ("ms", 1e-3), ("µs", 1e-6):
         if seconds >= scale:
             return f"{seconds / scale:.3g} {unit}"
     return f"{seconds * 1e9:.3g} ns"
+
+
+def times_text(row, other):
+    if other not in row.times:
+        return ""
+    times = row.times[other]
+    text = f"{times:.2f}" if times < 9.995 else f"{times:,.0f}"
+    if other == "plain":
+        text += f" ({1 / row.ratio_q3:.2f} to {1 / row.ratio_q1:.2f})" if times < 9.995 else ""
+    return f"**{text}**" if other in row.winners else text
+
+
+def table(heads, lines):
+    """A table of Markdown: texts to the left, what stands in columns whose head ends with ":" to the right."""
+    cells = [[head.rstrip(":") for head in heads], ["---:" if head.endswith(":") else "---" for head in heads], *lines]
+    return "\n".join("| " + " | ".join(line) + " |" for line in cells) + "\n"
+
+
+def grouped(rows, key):
+    groups = {}
+    for row in rows:
+        groups.setdefault(key(row), []).append(row)
+    return groups
+
+
+def lost_lines(rows):
+    """Why a row is lost, once for all sizes that share a reason."""
+    lost = {}
+    for row in rows:
+        for winner in row.winners:
+            place = (row.work, OTHERS[winner], reason_for(row, winner) or "NO REASON GIVEN")
+            lost.setdefault(place, []).append(row.size_text())
+    if lost:
+        yield "Where another is faster:\n"
+    for (work, winner, reason), sizes in lost.items():
+        yield f"- **{work}**, {winner} ({', '.join(sizes)}): {reason}"
+
+
+def family_section(family, rows):
+    main = [row for row in rows if row.is_compared and not row.beside]
+    beside = [row for row in rows if row.beside]
+    others = [other for other in OTHERS if any(other in row.times for row in main)]
+    yield f"## {family.capitalize()}\n"
+    if any(len(points) > 2 for points in grouped(main, lambda row: row.work).values()):
+        yield f"![{family.capitalize()}: time over size](images/{picture_name(family)})\n"
+    yield table(["work", "size:", "library:", *(f"{OTHERS[other]}:" for other in others)],
+                [[row.work, row.size_text(), time_text(row.library_s), *(times_text(row, o) for o in others)]
+                 for row in main])
+    if beside:
+        yield table(["work", "beside", "size:", "library:", "the other way:"],
+                    [[row.work, row.beside, row.size_text(), time_text(row.library_s), times_text(row, "plain")]
+                     for row in beside])
+    yield from lost_lines(main + beside)
+    yield ""
+
+
+def memory_table(rows):
+    shown = [row for row in rows if row.is_compared and max(row.library_heap, row.plain_heap) > MIB // 2]
+    largest = [max(points, key=lambda row: row.size) for points in grouped(shown, lambda row: row.name).values()]
+    return table(["work", "beside", "size:", "library:", "plain HDF5:"],
+                 [[f"{row.family}: {row.work}", row.beside, row.size_text(), bytes_text(row.library_heap),
+                   bytes_text(row.plain_heap)] for row in largest])
+
+
+def file_table(rows):
+    shown = [row for row in rows if row.is_compared and row.plain_file > 65536 and
+             abs(row.library_file / row.plain_file - 1) > 0.005]
+    return table(["work", "beside", "size:", "library:", "plain HDF5:", "ratio:"],
+                 [[f"{row.family}: {row.work}", row.beside, row.size_text(), bytes_text(row.library_file),
+                   bytes_text(row.plain_file), f"{row.library_file / row.plain_file:.3f}"] for row in shown])
+
+
+def target_table(rows):
+    return table(["row", "size:", "plain HDF5:", "library:", "ratio:", "quartiles:", "pairs:", "target:", ""],
+                 [[row.name, row.size_text(), time_text(row.plain_s), time_text(row.library_s), f"{row.ratio:.3f}",
+                   row.quartiles(), f"{row.pairs:.0f}", f"{row.target:.2f}" if row.target else "",
+                   ("**miss**" if row.is_missed else "made") if row.target else ""] for row in rows])
+
+
+def missed_table(rows):
+    return table(["row", "size:", "ratio:", "target:", "reason"],
+                 [[row.name, row.size_text(), f"{row.ratio:.3f}", f"{row.target:.2f}",
+                   reason_for(row, "plain") or "NO REASON GIVEN"] for row in rows])
+
+
+def heap_table(rows):
+    return table(["row", "size:", "plain HDF5:", "library:", "above:"],
+                 [[row.name, row.size_text(), bytes_text(row.plain_heap), bytes_text(row.library_heap),
+                   bytes_text(row.library_heap - row.plain_heap)]
+                  for row in rows if row.library_heap > row.plain_heap + HEAP_ALLOWANCE])
 
 
 def exponent(points):
@@ -52,149 +172,113 @@ def exponent(points):
     return sum((a - x) * (b - y) for a, b in zip(xs, ys)) / sum((a - x) ** 2 for a in xs)
 
 
-def verdict(row):
-    if not row["target"]:
-        return ""
-    return "pass" if round(row["ratio"], 2) <= row["target"] else "**miss**"
+def growth_table(rows):
+    series = {name: points for name, points in grouped(rows, lambda row: row.name).items() if len(points) > 2}
+    return table(["row", "sizes", "library:", "plain HDF5:"],
+                 [[name, f"{points[0].size_text()} to {points[-1].size_text()}",
+                   *(f"{exponent([(p.size, p.entry[side]) for p in points]):.2f}" for side in ("library_s", "plain_s"))]
+                  for name, points in series.items()])
 
 
-def peer_text(peers, row, peer):
-    seconds = peers.get(row["name"], {}).get(peer)
-    return "" if seconds is None else f"{seconds / row['library_s']:.3g}"
+def picture_name(family):
+    return f"bench-{family.replace(' ', '-')}.png"
 
 
-def comparison_lines(rows, peers):
-    yield "| work | size | plain HDF5 | library | ratio | quartiles | target | | h5py | PyTables |"
-    yield "|---|---:|---:|---:|---:|---:|---:|---|---:|---:|"
-    for row in rows:
-        if "ratio" not in row:
-            continue
-        target = f"{row['target']:.2f}" if row["target"] else ""
-        yield (f"| {row['work']} | {row['size']:,} | {time_text(row['plain_s'])} | {time_text(row['library_s'])} "
-               f"| {row['ratio']:.2f} | {row['ratio_q1']:.2f} to {row['ratio_q3']:.2f} | {target} | {verdict(row)} "
-               f"| {peer_text(peers, row, 'h5py')} | {peer_text(peers, row, 'PyTables')} |")
-
-
-def alone_lines(rows):
-    alone = [row for row in rows if "alone_s" in row]
-    if alone:
-        yield ""
-        yield "| plain HDF5 alone | size | time |"
-        yield "|---|---:|---:|"
-        for row in alone:
-            yield f"| {row['work']} | {row['size']:,} | {time_text(row['alone_s'])} |"
-
-
-def memory_lines(rows):
-    yield "| one operation | peak of plain HDF5 | peak of the library | above | target | |"
-    yield "|---|---:|---:|---:|---:|---|"
-    for row in rows:
-        over = row["peak_library"] - row["peak_plain"]
-        word = "pass" if over <= row["peak_target"] else "**miss**"
-        yield (f"| {row['name'].partition('/')[2]} | {row['peak_plain'] / 1024:,.0f} KiB "
-               f"| {row['peak_library'] / 1024:,.0f} KiB | {over / 1024:,.0f} KiB | 1,024 KiB | {word} |")
-
-
-def series(rows):
-    by_work = {}
-    for row in rows:
-        if "ratio" in row:
-            by_work.setdefault(row["work"], []).append(row)
-    return by_work
-
-
-def growth_lines(runs):
-    yield "| work | sizes | library | plain HDF5 |"
-    yield "|---|---|---:|---:|"
-    for rows in runs.values():
-        for work, points in series(rows).items():
-            if len(points) > 2:
-                library = exponent([(p["size"], p["library_s"]) for p in points])
-                plain = exponent([(p["size"], p["plain_s"]) for p in points])
-                yield f"| {work} | {points[0]['size']:,} to {points[-1]['size']:,} | {library:.2f} | {plain:.2f} |"
-
-
-def draw_lines(axes, points, peers):
-    lines = {"library": [(p["size"], p["library_s"]) for p in points],
-             "plain HDF5": [(p["size"], p["plain_s"]) for p in points]}
-    for peer in ("h5py", "PyTables"):
-        lines[peer] = [(p["size"], peers[p["name"]][peer]) for p in points if peer in peers.get(p["name"], {})]
-    for name, line in lines.items():
-        if line:
-            color, style, marker = STYLES[name]
-            axes.loglog(*zip(*line), color=color, linestyle=style, marker=marker, markersize=3, linewidth=1, label=name)
-
-
-def grid(count):
-    columns = min(count, 4)
-    lines = math.ceil(count / columns)
-    figure, axes = plt.subplots(lines, columns, figsize=(2.6 * columns, 2.2 * lines), squeeze=False)
-    for panel in axes.flat[count:]:
-        panel.set_axis_off()
-    return figure, axes.flat
-
-
-def finish(figure, title, handles, labels, path):
-    figure.suptitle(title, fontsize=10)
-    if handles:
-        figure.legend(handles, labels, loc="lower center", ncol=4, fontsize=7, frameon=False)
-    figure.tight_layout(rect=(0, 0.06, 1, 0.97))
-    figure.savefig(path, metadata={"Date": None})
+def save(figure, path):
+    """A picture of few colours is a small one."""
+    figure.savefig(path, dpi=80)
     plt.close(figure)
+    Image.open(path).convert("RGB").quantize(16).save(path, optimize=True)
 
 
-def draw_family(family, rows, peers, folder):
-    works = series(rows)
-    figure, panels = grid(len(works))
-    legend = {}
-    for panel, (work, points) in zip(panels, works.items()):
-        draw_lines(panel, points, peers)
-        panel.set_title(work, fontsize=7)
-        panel.tick_params(labelsize=6)
-        panel.set_ylabel("seconds", fontsize=6)
-        legend.update(dict(zip(*reversed(panel.get_legend_handles_labels()))))
-    finish(figure, f"{FAMILIES[family]}: time over size", list(legend.values()), list(legend), folder / f"bench-{family}.svg")
-
-
-def draw_memory(rows, folder):
-    figure, axes = plt.subplots(figsize=(7, 0.32 * len(rows) + 1.2))
-    names = [row["name"].partition("/")[2] for row in rows]
-    places = range(len(rows))
-    for shift, (word, key) in zip((-0.2, 0.2), (("library", "peak_library"), ("plain HDF5", "peak_plain"))):
-        axes.barh([p + shift for p in places], [row[key] / 1024 for row in rows], 0.4, color=STYLES[word][0], label=word)
-    axes.set_yticks(list(places), names, fontsize=7)
-    axes.invert_yaxis()
+def draw_overview(rows, folder):
+    """All rows at their largest size, on one scale."""
+    points = [max(sizes, key=lambda row: row.size) for sizes in grouped(rows, lambda row: row.name).values()]
+    figure, axes = plt.subplots(figsize=(9, 0.19 * len(points) + 1.2))
+    for other, label in OTHERS.items():
+        shown = [(row.times[other], place) for place, row in enumerate(points) if other in row.times]
+        axes.plot(*zip(*shown), STYLES[other][2], color=STYLES[other][0], markersize=4, label=label)
+    axes.axvline(1, color=STYLES["library"][0], linewidth=1, label="the library")
     axes.set_xscale("log")
-    axes.set_xlabel("peak of the heap during the operation, KiB", fontsize=7)
-    axes.tick_params(labelsize=7)
-    finish(figure, "Memory of one operation", *axes.get_legend_handles_labels(), folder / "bench-memory.svg")
+    axes.set_yticks(range(len(points)), [f"{row.family}: {row.work}" for row in points], fontsize=7)
+    axes.invert_yaxis()
+    axes.set_xlabel("time over the library's time at the largest size: right of 1 the library is faster", fontsize=8)
+    axes.grid(axis="x", color="#dddddd", linewidth=0.5)
+    axes.legend(fontsize=7, loc="upper center", bbox_to_anchor=(0.3, 1 + 2.2 / len(points)), ncol=5, frameon=False)
+    figure.tight_layout()
+    save(figure, folder / "bench-overview.png")
+
+
+def draw_family(family, rows, folder):
+    works = [points for points in grouped(rows, lambda row: row.work).values() if len(points) > 2]
+    if not works:
+        return
+    columns = 3
+    lines = math.ceil(len(works) / columns)
+    figure, panels = plt.subplots(lines, columns, figsize=(9.6, 2.1 * lines + 0.4), squeeze=False)
+    for panel in panels.flat[len(works):]:
+        panel.set_axis_off()
+    for panel, points in zip(panels.flat, works):
+        for side, (color, style, marker) in STYLES.items():
+            line = [(p.size, p.library_s * (1 if side == "library" else p.times[side])) for p in points
+                    if side == "library" or side in p.times]
+            if line:
+                panel.loglog(*zip(*line), color=color, linestyle=style, marker=marker, markersize=3, linewidth=1,
+                             label=OTHERS.get(side, side))
+        panel.set_title(points[0].work, fontsize=7)
+        panel.tick_params(labelsize=6)
+        panel.set_xlabel(points[0].unit, fontsize=6)
+        panel.set_ylabel("seconds", fontsize=6)
+    handles = {label: handle for panel in panels.flat for handle, label in zip(*panel.get_legend_handles_labels())}
+    figure.legend(handles.values(), handles.keys(), loc="lower center", ncol=5, fontsize=7, frameon=False)
+    figure.tight_layout(rect=(0, 0.3 / (2.1 * lines + 0.4), 1, 1))
+    save(figure, folder / picture_name(family))
+
+
+def processor():
+    names = [line.partition(":")[2].strip() for line in Path("/proc/cpuinfo").read_text().splitlines()
+             if line.startswith("model name")]
+    return f"{len(names)} processors {names[0] if names else ''}"
+
+
+def fill(template, folder, values):
+    text = (HERE / f"{template}.in").read_text()
+    for key, value in values.items():
+        text = text.replace(f"@{key}@", value.rstrip())
+    (folder / template).write_text(text)
 
 
 def main():
-    results, docs = Path(sys.argv[1]), Path(sys.argv[2])
-    plt.rcParams.update({"svg.fonttype": "none", "svg.hashsalt": "tarnwickhdf", "font.family": "sans-serif"})
-    runs, peers = load(results)
-    template = (Path(__file__).parent / "benchmarks.md.in").read_text()
-    sections = []
-    for family, rows in runs.items():
-        title = FAMILIES[family]
-        lines = [*(memory_lines(rows) if family == "memory" else comparison_lines(rows, peers))]
-        print(*lines, sep="\n")
-        sections.append("\n".join([f"## {title}", "", f"![{title}](images/bench-{family}.svg)", "", *lines,
-                                   *alone_lines(rows)]))
-        if family == "memory":
-            draw_memory(rows, docs / "images")
-        else:
-            draw_family(family, rows, peers, docs / "images")
-    compared = [row for rows in runs.values() for row in rows if row.get("target")]
-    missed = [row for row in compared if verdict(row) != "pass"]
-    text = template.replace("@SECTIONS@", "\n\n".join(sections)).replace("@GROWTH@", "\n".join(growth_lines(runs)))
-    text = text.replace("@PASSED@", str(len(compared) - len(missed))).replace("@COMPARED@", str(len(compared)))
-    (docs / "benchmarks.md").write_text(text)
-    print(*growth_lines(runs), sep="\n")
-    print(f"{len(compared) - len(missed)} of {len(compared)} targets made")
+    run = json.loads(Path(sys.argv[1]).read_text())
+    folder = Path(sys.argv[2])
+    entries = [entry for entry in run["benchmarks"] if not entry.get("error_occurred")]
+    left_out = [entry["name"].split("/iterations")[0] for entry in run["benchmarks"] if entry.get("error_occurred")]
+    everything = [Row(entry) for entry in entries]
+    rows = [row for row in everything if row.is_compared]
+    alone = [row for row in everything if not row.is_compared]
+    main_rows = [row for row in rows if not row.beside]
+    draw_overview(main_rows, folder / "images")
+    families = grouped(rows, lambda row: row.family)
+    for family in families:
+        draw_family(family, [row for row in main_rows if row.family == family], folder / "images")
+    with_target = [row for row in rows if row.target]
+    missed = [row for row in rows if row.is_missed]
+    machine = f"{processor()}, {run['context']['hdf5'].replace(' library version:', '')}, gcc {run['context']['compiler']}"
+    fill("benchmarks.md", folder, {
+        "MACHINE": machine, "MEMORY": memory_table(rows), "FILES": file_table(rows),
+        "SECTIONS": "\n".join(line for family, its in families.items() for line in family_section(family, its))})
+    fill("benchmarks-internal.md", folder, {
+        "MACHINE": machine, "MADE": str(len(with_target) - len(missed)), "TARGETS": str(len(with_target)),
+        "MISSED": missed_table(missed), "ROWS": target_table(rows), "HEAP": heap_table(rows),
+        "GROWTH": growth_table(rows), "LEFT_OUT": "\n".join(f"- {name}" for name in left_out) or "None.",
+        "ALONE": table(["row", "size:", "time:"], [[r.name, r.size_text(), time_text(r.plain_s)] for r in alone])})
+    print(f"{len(with_target) - len(missed)} of {len(with_target)} targets made")
     for row in missed:
-        print(f"missed: {row['name']} {row['ratio']:.2f} (target {row['target']})")
+        print(f"missed: {row.name}, {row.size_text()}: {row.ratio:.3f} ({row.quartiles()}), target {row.target:.2f}")
+    for row in rows:
+        for winner in row.winners:
+            if not reason_for(row, winner):
+                print(f"no reason given: {row.name} | {winner} | {row.size_text()}, {row.times[winner]:.2f}")
 
 
 if __name__ == "__main__":

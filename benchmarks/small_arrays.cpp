@@ -1,9 +1,4 @@
-#include "Pairs.h"
-#include "small_arrays_plain.h"
-
-#include <tarnwickhdf/tarnwickhdf.h>
-
-#include <memory>
+#include "Sides.h"
 
 using tarnwick::hdf::IFile;
 using tarnwick::hdf::IGroup;
@@ -12,193 +7,326 @@ namespace TDataType = tarnwick::hdf::TDataType;
 namespace
 {
 
-constexpr std::size_t kLength = 8;
+constexpr hsize_t kLength = 8;
 double values[kLength] = {1, 2, 3, 4, 5, 6, 7, 8};
 
-struct Row
+struct TableRow
 {
     double value;
     int number;
 };
 
-hid_t CreateRowType()
+const auto createArray = [](IGroup& root, const std::string& name)
 {
-    const hid_t type = H5Tcreate(H5T_COMPOUND, sizeof(Row));
-    H5Tinsert(type, "value", HOFFSET(Row, value), H5T_NATIVE_DOUBLE);
-    H5Tinsert(type, "number", HOFFSET(Row, number), H5T_NATIVE_INT);
-    return type;
-}
-
-// The names of one size, and the files that hold so many children of one kind, made when they are first asked for.
-struct Group
-{
-    explicit Group(std::size_t count) : names(bench::Names("child", count)) {}
-
-    std::string WithArrays() const
-    {
-        return Prepared("arrays", [&](IGroup& root, const std::string& name)
-                        { root.CreateArrayFromBuffer(name, values, TDataType::Double, kLength, 1); });
-    }
-
-    std::string WithTables() const
-    {
-        const hid_t type = CreateRowType();
-        Row row = {1.5, 2};
-        const std::string path = Prepared("tables", [&](IGroup& root, const std::string& name)
-                                          { root.CreateTableFromBuffer(name, &row, 1, type, 0, -1, 0); });
-        H5Tclose(type);
-        return path;
-    }
-
-    std::string WithGroups() const
-    {
-        return Prepared("groups", [](IGroup& root, const std::string& name) { root.CreateGroup(name); });
-    }
-
-    template <typename Make>
-    std::string Prepared(const std::string& kind, Make make) const
-    {
-        const std::string path = bench::PathOf("small-" + kind + "-" + std::to_string(names.strings.size()) + ".h5");
-        if (!IFile::IsHDF5File(path))
-        {
-            const auto file = IFile::Open(path, "w", 0);
-            for (const std::string& name : names.strings)
-            {
-                make(*file->GetRoot(), name);
-            }
-        }
-        return path;
-    }
-
-    bench::Texts names;
+    root.CreateArrayFromBuffer(name, values, TDataType::Double, kLength, 1);
 };
 
-using SharedGroup = std::shared_ptr<const Group>;
-using MakePath = std::string (Group::*)() const;
-
-bench::Side Library(SharedGroup group, MakePath path, std::function<void(const Group&, const IGroup&)> work)
+const auto createTable = [](IGroup& root, const std::string& name)
 {
-    return [=]
+    static const hid_t type = []
     {
-        const auto file = IFile::Open(((*group).*path)(), "r", 0);
-        const auto root = file->GetRoot();
-        return bench::SecondsOf([&] { work(*group, *root); });
+        const hid_t compound = H5Tcreate(H5T_COMPOUND, sizeof(TableRow));
+        H5Tinsert(compound, "value", HOFFSET(TableRow, value), H5T_NATIVE_DOUBLE);
+        H5Tinsert(compound, "number", HOFFSET(TableRow, number), H5T_NATIVE_INT);
+        return compound;
+    }();
+    TableRow row = {1.5, 2};
+    root.CreateTableFromBuffer(name, &row, 1, type, 0, -1, 0);
+};
+
+// A file with so many children.
+template <typename Create>
+bench::Place WithChildren(const std::string& name, Create create)
+{
+    const auto make = [=](const std::string& path, std::size_t count)
+    {
+        bench::ForEachName(create)(*IFile::Open(path, "w", 0)->GetRoot(), count);
     };
+    return {name, "r", make};
 }
 
-bench::Side Plain(SharedGroup group, MakePath path, std::function<void(const Group&, hid_t)> work)
+// A space and a creation list serve all arrays.
+void CreatePlainArrays(hid_t group, std::size_t count)
 {
-    return [=]
+    const bench::Id space(H5Screate_simple(1, &kLength, nullptr));
+    const bench::Id list(H5Pcreate(H5P_DATASET_CREATE));
+    H5Pset_chunk(list, 1, &kLength);
+    const auto create = [&](hid_t parent, const std::string& name)
     {
-        const hid_t file = plain_old_file(((*group).*path)().c_str());
-        const double seconds = bench::SecondsOf([&] { work(*group, file); });
-        H5Fclose(file);
-        return seconds;
+        const bench::Id set(H5Dcreate2(parent, name.c_str(), H5T_NATIVE_DOUBLE, space, H5P_DEFAULT, list, H5P_DEFAULT));
+        H5Dwrite(set, H5T_NATIVE_DOUBLE, H5S_ALL, H5S_ALL, H5P_DEFAULT, values);
     };
+    bench::ForEachName(create)(group, count);
 }
 
-void RegisterCreation(std::size_t count, SharedGroup group)
+void CreateArraysByCpp(const H5::Group& group, std::size_t count)
 {
-    const auto library = [=]
+    const H5::DataSpace space(1, &kLength);
+    H5::DSetCreatPropList list;
+    list.setChunk(1, &kLength);
+    const auto create = [&](const H5::Group& parent, const std::string& name)
     {
-        const auto file = IFile::Open(bench::PathOf("create-library.h5"), "w", 0);
-        const auto root = file->GetRoot();
-        return bench::SecondsOf(
-            [&]
-            {
-                for (const std::string& name : group->names.strings)
-                {
-                    root->CreateArrayFromBuffer(name, values, TDataType::Double, kLength, 1);
-                }
-            });
+        const H5::DataSet set = parent.createDataSet(name, H5::PredType::NATIVE_DOUBLE, space, list);
+        set.write(values, H5::PredType::NATIVE_DOUBLE);
     };
-    const auto plain = [=]
-    {
-        const hid_t file = plain_new_file(bench::PathOf("create-plain.h5").c_str());
-        const double seconds =
-            bench::SecondsOf([&] { plain_create_arrays(file, group->names.pointers.data(), count, values); });
-        H5Fclose(file);
-        return seconds;
-    };
-    bench::Compare("arrays/create", count, 1.10, library, plain);
+    bench::ForEachName(create)(group, count);
 }
 
-template <typename Ask>
-std::function<void(const Group&, const IGroup&)> ForEachName(Ask ask)
+void AskNumberType(hid_t type, H5T_class_t kind)
 {
-    return [=](const Group& group, const IGroup& root)
+    if (kind == H5T_INTEGER || kind == H5T_FLOAT)
     {
-        for (const std::string& name : group.names.strings)
+        H5Tget_size(type);
+        H5Tget_order(type);
+    }
+    if (kind == H5T_INTEGER)
+    {
+        H5Tget_sign(type);
+    }
+}
+
+void AskColumns(hid_t compound)
+{
+    const int members = H5Tget_nmembers(compound);
+    for (int i = 0; i < members; ++i)
+    {
+        const bench::Id member(H5Tget_member_type(compound, static_cast<unsigned int>(i)));
+        AskNumberType(member, H5Tget_class(member));
+    }
+}
+
+hsize_t AskLength(hid_t set)
+{
+    hsize_t dimensions[2] = {0, 0};
+    hsize_t maximum[2] = {0, 0};
+    const bench::Id space(H5Dget_space(set));
+    if (H5Sget_simple_extent_ndims(space) <= 2)
+    {
+        H5Sget_simple_extent_dims(space, dimensions, maximum);
+    }
+    return dimensions[0];
+}
+
+enum class Kind
+{
+    Array,
+    Table,
+    Group
+};
+
+// Asks an array or a table what a caller has to know of it before reading it; false for a data set of the other kind.
+bool AskTypeAndShape(hid_t set, Kind kind)
+{
+    const bench::Id type(H5Dget_type(set));
+    const H5T_class_t typeClass = H5Tget_class(type);
+    if ((typeClass == H5T_COMPOUND) != (kind == Kind::Table))
+    {
+        return false;
+    }
+    if (kind == Kind::Table)
+    {
+        AskColumns(type);
+    }
+    else
+    {
+        AskNumberType(type, typeClass);
+    }
+    benchmark::DoNotOptimize(AskLength(set));
+    return true;
+}
+
+const auto openPlainArray = [](hid_t group, const std::string& name)
+{
+    AskTypeAndShape(bench::Id(H5Dopen2(group, name.c_str(), H5P_DEFAULT)), Kind::Array);
+};
+
+const auto openArrayByCpp = [](const H5::Group& group, const std::string& name)
+{
+    const H5::DataSet set = group.openDataSet(name);
+    const H5::DataType type = set.getDataType();
+    benchmark::DoNotOptimize(type.getSize());
+    hsize_t dimensions[2] = {0, 0};
+    set.getSpace().getSimpleExtentDims(dimensions);
+};
+
+H5O_type_t TypeOfChild(hid_t group, const char* name)
+{
+    H5O_info_t info;
+    H5Oget_info_by_name2(group, name, &info, H5O_INFO_BASIC, H5P_DEFAULT);
+    return info.type;
+}
+
+const auto hasPlainArray = [](hid_t group, const std::string& name)
+{
+    return H5Lexists(group, name.c_str(), H5P_DEFAULT) > 0 && TypeOfChild(group, name.c_str()) == H5O_TYPE_DATASET;
+};
+
+const auto hasArrayByCpp = [](const H5::Group& group, const std::string& name)
+{
+    return group.nameExists(name) && group.childObjType(name) == H5O_TYPE_DATASET;
+};
+
+struct PlainListing
+{
+    Kind kind;
+    std::vector<hid_t> ids = {};
+};
+
+herr_t OpenChild(hid_t group, const char* name, const H5L_info_t* info, void* data)
+{
+    auto& listing = *static_cast<PlainListing*>(data);
+    if (info->type != H5L_TYPE_HARD)
+    {
+        return 0;
+    }
+    const hid_t object = H5Oopen(group, name, H5P_DEFAULT);
+    const H5I_type_t type = H5Iget_type(object);
+    const bool isWanted =
+        listing.kind == Kind::Group ? type == H5I_GROUP : type == H5I_DATASET && AskTypeAndShape(object, listing.kind);
+    if (isWanted)
+    {
+        listing.ids.push_back(object);
+    }
+    else
+    {
+        H5Oclose(object);
+    }
+    return 0;
+}
+
+// Opens all children of a kind, in the order of names, and asks data sets for type and shape.
+auto ListPlain(Kind kind)
+{
+    return [=](hid_t group, std::size_t /*count*/)
+    {
+        PlainListing listing = {kind};
+        H5Literate(group, H5_INDEX_NAME, H5_ITER_INC, nullptr, &OpenChild, &listing);
+        for (const hid_t id : listing.ids)
         {
-            ask(root, name);
+            H5Oclose(id);
         }
     };
 }
 
-void RegisterOpening(std::size_t count, SharedGroup group)
+auto ListByCpp(Kind kind)
 {
-    const auto openAll = [](const Group& g, hid_t file)
+    return [=](const H5::Group& group, std::size_t /*count*/)
     {
-        plain_open_arrays(file, g.names.pointers.data(), g.names.pointers.size());
+        std::vector<H5::Group> groups;
+        std::vector<H5::DataSet> sets;
+        const hsize_t children = group.getNumObjs();
+        for (hsize_t i = 0; i < children; ++i)
+        {
+            const std::string name = group.getObjnameByIdx(i);
+            const H5O_type_t type = group.childObjType(name);
+            if (kind == Kind::Group && type == H5O_TYPE_GROUP)
+            {
+                groups.push_back(group.openGroup(name));
+            }
+            if (kind != Kind::Group && type == H5O_TYPE_DATASET)
+            {
+                const H5::DataSet set = group.openDataSet(name);
+                if ((set.getTypeClass() == H5T_COMPOUND) == (kind == Kind::Table))
+                {
+                    benchmark::DoNotOptimize(set.getSpace().getSimpleExtentNpoints());
+                    sets.push_back(set);
+                }
+            }
+        }
     };
-    const auto plain = Plain(group, &Group::WithArrays, openAll);
-    const auto compare = [&](const std::string& work, std::function<void(const Group&, const IGroup&)> ask)
-    {
-        bench::Compare(work, count, 1.15, Library(group, &Group::WithArrays, std::move(ask)), plain);
-    };
-    compare("arrays/open",
-            ForEachName([](const IGroup& root, const std::string& name) { root.GetArray(name)->GetLength(); }));
-    compare("arrays/has", ForEachName([](const IGroup& root, const std::string& name) { root.HasArray(name); }));
-    compare("arrays/has-as-extensible",
-            ForEachName([](const IGroup& root, const std::string& name) { root.HasExtensibleArray2D(name); }));
 }
 
-void RegisterListing(std::size_t count, SharedGroup group)
+herr_t CountChild(hid_t group, const char* name, const H5L_info_t* info, void* count)
 {
-    const auto compare = [&](const std::string& work, MakePath path, std::function<void(const IGroup&)> list,
-                             std::function<void(hid_t)> plain)
+    if (info->type == H5L_TYPE_HARD && TypeOfChild(group, name) == H5O_TYPE_GROUP)
     {
-        bench::Compare(work, count, 1.15,
-                       Library(group, path, [=](const Group& /*names*/, const IGroup& root) { list(root); }),
-                       Plain(group, path, [=](const Group& /*names*/, hid_t file) { plain(file); }));
-    };
-    const auto listArrays = [](const IGroup& root)
+        ++*static_cast<std::size_t*>(count);
+    }
+    return 0;
+}
+
+herr_t CountOpenedChild(hid_t group, const char* name, const H5L_info_t* info, void* count)
+{
+    if (info->type == H5L_TYPE_HARD && H5Iget_type(bench::Id(H5Oopen(group, name, H5P_DEFAULT))) == H5I_GROUP)
     {
-        root.ListArrays();
-    };
-    const auto listTables = [](const IGroup& root)
+        ++*static_cast<std::size_t*>(count);
+    }
+    return 0;
+}
+
+auto CountPlain(H5L_iterate_t countChild)
+{
+    return [=](hid_t group, std::size_t /*count*/)
     {
-        root.ListTables();
+        std::size_t groups = 0;
+        H5Literate(group, H5_INDEX_NAME, H5_ITER_INC, nullptr, countChild, &groups);
+        benchmark::DoNotOptimize(groups);
     };
-    const auto plainArrays = [](hid_t file)
+}
+
+void CountByCpp(const H5::Group& group, std::size_t /*count*/)
+{
+    std::size_t groups = 0;
+    const hsize_t children = group.getNumObjs();
+    for (hsize_t i = 0; i < children; ++i)
     {
-        plain_list(file, PLAIN_ARRAYS);
-    };
-    const auto plainTables = [](hid_t file)
-    {
-        plain_list(file, PLAIN_TABLES);
-    };
-    compare("list/arrays", &Group::WithArrays, listArrays, plainArrays);
-    compare("list/tables", &Group::WithTables, listTables, plainTables);
-    compare("list/arrays-among-tables", &Group::WithTables, listArrays, plainArrays);
-    compare("list/tables-among-arrays", &Group::WithArrays, listTables, plainTables);
-    compare(
-        "list/groups", &Group::WithGroups, [](const IGroup& root) { root.ListGroups(); },
-        [](hid_t file) { plain_list(file, PLAIN_GROUPS); });
-    compare(
-        "list/count-groups", &Group::WithGroups, [](const IGroup& root) { root.GetNumberOfGroups(); },
-        [](hid_t file) { plain_count_groups(file); });
+        groups += group.childObjType(i) == H5O_TYPE_GROUP ? 1 : 0;
+    }
+    benchmark::DoNotOptimize(groups);
 }
 
 } // namespace
 
-void bench::RegisterWork()
+bench::Rows bench::SmallArrayRows()
 {
-    for (const std::size_t count : Sizes({1000, 10000, 50000}))
+    const std::vector<std::size_t> counts = {1000, 10000, 50000};
+    const Place fresh = {"small", "w",
+                         [](const std::string& /*path*/, std::size_t count)
+                         {
+                             Names("child", count);
+                         }};
+    const Place arrays = WithChildren("small-arrays", createArray);
+    const Place tables = WithChildren("small-tables", createTable);
+    const Place groups =
+        WithChildren("small-groups", [](IGroup& root, const std::string& name) { root.CreateGroup(name); });
+    const auto open = ForEachName([](IGroup& root, const std::string& name) { root.GetArray(name)->GetLength(); });
+    const auto has = ForEachName([](IGroup& root, const std::string& name) { root.HasArray(name); });
+    const auto isExtensible =
+        ForEachName([](IGroup& root, const std::string& name) { root.HasExtensibleArray2D(name); });
+    const auto listArrays = [](IGroup& root, std::size_t /*count*/)
     {
-        const auto group = std::make_shared<const Group>(count);
-        RegisterCreation(count, group);
-        RegisterOpening(count, group);
-        RegisterListing(count, group);
-    }
+        root.ListArrays();
+    };
+    const auto listTables = [](IGroup& root, std::size_t /*count*/)
+    {
+        root.ListTables();
+    };
+    const auto listGroups = [](IGroup& root, std::size_t /*count*/)
+    {
+        root.ListGroups();
+    };
+    const auto countGroups = [](IGroup& root, std::size_t /*count*/)
+    {
+        root.GetNumberOfGroups();
+    };
+    Rows rows;
+    const auto add = [&](const std::string& work, const Place& place, double target, auto... sides)
+    {
+        rows.push_back(On({"small arrays/" + work, "children", counts, target}, place, Root{}, sides...));
+    };
+    add("create arrays of 8 doubles", fresh, 1.10, ForEachName(createArray), CreatePlainArrays, CreateArraysByCpp);
+    add("open arrays, ask for type and shape", arrays, 1.15, open, ForEachName(openPlainArray),
+        ForEachName(openArrayByCpp));
+    add("ask whether arrays are there", arrays, 1.15, has, ForEachName(hasPlainArray), ForEachName(hasArrayByCpp));
+    add("ask whether arrays are there, beside opening them", arrays, 1.15, has, ForEachName(openPlainArray));
+    add("ask whether arrays are extensible", arrays, 1.15, isExtensible, ForEachName(openPlainArray),
+        ForEachName(openArrayByCpp));
+    add("list arrays", arrays, 1.15, listArrays, ListPlain(Kind::Array), ListByCpp(Kind::Array));
+    add("list tables", tables, 1.15, listTables, ListPlain(Kind::Table), ListByCpp(Kind::Table));
+    add("list no arrays among tables", tables, 1.15, listArrays, ListPlain(Kind::Array), ListByCpp(Kind::Array));
+    add("list no tables among arrays", arrays, 1.15, listTables, ListPlain(Kind::Table), ListByCpp(Kind::Table));
+    add("list groups", groups, 1.15, listGroups, ListPlain(Kind::Group), ListByCpp(Kind::Group));
+    add("count groups", groups, 1.15, countGroups, CountPlain(CountChild), CountByCpp);
+    add("count groups, beside opening them", groups, 1.15, countGroups, CountPlain(CountOpenedChild));
+    return rows;
 }

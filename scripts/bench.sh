@@ -1,37 +1,35 @@
 #!/usr/bin/env bash
-# Measures the library against plain HDF5, h5py and PyTables, side by side, and writes docs/benchmarks.md with its pictures.
-# `--quick` makes a short run that leaves docs/ alone; its report lies in build/bench/quick. Families that are named are
-# measured alone, and the report takes what the last run measured of the others.
+# Measures the library against plain HDF5, HDF5's C++ API, h5py and PyTables, side by side, and writes
+# docs/benchmarks.md, docs/benchmarks-internal.md and their pictures: 12 minutes on a machine that does nothing else.
+# Usage: bench.sh [--quick] [--long] [FILTER]
+#   --quick  a short run to see that everything works; its report lies in build/bench/quick, docs/ stays as it is
+#   --long   with the sizes at which a single turn takes more than 3 seconds
+#   FILTER   a regular expression for the names of rows: "tables/read"; without --quick the report goes to build/bench/part
 set -euo pipefail
 source "$(dirname "$0")/common.sh"
-families=(files_groups small_arrays whole_arrays attributes extensible_arrays tables types memory)
 report=docs
-results=build/bench/results
-if [ "${1:-}" = --quick ]; then
-  export TARNWICKHDF_BENCH_QUICK=1
-  results=build/bench/quick
-  report=$results
-  shift
-fi
-measured=("$@")
-[ "$#" -gt 0 ] || measured=("${families[@]}" peers)
+filter=
+for argument in "$@"; do
+  case $argument in
+    --help) sed -n '2,7s/^# //p' "$0"; exit ;;
+    --quick) export TARNWICKHDF_BENCH_QUICK=1; report=build/bench/quick ;;
+    --long) export TARNWICKHDF_BENCH_LONG=1 ;;
+    *) filter=$argument; [ $report != docs ] || report=build/bench/part ;;
+  esac
+done
 scripts/install-deps.sh build bench
-build_preset bench "${families[@]/#/bench_}"
+build_preset bench tarnwickhdf_bench
 
 # Files in memory where the system has a place for them: the disk must not decide.
-folder=build/bench/files
-if [ -w /dev/shm ]; then folder=$(mktemp -d /dev/shm/tarnwickhdf-bench.XXXXXX); fi
-mkdir -p "$folder" "$report/images" "$results"
-trap 'rm -rf "$folder"' EXIT
-export TARNWICKHDF_BENCH_DIR=$folder
-for family in "${measured[@]}"; do
-  stage "Measuring: $family"
-  if [ "$family" = peers ]; then
-    "$python" benchmarks/peers.py >"$results/peers.json"
-  else
-    quietly "build/bench/benchmarks/bench_$family" --benchmark_out="$results/$family.json" --benchmark_out_format=json
-  fi
-done
+TARNWICKHDF_BENCH_DIR=build/bench/files
+if [ -w /dev/shm ]; then TARNWICKHDF_BENCH_DIR=$(mktemp -d /dev/shm/tarnwickhdf-bench.XXXXXX); fi
+export TARNWICKHDF_BENCH_DIR
+trap 'rm -rf "$TARNWICKHDF_BENCH_DIR"' EXIT
+mkdir -p "$TARNWICKHDF_BENCH_DIR" "$report/images"
+results=build/bench/results.json
+stage "Measuring"
+quietly build/bench/benchmarks/tarnwickhdf_bench --benchmark_filter="$filter" \
+  --benchmark_out=$results --benchmark_out_format=json
 stage "Reporting"
-"$python" benchmarks/report.py "$results" "$report"
+"$python" benchmarks/report.py $results $report
 stage "Done: $report/benchmarks.md"

@@ -1,0 +1,69 @@
+#pragma once
+
+#include <cstddef>
+#include <functional>
+#include <string>
+#include <vector>
+
+namespace bench
+{
+
+/// One turn of one side. The files are opened and closed outside of what is measured.
+struct Turn
+{
+    double seconds = 0;
+    std::size_t heapPeak = 0;  ///< Beyond what was allocated before; counted in a side's first turn only.
+    std::size_t fileBytes = 0; ///< Of the file that the side worked on, after its close.
+};
+
+/// Prepares what it needs, does the work once for a size and tells what it took.
+using Side = std::function<Turn(std::size_t size)>;
+
+/// One row: all that there is to say of a measurement. The sides of a row take turns, and so do h5py and PyTables for the
+/// rows that peers.py knows by the same name.
+struct Row
+{
+    std::string name; ///< "family/work", or "family/work, beside another way" where `plain` isn't the best one.
+    std::string unit; ///< What a size counts.
+    std::vector<std::size_t> sizes; ///< A short run leaves out the last.
+    double target = 0;          ///< The highest ratio of library to plain that the project allows itself, 0 for none.
+    std::size_t targetFrom = 0; ///< The smallest size that the target holds for.
+    Side library = {};          ///< A side that is missing isn't measured.
+    Side plain = {};            ///< The program that a good programmer of plain HDF5 would write for the same work.
+    Side cpp = {};              ///< HDF5's C++ API.
+};
+
+using Rows = std::vector<Row>;
+
+// Each family of rows stands in a file of its own.
+Rows FileRows();
+Rows SmallArrayRows();
+Rows ArrayRows();
+Rows AttributeRows();
+Rows ExtensibleArrayRows();
+Rows TableRows();
+Rows TypeRows();
+
+/// A file in the folder for the benchmarks' files, which TARNWICKHDF_BENCH_DIR names.
+std::string PathOf(const std::string& name);
+
+/// "prefix000000", "prefix000001" and so on, in the order of HDF5's name index.
+const std::vector<std::string>& Names(const std::string& prefix, std::size_t count);
+
+void BeginWork();
+Turn EndWork();
+
+/// What of a turn is measured.
+template <typename Work>
+Turn Measured(Work work)
+{
+    BeginWork();
+    work();
+    return EndWork();
+}
+
+/// The heap of the process, counted between the two calls.
+void BeginCountingHeap();
+std::size_t EndCountingHeap();
+
+} // namespace bench
