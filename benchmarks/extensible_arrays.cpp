@@ -109,7 +109,7 @@ struct PlainArray
         if (block.Length() != length)
         {
             length = block.Length();
-            H5Sset_extent_simple(memory, 1, &length, nullptr);
+            H5Sset_extent_simple(memory, 2, block.count, nullptr);
         }
         if (isAppend)
         {
@@ -192,6 +192,27 @@ struct OpenLiterally
     }
 };
 
+hid_t IdOf(const IExtensibleArray2D& array)
+{
+    return array.LocationID();
+}
+
+hid_t IdOf(const std::unique_ptr<PlainArray>& array)
+{
+    return array->set;
+}
+
+hid_t IdOf(const bench::Id& set)
+{
+    return set;
+}
+
+hid_t IdOf(const H5::DataSet& set)
+{
+    return set.getId();
+}
+
+// What was appended is in the file at the end, however much a cache can hold.
 template <typename Move>
 auto ForEachBlock(const Work& work, Move move)
 {
@@ -201,6 +222,10 @@ auto ForEachBlock(const Work& work, Move move)
         for (std::size_t i = 0; i < blocks; ++i)
         {
             move(array, work.At(i, rows));
+        }
+        if (work.isAppend)
+        {
+            H5Dflush(IdOf(array));
         }
     };
 }
@@ -269,15 +294,19 @@ void AddRows(bench::Rows& rows, const Storage& storage, const Work& work, Move m
     {
         MoveLiterally(set, block, isAppend);
     };
-    rows.push_back(bench::On({name, "rows", storage.rows, 1.10}, place, open, ForEachBlock(work, move),
+    const std::vector<std::size_t> counts =
+        work.step == 1 ? storage.rows : std::vector<std::size_t>{1000, 10000, 100000};
+    rows.push_back(bench::On({name, "rows", counts, 1.10}, place, open, ForEachBlock(work, move),
                              ForEachBlock(work, plain), ForEachBlock(work, cpp)));
-    if (work.step == 1)
+    bench::Row row = {name + ", beside the literal calls", "rows", storage.literalRows, 0.90};
+    if (work.step > 1)
     {
-        bench::Row row = {name + ", beside the literal calls", "rows", storage.literalRows, 0.90};
-        row.library = rows.back().library;
-        row.plain = bench::Plain(place, OpenLiterally{open}, ForEachBlock(work, literal));
-        rows.push_back(row);
+        row.sizes = {1000, 10000};
+        row.target = 0;
     }
+    row.library = rows.back().library;
+    row.plain = bench::Plain(place, OpenLiterally{open}, ForEachBlock(work, literal));
+    rows.push_back(row);
 }
 
 // Arrays of no rows, to open by name.
@@ -345,12 +374,25 @@ bench::Rows bench::ExtensibleArrayRows()
     {
         array.ReadColumnToBuffer(static_cast<int>(block.start[1]), Values(block.Length()).data(), TDataType::Double);
     };
+    const auto appendRows = [](IExtensibleArray2D& array, const Block& block)
+    {
+        const int count = static_cast<int>(block.count[0]);
+        array.AppendRowsFromBuffer(count, Values(block.Length()).data(), TDataType::Double);
+    };
+    const auto readRows = [](IExtensibleArray2D& array, const Block& block)
+    {
+        const int count = static_cast<int>(block.count[0]);
+        array.ReadRowsToBuffer(static_cast<int>(block.start[0]), count, Values(block.Length()).data(),
+                               TDataType::Double);
+    };
     Rows rows = {OpeningRow()};
     for (const Storage& storage : kStorages)
     {
-        AddRows(rows, storage, {"append rows", true, true, 1}, appendRow);
+        AddRows(rows, storage, {"append rows and flush", true, true, 1}, appendRow);
         AddRows(rows, storage, {"read rows", false, true, 1}, readRow);
-        AddRows(rows, storage, {"append 16 columns", true, false, 1}, appendColumn);
+        AddRows(rows, storage, {"append rows in blocks of 1,000 and flush", true, true, 1000}, appendRows);
+        AddRows(rows, storage, {"read rows in blocks of 1,000", false, true, 1000}, readRows);
+        AddRows(rows, storage, {"append 16 columns and flush", true, false, 1}, appendColumn);
         AddRows(rows, storage, {"read 16 columns", false, false, 1}, readColumn);
     }
     return rows;

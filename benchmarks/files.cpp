@@ -161,7 +161,7 @@ bench::Rows bench::FileRows()
     {
         WriteMark(Id(H5Fcreate(path.c_str(), H5F_ACC_TRUNC, H5P_DEFAULT, access)));
     };
-    const Row groups = {"files and groups/create 10,000 groups", "levels deep", {1, 2, 3, 4, 5, 6}, 1.15};
+    const Row groups = {"files and groups/create 10,000 groups", "levels =", {1, 2, 3, 4, 5, 6}, 1.15};
     Rows rows = {On(groups, {"groups"}, Root{}, CreateGroups, CreatePlainGroups, CreateGroupsByCpp)};
     const auto add = [&](const std::string& work, double target, Side library, Side plain, Side cpp = {})
     {

@@ -303,6 +303,7 @@ def extensible_arrays(word, chunk_rows, deflate):
             for at in range(0, count, step):
                 node.resize(at + step, axis=0)
                 node[at:at + step] = block
+            node.flush()
         return do
 
     def append_rows_tables(step):
@@ -317,6 +318,7 @@ def extensible_arrays(word, chunk_rows, deflate):
         for column in range(COLUMNS):
             node.resize(column + 1, axis=1)
             node[:, column] = data_of(count, line_of)
+        node.flush()
 
     def append_columns_tables(_, node, count):
         for _ in range(COLUMNS):
@@ -343,9 +345,9 @@ def extensible_arrays(word, chunk_rows, deflate):
     by_rows, by_columns = empty(lambda size: (0, COLUMNS)), empty(lambda size: (size, 0))
     there = stored("extensible-" + word.replace(" ", "-"), both(make("h5py"), make("PyTables")), "rows")
     for blocks, step in ("", 1), (" in blocks of 1,000", 1000):
-        row(f"extensible arrays/append rows{blocks}, {word}", by_rows, append_rows_h5py(step), append_rows_tables(step))
+        row(f"extensible arrays/append rows{blocks} and flush, {word}", by_rows, append_rows_h5py(step), append_rows_tables(step))
         row(f"extensible arrays/read rows{blocks}, {word}", there, *2 * [read_rows(step)])
-    row(f"extensible arrays/append 16 columns, {word}", by_columns, append_columns_h5py, append_columns_tables)
+    row(f"extensible arrays/append 16 columns and flush, {word}", by_columns, append_columns_h5py, append_columns_tables)
     row(f"extensible arrays/read 16 columns, {word}", there, *2 * [read_columns])
 
 

@@ -41,7 +41,9 @@ class Row:
         return self.entry[key]
 
     def size_text(self):
-        return bytes_text(self.size) if self.unit == "bytes" else f"{self.size:,} {self.unit}"
+        if self.unit == "bytes":
+            return bytes_text(self.size)
+        return f"{self.unit} {self.size}" if self.unit.endswith("=") else f"{self.size:,} {self.unit}"
 
     def quartiles(self):
         return f"{self.ratio_q1:.2f} to {self.ratio_q3:.2f}"
@@ -99,16 +101,18 @@ def grouped(rows, key):
 
 
 def lost_lines(rows):
-    """Why a row is lost, once for all sizes that share a reason."""
+    """Why rows are lost: a line for each reason."""
     lost = {}
     for row in rows:
         for winner in row.winners:
-            place = (row.work, OTHERS[winner], reason_for(row, winner) or "NO REASON GIVEN")
-            lost.setdefault(place, []).append(row.size_text())
+            who = row.beside if row.beside else OTHERS[winner]
+            works = lost.setdefault(reason_for(row, winner) or "NO REASON GIVEN", {})
+            works.setdefault(row.work, {})[who] = None
     if lost:
         yield "Where another is faster:\n"
-    for (work, winner, reason), sizes in lost.items():
-        yield f"- **{work}**, {winner} ({', '.join(sizes)}): {reason}"
+    for reason, works in lost.items():
+        texts = [f"**{work}** ({', '.join(winners)})" for work, winners in works.items()]
+        yield f"- {', '.join(texts)}: {reason}."
 
 
 def family_section(family, rows):
@@ -130,7 +134,7 @@ def family_section(family, rows):
 
 
 def memory_table(rows):
-    shown = [row for row in rows if row.is_compared and max(row.library_heap, row.plain_heap) > MIB // 2]
+    shown = [row for row in rows if abs(row.library_heap - row.plain_heap) > max(row.plain_heap / 10, 65536)]
     largest = [max(points, key=lambda row: row.size) for points in grouped(shown, lambda row: row.name).values()]
     return table(["work", "beside", "size:", "library:", "plain HDF5:"],
                  [[f"{row.family}: {row.work}", row.beside, row.size_text(), bytes_text(row.library_heap),
@@ -138,7 +142,7 @@ def memory_table(rows):
 
 
 def file_table(rows):
-    shown = [row for row in rows if row.is_compared and row.plain_file > 65536 and
+    shown = [row for row in rows if row.plain_file > 65536 and
              abs(row.library_file / row.plain_file - 1) > 0.005]
     return table(["work", "beside", "size:", "library:", "plain HDF5:", "ratio:"],
                  [[f"{row.family}: {row.work}", row.beside, row.size_text(), bytes_text(row.library_file),
@@ -188,7 +192,7 @@ def save(figure, path):
     """A picture of few colours is a small one."""
     figure.savefig(path, dpi=80)
     plt.close(figure)
-    Image.open(path).convert("RGB").quantize(16).save(path, optimize=True)
+    Image.open(path).convert("RGB").quantize(48).save(path, optimize=True)
 
 
 def draw_overview(rows, folder):
@@ -200,6 +204,7 @@ def draw_overview(rows, folder):
         axes.plot(*zip(*shown), STYLES[other][2], color=STYLES[other][0], markersize=4, label=label)
     axes.axvline(1, color=STYLES["library"][0], linewidth=1, label="the library")
     axes.set_xscale("log")
+    axes.xaxis.set_major_formatter("{x:g}")
     axes.set_yticks(range(len(points)), [f"{row.family}: {row.work}" for row in points], fontsize=7)
     axes.invert_yaxis()
     axes.set_xlabel("time over the library's time at the largest size: right of 1 the library is faster", fontsize=8)
@@ -227,7 +232,7 @@ def draw_family(family, rows, folder):
                              label=OTHERS.get(side, side))
         panel.set_title(points[0].work, fontsize=7)
         panel.tick_params(labelsize=6)
-        panel.set_xlabel(points[0].unit, fontsize=6)
+        panel.set_xlabel(points[0].unit.rstrip(" ="), fontsize=6)
         panel.set_ylabel("seconds", fontsize=6)
     handles = {label: handle for panel in panels.flat for handle, label in zip(*panel.get_legend_handles_labels())}
     figure.legend(handles.values(), handles.keys(), loc="lower center", ncol=5, fontsize=7, frameon=False)

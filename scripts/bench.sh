@@ -31,5 +31,6 @@ stage "Measuring"
 quietly build/bench/benchmarks/tarnwickhdf_bench --benchmark_filter="$filter" \
   --benchmark_out=$results --benchmark_out_format=json
 stage "Reporting"
+rm -f "$report"/images/bench-*
 "$python" benchmarks/report.py $results $report
 stage "Done: $report/benchmarks.md"
