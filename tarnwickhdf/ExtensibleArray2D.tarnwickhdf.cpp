@@ -148,19 +148,20 @@ std::uint64_t CacheBytesForColumns(const Chunking& chunking, std::uint64_t chunk
 std::uint64_t CacheBytesFor(const Chunking& chunking)
 {
     const std::uint64_t chunkBytes = chunking.chunk[kRows] * chunking.chunk[kColumns] * chunking.elementSize;
-    return std::max(CacheBytesForRows(chunking, chunkBytes), CacheBytesForColumns(chunking, chunkBytes));
+    const std::uint64_t bytes =
+        std::max(CacheBytesForRows(chunking, chunkBytes), CacheBytesForColumns(chunking, chunkBytes));
+    return std::max(bytes, kDefaultCacheBytes);
 }
 
-// The access list with a chunk cache for these chunks; none where HDF5's default cache will do.
-ScopedPropertyList CreateAccessList(const Chunking& chunking)
+// The access list with a chunk cache of so many bytes; none where HDF5's default cache will do.
+ScopedPropertyList CreateAccessList(std::uint64_t cacheBytes)
 {
-    const std::uint64_t bytes = CacheBytesFor(chunking);
-    if (bytes <= kDefaultCacheBytes)
+    if (cacheBytes <= kDefaultCacheBytes)
     {
         return ScopedPropertyList(H5P_DEFAULT);
     }
     ScopedPropertyList list(H5Pcreate(H5P_DATASET_ACCESS));
-    H5Pset_chunk_cache(list.get(), kCacheSlots, bytes, H5D_CHUNK_CACHE_W0_DEFAULT);
+    H5Pset_chunk_cache(list.get(), kCacheSlots, cacheBytes, H5D_CHUNK_CACHE_W0_DEFAULT);
     return list;
 }
 
@@ -190,12 +191,12 @@ ScopedPropertyList CreateChunkedList(hsize_t chunkRows, hsize_t chunkColumns, in
     return list;
 }
 
-// The chunks are known once the data set is open, and the cache is settled by opening it: large chunks cost a second
-// open. Where that fails, the data set that is open serves as well, only slower.
-void WidenCache(ScopedDataSet& dataSet, hid_t parent, const std::string& name, const Chunking& chunking)
+// The chunks are known once the data set is open, and the cache is settled by opening it: a cache that turns out too
+// small costs a second open. Where that fails, the data set that is open serves as well, only slower.
+void WidenCache(ScopedDataSet& dataSet, hid_t parent, const std::string& name, std::uint64_t cacheBytes)
 {
-    const ScopedPropertyList access = CreateAccessList(chunking);
-    if (access.get() <= 0)
+    const ScopedPropertyList access = CreateAccessList(cacheBytes);
+    if (access.get() < 0)
     {
         return;
     }
@@ -278,8 +279,8 @@ boost::shared_ptr<IExtensibleArray2D> IExtensibleArray2D::Create(boost::weak_ptr
     ScopedSpace space(H5Screate_simple(kRank, dimensions, unlimited));
     ScopedPropertyList list = CreateChunkedList(chunkRows, chunkColumns, compression);
     const hid_t typeId = DataTypeToHDFType(type);
-    const ScopedPropertyList access =
-        CreateAccessList({{chunkRows, chunkColumns}, rows, columns, H5Tget_size(typeId), compression > 0});
+    const Chunking chunking = {{chunkRows, chunkColumns}, rows, columns, H5Tget_size(typeId), compression > 0};
+    const ScopedPropertyList access = CreateAccessList(CacheBytesFor(chunking));
     ScopedDataSet dataSet(H5Dcreate2(parent, name.c_str(), typeId, space.get(), H5P_DEFAULT, list.get(), access.get()));
     CheckResult(H5Pclose(list.release()), "error closing property list");
     CheckResult(H5Sclose(space.release()), "error closing dataspace");
@@ -291,9 +292,21 @@ boost::shared_ptr<IExtensibleArray2D> IExtensibleArray2D::Create(boost::weak_ptr
 boost::shared_ptr<IExtensibleArray2D> IExtensibleArray2D::Open(boost::weak_ptr<IFile> file, hid_t parent,
                                                                const std::string& name)
 {
-    ScopedDataSet dataSet = OpenDataSetAt("ExtensibleArray", parent, name);
+    const boost::shared_ptr<IFile> openFile = file.lock();
+    std::uint64_t cacheBytes = kDefaultCacheBytes;
+    if (openFile)
+    {
+        cacheBytes = std::max<std::uint64_t>(cacheBytes, openFile->m_chunk_cache_bytes);
+    }
+    ScopedDataSet dataSet = OpenDataSetAt("ExtensibleArray", parent, name, CreateAccessList(cacheBytes).get());
     CheckResult(dataSet.get(), "could not open extensible array '", name, "'");
-    return FromOpenDataSet(std::move(file), parent, name, dataSet.release(), false);
+    boost::shared_ptr<IExtensibleArray2D> array =
+        FromDataSetWithCache(cacheBytes, std::move(file), parent, name, dataSet.release(), false);
+    if (openFile)
+    {
+        openFile->m_chunk_cache_bytes = static_cast<unsigned int>(std::min(cacheBytes, kLargestCacheForColumns));
+    }
+    return array;
 }
 
 // What Open would do, without the exception and without the wider cache.
@@ -306,10 +319,19 @@ bool IExtensibleArray2D::IsAt(hid_t parent, const std::string& name)
     return dataSet.get() >= 0 && !FindRefusal(dataSet.get(), type, rows, columns);
 }
 
-// Takes over the data set on every way out.
 boost::shared_ptr<IExtensibleArray2D> IExtensibleArray2D::FromOpenDataSet(boost::weak_ptr<IFile> file, hid_t parent,
                                                                           const std::string& name, hid_t opened,
                                                                           bool isNullIfRefused)
+{
+    std::uint64_t cacheBytes = kDefaultCacheBytes;
+    return FromDataSetWithCache(cacheBytes, std::move(file), parent, name, opened, isNullIfRefused);
+}
+
+// Takes over the data set on every way out. The bytes of its chunk cache come in, and what they should be goes out.
+boost::shared_ptr<IExtensibleArray2D> IExtensibleArray2D::FromDataSetWithCache(std::uint64_t& cacheBytes,
+                                                                               boost::weak_ptr<IFile> file,
+                                                                               hid_t parent, const std::string& name,
+                                                                               hid_t opened, bool isNullIfRefused)
 {
     ScopedDataSet dataSet(opened);
     TDataType::TDataType type = TDataType::Undefined;
@@ -330,7 +352,12 @@ boost::shared_ptr<IExtensibleArray2D> IExtensibleArray2D::FromOpenDataSet(boost:
                     "could not close location for IExtensibleArray2D after failing to QueryInfo it");
         throw;
     }
-    WidenCache(dataSet, parent, name, ChunkingOf(dataSet.get(), type, rows, columns));
+    const std::uint64_t openedWith =
+        std::exchange(cacheBytes, CacheBytesFor(ChunkingOf(dataSet.get(), type, rows, columns)));
+    if (cacheBytes > openedWith)
+    {
+        WidenCache(dataSet, parent, name, cacheBytes);
+    }
     std::unique_ptr<IExtensibleArray2D> array(
         new IExtensibleArray2D(std::move(file), dataSet.get(), name, type, rows, columns));
     return HandOver(std::move(array), dataSet);

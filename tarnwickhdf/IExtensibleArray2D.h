@@ -9,6 +9,7 @@
 
 #include <hdf5.h>
 
+#include <cstdint>
 #include <memory>
 #include <string>
 
@@ -157,6 +158,10 @@ private:
     static boost::shared_ptr<IExtensibleArray2D> FromOpenDataSet(boost::weak_ptr<IFile> file, hid_t parent,
                                                                  const std::string& name, hid_t opened,
                                                                  bool isNullIfRefused);
+    static boost::shared_ptr<IExtensibleArray2D> FromDataSetWithCache(std::uint64_t& cacheBytes,
+                                                                      boost::weak_ptr<IFile> file, hid_t parent,
+                                                                      const std::string& name, hid_t opened,
+                                                                      bool isNullIfRefused);
     void ReadLine(const Line& line, void* buffer, TDataType::TDataType type);
     void WriteLine(hid_t fileSpace, const Line& line, const void* buffer, TDataType::TDataType type);
     template <typename Transfer>

@@ -158,6 +158,8 @@ private:
     unsigned int CountOpen(unsigned int types) const;
 
     bool m_closed;
+    // What the extensible array that was opened last wants of its chunk cache; stands where the class had a gap.
+    unsigned int m_chunk_cache_bytes = 0;
     boost::shared_ptr<IGroup> m_root;
     std::set<INode*> m_nodes;
     unsigned int m_api_version;
@@ -166,6 +168,7 @@ private:
     // Behind a pointer, so that the class keeps its size.
     std::unique_ptr<std::set<INode*>> m_copies;
 
+    friend class IExtensibleArray2D;
     friend class INode;
 };
 

@@ -49,8 +49,8 @@ bool EveryObjectExists(hid_t location, const std::vector<std::string>& prefixes)
 
 // An open that succeeds answers all questions about the path at the cost of one look-up. One that fails must not be
 // heard of: the caller asks the questions then.
-template <typename Holder>
-Holder TryToOpen(hid_t (*open)(hid_t, const char*), hid_t parent, const std::string& name)
+template <typename Holder, typename Open>
+Holder TryToOpen(Open open, hid_t parent, const std::string& name)
 {
     Holder opened;
     if (!HasDotComponent(name))
@@ -132,9 +132,13 @@ void CheckObjectOfType(const std::string& kind, hid_t location, const std::strin
     }
 }
 
-ScopedDataSet OpenDataSetAt(const std::string& kind, hid_t parent, const std::string& name)
+ScopedDataSet OpenDataSetAt(const std::string& kind, hid_t parent, const std::string& name, hid_t accessList)
 {
-    ScopedDataSet dataSet = TryToOpen<ScopedDataSet>(&H5Dopen1, parent, name);
+    const auto open = [accessList](hid_t location, const char* path)
+    {
+        return H5Dopen2(location, path, accessList);
+    };
+    ScopedDataSet dataSet = TryToOpen<ScopedDataSet>(open, parent, name);
     if (dataSet.get() < 0)
     {
         CheckObjectOfType(kind, parent, name, H5O_TYPE_DATASET);

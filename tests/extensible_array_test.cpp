@@ -161,4 +161,42 @@ TEST_F(ExtensibleArray, AFailedAppendLeavesTheFileABlockAheadAndTheNextLandsBehi
     EXPECT_EQ(ContentOf(*array), "[5,3] chunk [2,2]: [1,2,3,4,5,6,0,0,0,0,0,0,7,8,9]");
 }
 
+size_t CacheBytesOf(const IExtensibleArray2D& array)
+{
+    const ScopedPropertyList list(H5Dget_access_plist(array.LocationID()));
+    size_t bytes = 0;
+    H5Pget_chunk_cache(list.get(), nullptr, &bytes, nullptr);
+    return bytes;
+}
+
+TEST_F(ExtensibleArray, IsOpenedWithACacheThatHoldsItsRowsWhicheverWasOpenedBefore)
+{
+    constexpr size_t kMiB = 1U << 20U;
+    root->CreateExtensibleArray2D("2 MiB", Char, 1, 2, 1 << 20, 1, 0);
+    root->CreateExtensibleArray2D("4 MiB", Char, 1, 1, 4 << 20, 1, 0);
+    root->CreateExtensibleArray2D("32 MiB", Char, 1, 2, 16 << 20, 1, 0);
+
+    for (const std::string first : {"array", "2 MiB", "4 MiB", "32 MiB"})
+    {
+        root->GetExtensibleArray2D(first);
+        EXPECT_GE(CacheBytesOf(*root->GetExtensibleArray2D("array")), kMiB) << first;
+        root->GetExtensibleArray2D(first);
+        EXPECT_GE(CacheBytesOf(*root->GetExtensibleArray2D("2 MiB")), 2 * kMiB) << first;
+        root->GetExtensibleArray2D(first);
+        EXPECT_GE(CacheBytesOf(*root->GetExtensibleArray2D("4 MiB")), 4 * kMiB) << first;
+        root->GetExtensibleArray2D(first);
+        EXPECT_GE(CacheBytesOf(*root->GetExtensibleArray2D("32 MiB")), 32 * kMiB) << first;
+    }
+}
+
+TEST_F(ExtensibleArray, OfAFewChunksHasACacheOfAFewMebibytesWhicheverWasOpenedBefore)
+{
+    root->CreateExtensibleArray2D("64 MiB", Char, 1, 4, 16 << 20, 1, 0);
+    root->GetExtensibleArray2D("64 MiB");
+
+    EXPECT_LE(CacheBytesOf(*root->CreateExtensibleArray2D("small", Char, 1, 1, 8, 1, 0)), 1U << 20U);
+    EXPECT_LE(CacheBytesOf(*root->GetExtensibleArray2D("small")), 16U << 20U);
+    EXPECT_LE(CacheBytesOf(*root->GetExtensibleArray2D("small")), 1U << 20U);
+}
+
 } // namespace tarnwick::hdf::tests

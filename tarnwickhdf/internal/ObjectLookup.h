@@ -29,7 +29,8 @@ bool HasDotComponent(const std::string& name);
 /// Opens the data set at a path. That it opens answers CheckObjectOfType's question too, so that the object is looked
 /// up once; only where it doesn't is CheckObjectOfType asked, for the words of its failure. A negative id comes back
 /// with the traceback of H5Dopen1 still on the stack, for the caller's message.
-ScopedDataSet OpenDataSetAt(const std::string& kind, hid_t parent, const std::string& name);
+ScopedDataSet OpenDataSetAt(const std::string& kind, hid_t parent, const std::string& name,
+                            hid_t accessList = H5P_DEFAULT);
 
 /// The same for a group, with the kind word "Group".
 ScopedGroup OpenGroupAt(hid_t parent, const std::string& name);
