@@ -37,7 +37,9 @@ herr_t AppendFrame(int number, H5E_error1_t* frame, void* text)
     try
     {
         std::string& traceback = *static_cast<std::string*>(text);
-        traceback += "#" + std::to_string(number) + ": in func ";
+        traceback += "#";
+        traceback += std::to_string(number);
+        traceback += ": in func ";
         AppendText(traceback, frame->func_name);
         traceback += "(): ";
         AppendText(traceback, frame->desc);
