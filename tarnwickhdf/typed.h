@@ -21,7 +21,7 @@
 #include <cstring>
 #include <exception>
 #include <initializer_list>
-#include <iterator>
+#include <limits>
 #include <memory>
 #include <new>
 #include <stdexcept>
@@ -258,12 +258,23 @@ struct TextBuffer
     }
 };
 
-inline void CheckRows(size_t values, size_t columns)
+inline size_t CountRows(size_t values, size_t columns)
 {
     if (columns == 0 || values % columns != 0)
     {
         throw std::runtime_error(std::to_string(values) + " values are no whole rows of " + std::to_string(columns));
     }
+    return values / columns;
+}
+
+/// A number of rows as extensible arrays take it.
+inline int RowNumber(size_t rows)
+{
+    if (rows > static_cast<size_t>(std::numeric_limits<int>::max()))
+    {
+        throw std::runtime_error("row " + std::to_string(rows) + " is out of reach");
+    }
+    return static_cast<int>(rows);
 }
 
 /// Whether a write in place stores exactly these elements.
@@ -510,8 +521,8 @@ boost::shared_ptr<IArray> StoreArray(IGroup& group, const std::string& name, con
 try
 {
     constexpr TDataType::TDataType kType = ElementTypeOf<T>();
-    detail::CheckRows(values.size(), columns);
-    return detail::Store(group, name, values.data(), kType, values.size() / columns, columns);
+    const size_t rows = detail::CountRows(values.size(), columns);
+    return detail::Store(group, name, values.data(), kType, rows, columns);
 }
 catch (const std::exception&)
 {
@@ -626,22 +637,18 @@ catch (const std::exception&)
 
 /// Appends whole rows to an extensible array, one behind the other in `values`. HDF5 converts between number types.
 /// @throws std::runtime_error path + ": " + size + " values are no whole rows of " + columns, path + ": holds texts",
-///         before anything is written; and what IExtensibleArray2D::AppendRowFromBuffer throws.
+///         before anything is written; and what IExtensibleArray2D::AppendRowsFromBuffer throws.
 template <typename T>
 void AppendRows(IExtensibleArray2D& array, const std::vector<T>& values)
 try
 {
     constexpr TDataType::TDataType kType = ElementTypeOf<T>();
-    const size_t columns = array.GetNumberOfColumns();
-    detail::CheckRows(values.size(), columns);
+    const size_t rows = detail::CountRows(values.size(), array.GetNumberOfColumns());
     if (detail::IsText(array.GetType()))
     {
         throw std::runtime_error("holds texts");
     }
-    for (size_t i = 0; i < values.size(); i += columns)
-    {
-        array.AppendRowFromBuffer(values.data() + i, kType);
-    }
+    array.AppendRowsFromBuffer(detail::RowNumber(rows), values.data(), kType);
 }
 catch (const std::exception&)
 {
@@ -649,15 +656,14 @@ catch (const std::exception&)
 }
 
 /// Reads the `count` rows from `first` on into `values`, one behind the other.
-/// @throws std::runtime_error path + ": rows " + first + " to " + end + " of " + rows, path + ": holds texts"; and what
-///         IExtensibleArray2D::ReadRowToBuffer throws.
+/// @throws std::runtime_error path + ": has no rows " + first + " to " + end + ", it has " + rows, path + ": holds texts"; and what
+///         IExtensibleArray2D::ReadRowsToBuffer throws.
 template <typename T>
 void ReadRows(IExtensibleArray2D& array, size_t first, size_t count, std::vector<T>& values)
 try
 {
     constexpr TDataType::TDataType kType = ElementTypeOf<T>();
     const size_t rows = array.GetNumberOfRows();
-    const size_t columns = array.GetNumberOfColumns();
     if (first > rows || count > rows - first)
     {
         throw std::runtime_error("has no rows " + std::to_string(first) + " to " + std::to_string(first + count) +
@@ -667,11 +673,8 @@ try
     {
         throw std::runtime_error("holds texts");
     }
-    values.resize(count * columns);
-    for (size_t i = 0; i < count; ++i)
-    {
-        array.ReadRowToBuffer(static_cast<int>(first + i), values.data() + i * columns, kType);
-    }
+    values.resize(count * array.GetNumberOfColumns());
+    array.ReadRowsToBuffer(detail::RowNumber(first), detail::RowNumber(count), values.data(), kType);
 }
 catch (const std::exception&)
 {

@@ -2,6 +2,8 @@
 
 #include "Fixture.h"
 
+#include <tarnwickhdf/version.h>
+
 namespace tarnwick::hdf::tests
 {
 
@@ -157,6 +159,7 @@ inline const Operation kOperations[] = {
          c.answer << c.g->GetFullName();
          c.g->Flush();
          GarbageCollect();
+         c.answer << DescribeVersions();
      }},
     {"node.copy",
      [](Case& c)
