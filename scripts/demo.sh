@@ -3,11 +3,14 @@
 set -euo pipefail
 source "$(dirname "$0")/common.sh"
 scripts/install-deps.sh build demo
-build_preset demo weather airports tree
+build_preset demo logger weather airports tree
 programs=build/demo/examples
 out=build/demo/files
 rm -rf "$out"
 mkdir -p "$out"
+stage "logger: a day of samples, then an hour more in the same file"
+"$programs/logger" "$out"
+"$programs/logger" "$out" 360
 stage "weather: four years of weather go into a file and come back"
 "$programs/weather" examples/data "$out"
 stage "airports: 3,376 rows with text columns"
