@@ -7,9 +7,14 @@ namespace tarnwick
 
 size_t count_heap_used_bytes()
 {
-    // mallinfo2 has 64-bit fields; mallinfo's wrap at 2 GiB. Blocks with a mapping of their own stand apart in hblkhd.
+    // Blocks with a mapping of their own stand apart in hblkhd. Only mallinfo2 has fields of 64 bits.
+#if __GLIBC_PREREQ(2, 33)
     const struct mallinfo2 info = mallinfo2();
     return info.uordblks + info.hblkhd;
+#else
+    const struct mallinfo info = mallinfo();
+    return size_t{static_cast<unsigned int>(info.uordblks)} + static_cast<unsigned int>(info.hblkhd);
+#endif
 }
 
 } // namespace tarnwick

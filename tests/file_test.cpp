@@ -351,6 +351,9 @@ struct FileOnAFullDisk : HdfTest, ::testing::WithParamInterface<FullDisk>
 
 TEST_P(FileOnAFullDisk, GivesExceptionsAndLeavesOtherFilesAndTheExitAlone)
 {
+#if H5_VERSION_GE(2, 0, 0)
+    GTEST_SKIP() << "HDF5 2 closes a file on a full disk by an assertion of its own, which ends the process";
+#endif
     const auto fillTheDisk = [&]
     {
         GarbageCollect(); // what HDF5 keeps for reuse was allocated before

@@ -71,7 +71,7 @@ class Model:
         """Plays an operation and gives what the library must tell: how it failed, what it read, what is at the name."""
         before = []
         if o.action == 'open':
-            self.file = h5py.File('model.h5', 'w', driver='core')
+            self.file = h5py.File('model.h5', 'w', driver='core', libver=('earliest', 'latest'))
             self.file.attrs.create('__vorl_api_version', [1], dtype='u4')
             self.row = ROWS[o.row]
         elif o.action == 'reopen':  # The file is walked while it is closed.
@@ -88,7 +88,7 @@ class Model:
             self.change(at, o)
         except Refused as refused:
             return b'!%s' % refused.args
-        except (KeyError, RuntimeError, ValueError):
+        except (KeyError, OSError, RuntimeError, ValueError):
             words = FAILURES.get(o.action, b'!could not create dataset')
             return words and words.replace(b'%s', o.mark if 'mark' in o.action else o.name)
         return None

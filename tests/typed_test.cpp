@@ -53,9 +53,11 @@ bool operator==(const Reading& one, const Reading& other)
 
 std::vector<Reading> SomeReadings()
 {
-    return {{100, 20.5, {1.5, -2.5}, "north", "C", {1, 2}},
-            {160, -3.25, {0, 0}, "Zürich", "F", {-1, 1}},
-            {220, 0.125, {7, 8}, "", "", {}}};
+    // g++ 10 can't make a vector of texts in character arrays at once.
+    const Reading readings[] = {{100, 20.5, {1.5, -2.5}, "north", "C", {1, 2}},
+                                {160, -3.25, {0, 0}, "Zürich", "F", {-1, 1}},
+                                {220, 0.125, {7, 8}, "", "", {}}};
+    return {std::begin(readings), std::end(readings)};
 }
 
 struct Typed : OpenFileTest
