@@ -413,9 +413,7 @@ boost::shared_ptr<IArray> IArray::CreateFromBuffer(boost::weak_ptr<IFile> file, 
         fileType = DataTypeToHDFType(type);
         CreateNumberSpace(builder, length, components, H5Tget_size(fileType), compression);
     }
-    builder.CreateDataSet(parent, name, fileType);
-    CheckResult(H5Dwrite(builder.dataSet, fileType, builder.memorySpace, H5S_ALL, H5P_DEFAULT, buffer),
-                "error writing to dataset");
+    builder.CreateDataSetAndWrite(parent, name, fileType, buffer, fileType);
     std::unique_ptr<IArray> array(new IArray(std::move(file), parent, builder.dataSet, name, components, length,
                                              fileType, compression, type == TDataType::String));
     builder.TakeDataSet();

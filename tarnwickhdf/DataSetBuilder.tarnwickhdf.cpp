@@ -5,6 +5,8 @@
 
 #include <algorithm>
 #include <cstdint>
+#include <functional>
+#include <numeric>
 
 namespace tarnwick::hdf
 {
@@ -49,10 +51,10 @@ void IDataSetBuilder::CheckSpaceNotCreated(hid_t fileSpaceId)
     CheckResult(fileSpaceId != 0 ? -1 : 0, "Data set space already created!");
 }
 
-void IDataSetBuilder::SetChunk(int rank, const hsize_t* chunk) const
+bool IDataSetBuilder::SetChunk(int rank, const hsize_t* chunk) const
 {
     CheckResult(dcpl == 0 ? -1 : 0, "Invalid property for setting chunk!");
-    H5Pset_chunk(dcpl, rank, chunk);
+    return H5Pset_chunk(dcpl, rank, chunk) >= 0;
 }
 
 void IDataSetBuilder::CreateSpace(int rank, const hsize_t* dimensions, size_t elementSize, const hsize_t* chunk)
@@ -67,7 +69,7 @@ void IDataSetBuilder::CreateSpace(int rank, const hsize_t* dimensions, size_t el
     SetAutomaticChunk(rank, dimensions, elementSize);
 }
 
-void IDataSetBuilder::SetGivenChunk(int rank, const hsize_t* dimensions, size_t elementSize, const hsize_t* chunk) const
+void IDataSetBuilder::SetGivenChunk(int rank, const hsize_t* dimensions, size_t elementSize, const hsize_t* chunk)
 {
     std::uint64_t bytes = elementSize;
     for (int i = 0; i < rank; ++i)
@@ -76,10 +78,10 @@ void IDataSetBuilder::SetGivenChunk(int rank, const hsize_t* dimensions, size_t 
         bytes *= chunk[i];
     }
     CheckResult(bytes > kLargestGivenChunk ? -1 : 0, "Invalid chunk size: The maximum size for any chunk is 4GB.");
-    SetChunk(rank, chunk);
+    SetChunkOf(rank, dimensions, chunk);
 }
 
-void IDataSetBuilder::SetAutomaticChunk(int rank, const hsize_t* dimensions, size_t elementSize) const
+void IDataSetBuilder::SetAutomaticChunk(int rank, const hsize_t* dimensions, size_t elementSize)
 {
     std::uint64_t total = elementSize;
     for (int i = 0; i < rank; ++i)
@@ -88,7 +90,7 @@ void IDataSetBuilder::SetAutomaticChunk(int rank, const hsize_t* dimensions, siz
     }
     if (total <= kLargestSingleChunk)
     {
-        SetChunk(rank, dimensions);
+        SetChunkOf(rank, dimensions, dimensions);
         return;
     }
     const hsize_t pieces = (total >> kPieceShift) + 1;
@@ -97,7 +99,13 @@ void IDataSetBuilder::SetAutomaticChunk(int rank, const hsize_t* dimensions, siz
     {
         dimension = dimension > pieces ? dimension / pieces : dimension;
     }
-    SetChunk(rank, chunk.data());
+    SetChunkOf(rank, dimensions, chunk.data());
+}
+
+void IDataSetBuilder::SetChunkOf(int rank, const hsize_t* dimensions, const hsize_t* chunk)
+{
+    const bool isWhole = SetChunk(rank, chunk) && std::equal(chunk, chunk + rank, dimensions);
+    wholeChunk.elements = isWhole ? std::accumulate(dimensions, dimensions + rank, hsize_t{1}, std::multiplies<>()) : 0;
 }
 
 void IDataSetBuilder::CreateSpace1D(hsize_t length, int compression, size_t elementSize, hsize_t chunkLength)
@@ -110,12 +118,14 @@ void IDataSetBuilder::CreateSpace1D(hsize_t length, int compression, size_t elem
     AddFilters(compression);
 }
 
-void IDataSetBuilder::AddFilters(int compression) const
+void IDataSetBuilder::AddFilters(int compression)
 {
     if (compression > 0)
     {
-        H5Pset_shuffle(dcpl);
-        H5Pset_deflate(dcpl, static_cast<unsigned int>(compression));
+        const bool shuffles = H5Pset_shuffle(dcpl) >= 0;
+        const bool deflates = H5Pset_deflate(dcpl, static_cast<unsigned int>(compression)) >= 0;
+        wholeChunk.elements = shuffles && deflates ? wholeChunk.elements : 0;
+        wholeChunk.compression = compression;
     }
 }
 
@@ -131,7 +141,19 @@ void IDataSetBuilder::CreateDataSetAndWrite(hid_t parent, const std::string& nam
 {
     CreateDataSet(parent, name, fileType);
     const hid_t bufferType = memoryType > 0 ? memoryType : fileType;
-    CheckResult(H5Dwrite(dataSet, bufferType, memorySpace, H5S_ALL, H5P_DEFAULT, buffer), "error writing to dataset");
+    if (!WriteWhole(fileType, buffer, bufferType))
+    {
+        CheckResult(H5Dwrite(dataSet, bufferType, memorySpace, H5S_ALL, H5P_DEFAULT, buffer),
+                    "error writing to dataset");
+    }
+}
+
+bool IDataSetBuilder::WriteWhole(hid_t fileType, const void* buffer, hid_t bufferType) const
+{
+    const bool mayBeSameBytes = memorySpace == 0 && buffer != nullptr && wholeChunk.elements > 0;
+    const bool areSameBytes =
+        mayBeSameBytes && IsSelfContained(fileType) && (bufferType == fileType || H5Tequal(bufferType, fileType) > 0);
+    return areSameBytes && WriteWholeChunk(dataSet, wholeChunk, H5Tget_size(fileType), buffer);
 }
 
 void IDataSetBuilder::OpenDataSet(hid_t parent, const std::string& name)

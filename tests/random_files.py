@@ -154,8 +154,9 @@ def script_of(operations):
 def first_difference_of_dumps():
     dumps = [subprocess.run(['h5dump', '-p', name], check=True, capture_output=True).stdout.splitlines()[1:]
              for name in ('random.h5', 'model.h5')]
+    # Where a data set lies, and how small deflate makes it, isn't HDF5's to say.
     for dumped, wanted in itertools.zip_longest(*dumps):
-        if dumped != wanted and b'OFFSET' not in dumped:
+        if dumped != wanted and b'OFFSET' not in dumped and b':1 COMPRESSION' not in dumped:
             return f'h5dump says {dumped}\n expected    {wanted}'
     return None
 

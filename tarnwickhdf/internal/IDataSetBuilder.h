@@ -1,5 +1,7 @@
 #pragma once
 
+#include <tarnwickhdf/internal/ChunkTransfer.h>
+
 #include <hdf5.h>
 
 #include <cstddef>
@@ -25,7 +27,8 @@ public:
     static void CheckDataSetNotCreated(hid_t dataSetId);
     static void CheckSpaceNotCreated(hid_t fileSpaceId);
 
-    void SetChunk(int rank, const hsize_t* chunk) const;
+    /// False if HDF5 refuses the chunk.
+    bool SetChunk(int rank, const hsize_t* chunk) const;
 
     /// Makes the file space and sets the chunk: `chunk` if given; else one chunk for the whole data set if
     /// `elementSize` is 0 or the data have at most 2 GiB; else every dimension divided by the same number of pieces.
@@ -37,11 +40,12 @@ public:
     void CreateSpace1D(hsize_t length, int compression, size_t elementSize, hsize_t chunkLength);
 
     /// Adds shuffle and deflate behind the chunk if `compression` is above 0.
-    void AddFilters(int compression) const;
+    void AddFilters(int compression);
 
     void CreateDataSet(hid_t parent, const std::string& name, hid_t fileType);
 
-    /// A `memoryType` of 0 or less stands for the file type.
+    /// A `memoryType` of 0 or less stands for the file type. What is one chunk, and the same bytes in the file as in
+    /// memory, goes straight to the file.
     void CreateDataSetAndWrite(hid_t parent, const std::string& name, hid_t fileType, const void* buffer,
                                hid_t memoryType);
 
@@ -68,10 +72,13 @@ public:
     hid_t memorySpace = 0; ///< Space in memory; 0 is none and H5S_ALL.
     hid_t dataSet = -1;    ///< The data set; negative is none.
     hid_t typeId = -1;     ///< A type that the builder closes; negative is none.
+    WholeChunk wholeChunk; ///< What the creation list makes of the file space, if that is one chunk.
 
 private:
-    void SetGivenChunk(int rank, const hsize_t* dimensions, size_t elementSize, const hsize_t* chunk) const;
-    void SetAutomaticChunk(int rank, const hsize_t* dimensions, size_t elementSize) const;
+    void SetGivenChunk(int rank, const hsize_t* dimensions, size_t elementSize, const hsize_t* chunk);
+    void SetAutomaticChunk(int rank, const hsize_t* dimensions, size_t elementSize);
+    void SetChunkOf(int rank, const hsize_t* dimensions, const hsize_t* chunk);
+    bool WriteWhole(hid_t fileType, const void* buffer, hid_t bufferType) const;
 };
 
 } // namespace tarnwick::hdf
