@@ -1,6 +1,7 @@
 #include <tarnwickhdf/IArray.h>
 #include <tarnwickhdf/IFile.h>
 #include <tarnwickhdf/internal/CheckResult.h>
+#include <tarnwickhdf/internal/ChunkTransfer.h>
 #include <tarnwickhdf/internal/DataTypeLookup.h>
 #include <tarnwickhdf/internal/HandOver.h>
 #include <tarnwickhdf/internal/IDataSetBuilder.h>
@@ -460,7 +461,11 @@ void IArray::ReplaceFromBuffer(void* buffer, TDataType::TDataType type, size_t n
 void IArray::GetToBuffer(void* buffer, TDataType::TDataType type) const
 {
     const MemoryType memoryType(type, dataType, typeId, components);
-    CheckRead(H5Dread(m_location, memoryType.get(), H5S_ALL, H5S_ALL, H5P_DEFAULT, buffer), m_name);
+    const hsize_t elements = dataType == TDataType::String ? length : GetSize();
+    if (!ReadPackedChunks(storage, {m_location, typeId, memoryType.get(), elements}, buffer))
+    {
+        CheckRead(H5Dread(m_location, memoryType.get(), H5S_ALL, H5S_ALL, H5P_DEFAULT, buffer), m_name);
+    }
 }
 
 void IArray::GetFromHyperslab(void* buffer, int start, int stride, int count, TDataType::TDataType type) const

@@ -9,16 +9,19 @@ namespace tarnwick::hdf
 namespace
 {
 
-// The default chunk cache: a chunk that fits is unpacked once for the blocks that it serves.
-constexpr std::uint64_t kChunkCacheBytes = std::uint64_t{1} << 20U;
-
-H5Z_filter_t FilterAt(hid_t list, int position)
+H5Z_filter_t FilterAt(hid_t list, int position, unsigned int& firstValue)
 {
     unsigned int flags = 0;
     unsigned int configuration = 0;
-    size_t valueCount = 0;
-    return H5Pget_filter2(list, static_cast<unsigned int>(position), &flags, &valueCount, nullptr, 0, nullptr,
+    size_t valueCount = 1;
+    return H5Pget_filter2(list, static_cast<unsigned int>(position), &flags, &valueCount, &firstValue, 0, nullptr,
                           &configuration);
+}
+
+bool FiltersShortChunks(hid_t list)
+{
+    unsigned int options = 0;
+    return H5Pget_chunk_opts(list, &options) >= 0 && (options & H5D_CHUNK_DONT_FILTER_PARTIAL_CHUNKS) == 0;
 }
 
 bool FillsUnwritten(hid_t list)
@@ -31,16 +34,6 @@ bool FillsUnwritten(hid_t list)
     }
     const bool hasValue = value == H5D_FILL_VALUE_DEFAULT || value == H5D_FILL_VALUE_USER_DEFINED;
     return time == H5D_FILL_TIME_ALLOC || (time == H5D_FILL_TIME_IFSET && hasValue);
-}
-
-bool IsPacked(const StorageLayout& layout)
-{
-    const H5Z_filter_t first = layout.filters[0];
-    if (layout.filterCount == 1)
-    {
-        return first == H5Z_FILTER_SHUFFLE || first == H5Z_FILTER_DEFLATE;
-    }
-    return layout.filterCount == 2 && first == H5Z_FILTER_SHUFFLE && layout.filters[1] == H5Z_FILTER_DEFLATE;
 }
 
 bool FitsCache(const StorageLayout& layout, size_t elementSize)
@@ -64,10 +57,24 @@ StorageTraits TraitsOf(const StorageLayout& layout, size_t elementSize)
     return static_cast<StorageTraits>(
         Bit(StorageTraits::Known, true) | Bit(StorageTraits::FillsUnwritten, layout.fillsUnwritten) |
         Bit(StorageTraits::CheapByBlocks, isCheap) | Bit(StorageTraits::LargeChunks, hasLargeChunks) |
-        Bit(StorageTraits::Packed, isChunked && IsPacked(layout)));
+        Bit(StorageTraits::Packed, IsPacked(layout)));
 }
 
 } // namespace
+
+bool IsPacked(const StorageLayout& layout)
+{
+    const H5Z_filter_t first = layout.filters[0];
+    if (layout.layout != H5D_CHUNKED)
+    {
+        return false;
+    }
+    if (layout.filterCount == 1)
+    {
+        return first == H5Z_FILTER_SHUFFLE || first == H5Z_FILTER_DEFLATE;
+    }
+    return layout.filterCount == 2 && first == H5Z_FILTER_SHUFFLE && layout.filters[1] == H5Z_FILTER_DEFLATE;
+}
 
 StorageLayout StorageLayoutOf(hid_t dataSet)
 {
@@ -77,11 +84,14 @@ StorageLayout StorageLayoutOf(hid_t dataSet)
     if (found.layout == H5D_CHUNKED)
     {
         found.chunkRank = std::max(H5Pget_chunk(list.get(), StorageLayout::kMostDimensions, found.chunk), 0);
+        found.filtersShortChunks = FiltersShortChunks(list.get());
     }
     found.filterCount = std::max(H5Pget_nfilters(list.get()), 0);
     for (int i = 0; i < std::min(found.filterCount, StorageLayout::kMostFilters); ++i)
     {
-        found.filters[i] = FilterAt(list.get(), i);
+        unsigned int value = 0;
+        found.filters[i] = FilterAt(list.get(), i, value);
+        found.shuffledSize = found.filters[i] == H5Z_FILTER_SHUFFLE ? value : found.shuffledSize;
     }
     found.hasExternalFiles = H5Pget_external_count(list.get()) > 0;
     found.fillsUnwritten = FillsUnwritten(list.get());

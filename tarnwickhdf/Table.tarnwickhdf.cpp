@@ -1,6 +1,7 @@
 #include <tarnwickhdf/IFile.h>
 #include <tarnwickhdf/ITable.h>
 #include <tarnwickhdf/internal/CheckResult.h>
+#include <tarnwickhdf/internal/ChunkTransfer.h>
 #include <tarnwickhdf/internal/DataTypeLookup.h>
 #include <tarnwickhdf/internal/HandOver.h>
 #include <tarnwickhdf/internal/IDataSetBuilder.h>
@@ -408,8 +409,11 @@ void ITable::SetFromSelection(void* buffer, size_t rows, const std::vector<hsize
 
 void ITable::GetToBuffer(void* buffer, hid_t memoryType) const
 {
-    const herr_t status = H5Dread(m_location, MemoryTypeOrOwn(memoryType), H5S_ALL, H5S_ALL, H5P_DEFAULT, buffer);
-    CheckRead(status, m_name);
+    const hid_t type = MemoryTypeOrOwn(memoryType);
+    if (!ReadPackedChunks(storage, {m_location, compoundType, type, numberOfRows}, buffer))
+    {
+        CheckRead(H5Dread(m_location, type, H5S_ALL, H5S_ALL, H5P_DEFAULT, buffer), m_name);
+    }
 }
 
 void ITable::GetFromHyperslab(void* buffer, size_t start, size_t stride, size_t count, hid_t memoryType) const

@@ -13,6 +13,9 @@ inline const std::string kPath = "run/file.h5";
 inline const std::string kNewPath = "run/new.h5";
 inline const Dims kSomeRows = {0, 2};
 
+/// So many elements are worth reading straight from the file.
+constexpr size_t kPacked = 20000;
+
 inline std::string TextTypeOf(const std::string& size)
 {
     return "H5T_STRING { STRSIZE " + size + "; STRPAD H5T_STR_NULLTERM; CSET H5T_CSET_ASCII; CTYPE H5T_C_S1; }";
@@ -59,6 +62,8 @@ inline void MakeFile(const std::string& name)
     g->CreateTableFromBuffer("t", numbers, 3, row.get(), 0, -1, 0);
     g->CreateTableFromBuffer("w", texts, 2, oneText.get(), 0, -1, 0);
     g->CreateTable("large", 300, row.get(), 0);
+    std::vector<int> many(kPacked, 7);
+    IArray::CreateFromBuffer(file, g->LocationID(), "sub/packed", many.data(), TDataType::Int, many.size(), 1, 1);
 }
 
 /// One run of an operation: the file, a handle of each kind, the caller's buffers, and what the operation answers.
@@ -69,6 +74,7 @@ struct Case
     boost::shared_ptr<IArray> a = g->GetArray("a");
     boost::shared_ptr<IArray> m = g->GetArray("m");
     boost::shared_ptr<IArray> s = g->GetArray("s");
+    boost::shared_ptr<IArray> packed = g->GetArray("sub/packed");
     boost::shared_ptr<IExtensibleArray2D> e = g->GetExtensibleArray2D("e");
     boost::shared_ptr<ITable> t = g->GetTable("t");
     boost::shared_ptr<ITable> w = g->GetTable("w");
@@ -86,6 +92,7 @@ struct Case
         a.reset();
         m.reset();
         s.reset();
+        packed.reset();
         e.reset();
         t.reset();
         w.reset();
@@ -367,6 +374,13 @@ inline const Operation kOperations[] = {
      {
          c.a->GetToBuffer(c.ints, Undefined);
          c.s->GetToBuffer(c.ints, Undefined);
+     }},
+    {"array.packed",
+     [](Case& c)
+     {
+         std::vector<int> read(kPacked);
+         c.packed->GetToBuffer(read.data(), Undefined);
+         c.answer << (read == std::vector<int>(kPacked, 7));
      }},
     {"array.slab",
      [](Case& c)

@@ -1,5 +1,7 @@
 #pragma once
 
+#include <tarnwickhdf/internal/StorageLayout.h>
+
 #include <hdf5.h>
 
 #include <cstddef>
@@ -25,5 +27,22 @@ bool IsSelfContained(hid_t type);
 /// HDF5's way then.
 /// @throws std::runtime_error "error writing to dataset" with traceback if HDF5 can't write.
 bool WriteWholeChunk(hid_t dataSet, const WholeChunk& chunk, size_t elementSize, const void* buffer);
+
+/// A read of all of a data set.
+struct WholeRead
+{
+    hid_t dataSet;
+    hid_t storedType;
+    hid_t memoryType;
+    hsize_t elements; ///< About as many as there are.
+};
+
+/// Reads a data set of shuffled and deflated chunks straight from the file, which is sooner unpacked so than by HDF5.
+/// The chunks must lie one behind the other in the buffer: one chunk, one dimension, or chunks of all columns. What fits
+/// HDF5's cache is read so once by a handle, and then by HDF5, from its cache.
+///
+/// Gives false where that can't be, doesn't pay or fails, for whatever reason: the caller goes HDF5's way then, for the
+/// data or the words.
+bool ReadPackedChunks(StorageTraits& remembered, const WholeRead& read, void* buffer);
 
 } // namespace tarnwick::hdf

@@ -2,6 +2,8 @@
 
 #include <hdf5.h>
 
+#include <cstdint>
+
 namespace tarnwick::hdf
 {
 
@@ -36,6 +38,17 @@ inline int KindOfChildAt(hid_t group, hsize_t index)
     }
 #endif
     return H5Gget_objtype_by_idx(group, index);
+}
+
+/// Reads a chunk as it is stored; the buffer must hold what H5Dget_chunk_storage_size says. From 2.0 on the function of
+/// this name takes the buffer's size too.
+inline herr_t ReadStoredChunk(hid_t dataSet, const hsize_t* offset, std::uint32_t& skippedFilters, void* buffer)
+{
+#ifdef H5Dread_chunk_vers
+    return H5Dread_chunk1(dataSet, H5P_DEFAULT, offset, &skippedFilters, buffer);
+#else
+    return H5Dread_chunk(dataSet, H5P_DEFAULT, offset, &skippedFilters, buffer);
+#endif
 }
 
 /// Lets new objects have the oldest form that can hold them, which is the default up to 1.14: files then are as small,
