@@ -26,7 +26,12 @@ install(FILES ${PROJECT_BINARY_DIR}/tarnwickhdfConfig.cmake ${PROJECT_BINARY_DIR
 
 # pkg-config's own module for HDF5 is named differently from one distribution to the next, and where several flavours
 # are installed it may be another one: name the file that the library is linked with.
-string(REPLACE ";" " " hdf5_libraries "${tarnwickhdf_hdf5_libraries}")
+set(hdf5_libraries ${tarnwickhdf_hdf5_libraries})
+# What a static library is made with, its programs need too.
+if(NOT BUILD_SHARED_LIBS)
+  list(APPEND hdf5_libraries ${tarnwickhdf_deflate_library})
+endif()
+list(JOIN hdf5_libraries " " hdf5_libraries)
 set(include_dirs ${tarnwickhdf_hdf5_include_dirs} ${Boost_INCLUDE_DIRS})
 list(REMOVE_ITEM include_dirs ${CMAKE_CXX_IMPLICIT_INCLUDE_DIRECTORIES})
 list(TRANSFORM include_dirs PREPEND -I)
