@@ -40,6 +40,14 @@ tarnwickhdf_add_package(documentation libtarnwickhdf-doc doc "" "documentation"
 pages, the reference and the examples.")
 set(CPACK_DEBIAN_DOCUMENTATION_PACKAGE_ARCHITECTURE all)
 
+if(TARNWICKHDF_BUILD_TOOLS)
+  tarnwickhdf_add_package(tools tarnwickhdf-tools science "${runtime_package} (= ${PROJECT_VERSION}), python3" "tools"
+    "This package has a program that prints what is
+in a file and one that draws memory logs.")
+  set(CPACK_DEBIAN_TOOLS_PACKAGE_SHLIBDEPS ON)
+  set(CPACK_DEBIAN_TOOLS_PACKAGE_RECOMMENDS python3-matplotlib)
+endif()
+
 # Packages made of others' programs find out from `shlibs` what they need, and installing makes the libraries known to
 # the dynamic linker.
 file(WRITE ${PROJECT_BINARY_DIR}/debian/shlibs

@@ -5,7 +5,7 @@ set -euo pipefail
 declare -A packages=(
   [build]="g++ cmake ninja-build pkg-config libhdf5-dev libboost-dev libdeflate-dev nlohmann-json3-dev"
   [demo]="python3 python3-h5py python3-matplotlib hdf5-tools"
-  [test]="libgtest-dev zlib1g-dev python3 python3-h5py python3-msgpack python3-numpy python3-tables python-tables-data python3-pandas hdf5-tools dpkg-dev"
+  [test]="libgtest-dev zlib1g-dev python3 python3-h5py python3-msgpack python3-numpy python3-matplotlib python3-tables python-tables-data python3-pandas hdf5-tools dpkg-dev"
   [format]="clang-format-14"
   [lint]="clang-tidy-14 clang-tools-14 python3"
   [memcheck]="valgrind"

@@ -17,7 +17,7 @@ build_preset release
 examples=build/release/examples
 check "$examples/weather" examples/data "$out"
 check "$examples/airports" examples/data "$out"
-check "$examples/tree" "$out/weather.h5"
+check build/release/tools/tarnwickhdf-tree "$out/weather.h5"
 # Valgrind brings an allocator of its own, which the C library can't count.
 check build/release/tests/tarnwickhdf_tests --gtest_filter=-Heap.*
 stage "No error and no leak"

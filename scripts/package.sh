@@ -105,6 +105,9 @@ else
   stage "Building and running the consumers"
   CMAKE_PREFIX_PATH=$root/usr PKG_CONFIG_PATH=$libraries/pkgconfig LD_LIBRARY_PATH=$libraries \
     bash -c "$try_consumers" consumers "$root"
+  stage "Running the tools"
+  LD_LIBRARY_PATH=$libraries "$root/usr/bin/tarnwickhdf-tree" "$root/by-cmake.h5"
+  "$root/usr/bin/tarnwickhdf-plot-memory-log" --version
   stage "Checking the pages that are installed"
   pages=$root/usr/share/doc/tarnwickhdf
   "$python" scripts/check-links.py "$pages"

@@ -1,9 +1,9 @@
 // Prints any HDF5 file, a line for each thing in it: groups, arrays, extensible arrays, tables, attributes, and what the
-// library opens as nothing.
-// HDF5 reads the file: one that was damaged on purpose can bring it down. Usage: tree <file>
+// library opens as nothing, with the reason.
 #include "TypeName.h"
 
 #include <tarnwickhdf/tarnwickhdf.h>
+#include <tarnwickhdf/version.h>
 
 #include <algorithm>
 #include <array>
@@ -13,11 +13,14 @@
 #include <iomanip>
 #include <iostream>
 #include <map>
+#include <memory>
 #include <sstream>
 #include <stdexcept>
 #include <string>
 #include <utility>
 #include <vector>
+
+#include <getopt.h>
 
 namespace
 {
@@ -90,6 +93,36 @@ std::string ClassName(hid_t type)
         "compound", "reference", "enumeration", "variable-length", "array"};
     const H5T_class_t typeClass = H5Tget_class(type);
     return typeClass < 0 ? "unknown" : names.at(static_cast<size_t>(typeClass));
+}
+
+// What a type is: "integer of 4 bytes, big-endian", "compound of 9 bytes: time float, color enumeration".
+std::string Explain(hid_t type)
+{
+    const size_t size = H5Tget_size(type);
+    std::string text = ClassName(type) + " of " + std::to_string(size) + (size == 1 ? " byte" : " bytes");
+    if (H5Tget_class(type) != H5T_COMPOUND)
+    {
+        return text + (H5Tget_order(type) == H5T_ORDER_BE ? ", big-endian" : "");
+    }
+    const int members = H5Tget_nmembers(type);
+    for (unsigned int member = 0; static_cast<int>(member) < members; ++member)
+    {
+        const std::unique_ptr<char, void (*)(void*)> name(H5Tget_member_name(type, member),
+                                                          [](void* memory) { H5free_memory(memory); });
+        const Holder memberType(H5Tget_member_type(type, member), H5Tclose);
+        text += (member == 0 ? ": " : ", ") + std::string(name ? name.get() : "?") + ' ' + ClassName(memberType.Id());
+    }
+    return Printable(text);
+}
+
+// The same for a data set, for somebody who wonders why it doesn't open.
+std::string Explain(const hdf::IGroup& group, const std::string& name)
+{
+    const Holder dataSet(H5Dopen2(group.LocationID(), name.c_str(), H5P_DEFAULT), H5Dclose);
+    const Holder type(H5Dget_type(dataSet.Id()), H5Tclose);
+    const Holder space(H5Dget_space(dataSet.Id()), H5Sclose);
+    const int rank = H5Sget_simple_extent_ndims(space.Id());
+    return Explain(type.Id()) + "; " + std::to_string(rank) + (rank == 1 ? " dimension" : " dimensions");
 }
 
 // The text of an attribute, or the type and the number of elements of one that isn't a single text.
@@ -300,7 +333,7 @@ private:
         {
             const bool isCompound = noArray == "H5T_COMPOUND is not a valid Array";
             std::cout << Printable(path) << "  data set that opens as nothing: " << (isCompound ? noTable : noArray)
-                      << '\n';
+                      << " (" << Explain(group, name) << ")\n";
         }
     }
 
@@ -321,25 +354,68 @@ private:
     std::map<Place, std::string> m_seen; // hard links may run in circles
 };
 
+constexpr int kWrongUse = 2;
+
+constexpr const char* kHelp =
+    R"(Usage: tarnwickhdf-tree FILE
+Prints what tarnwickhdf sees in an HDF5 file: a line for each group, array, extensible array, table, attribute and link,
+and for each data set that opens as none of these the reason.
+
+  -h, --help     print this help and exit
+      --version  print the versions of the program and of its libraries and exit
+
+The exit status is 0, 1 if the file can't be read or the output not written, and 2 for a wrong use.
+)";
+
+void PrintFile(const std::string& path)
+{
+    H5Eset_auto2(H5E_DEFAULT, nullptr, nullptr); // the exception tells all that HDF5 would print
+    const auto file = hdf::IFile::Open(path, "r", 0);
+    Tree().Print(file->GetRoot());
+}
+
+// Does what the arguments ask for and gives the exit status.
+int Run(int argc, char** argv)
+{
+    const option options[] = {
+        {"help", no_argument, nullptr, 'h'}, {"version", no_argument, nullptr, 'v'}, {nullptr, 0, nullptr, 0}};
+    const int first = getopt_long(argc, argv, "h", options, nullptr);
+    const bool isFile = first == -1 && optind == argc - 1;
+    if (first == 'h')
+    {
+        std::cout << kHelp;
+    }
+    else if (first == 'v')
+    {
+        std::cout << "tarnwickhdf-tree " TARNWICKHDF_VERSION "\n" << hdf::DescribeVersions() << '\n';
+    }
+    else if (isFile)
+    {
+        PrintFile(argv[optind]);
+    }
+    else
+    {
+        std::cerr << "Usage: tarnwickhdf-tree FILE; tarnwickhdf-tree --help tells more\n";
+        return kWrongUse;
+    }
+    if (!std::cout.flush())
+    {
+        throw std::runtime_error("the output can't be written");
+    }
+    return EXIT_SUCCESS;
+}
+
 } // namespace
 
 int main(int argc, char** argv)
 {
-    if (argc != 2)
-    {
-        std::cerr << "usage: tree <file>\n";
-        return EXIT_FAILURE;
-    }
     try
     {
-        H5Eset_auto2(H5E_DEFAULT, nullptr, nullptr); // the exception tells all that HDF5 would print
-        const auto file = hdf::IFile::Open(argv[1], "r", 0);
-        Tree().Print(file->GetRoot());
-        return EXIT_SUCCESS;
+        return Run(argc, argv);
     }
     catch (const std::exception& error)
     {
-        std::cerr << "tree: " << error.what() << '\n';
+        std::cerr << "tarnwickhdf-tree: " << error.what() << '\n';
         return EXIT_FAILURE;
     }
 }
