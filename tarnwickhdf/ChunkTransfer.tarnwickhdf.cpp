@@ -47,8 +47,8 @@ bool AreMembersSelfContained(hid_t compound)
 }
 
 // Smaller data sets aren't worth a question.
-constexpr hsize_t kFewestElements = 1024;
-constexpr std::uint64_t kFewestBytes = std::uint64_t{64} << 10U;
+constexpr hsize_t kFewestElements = 256;
+constexpr std::uint64_t kFewestBytes = std::uint64_t{8} << 10U;
 
 // Whether an unfiltered data set is ruled out, at a fraction of the price of asking for its layout.
 bool MayBePacked(hid_t dataSet, std::uint64_t size)
@@ -57,21 +57,24 @@ bool MayBePacked(hid_t dataSet, std::uint64_t size)
     return H5Dget_chunk_storage_size(dataSet, kOrigin, &stored) >= 0 && stored != 0 && stored != size;
 }
 
-bool IsWorthReadingChunks(StorageTraits& remembered, hid_t dataSet, std::uint64_t size, size_t elementSize)
+// Asks for nothing that a handle knows.
+bool IsWorthReadingChunks(StorageTraits& remembered, hid_t dataSet, std::uint64_t size)
 {
-    if (size < kFewestBytes)
+    const bool isKnown = Has(remembered, StorageTraits::Known);
+    const bool isPlain = isKnown ? !Has(remembered, StorageTraits::Packed) : Has(remembered, StorageTraits::NotPacked);
+    if (size < kFewestBytes || isPlain)
     {
         return false;
     }
     const bool fitsCache = size <= kChunkCacheBytes;
-    if (fitsCache && remembered == StorageTraits::Unknown && !MayBePacked(dataSet, size))
+    if (fitsCache && !isKnown && !MayBePacked(dataSet, size))
     {
+        remembered = With(remembered, StorageTraits::NotPacked);
         return false;
     }
-    const StorageTraits traits = AskOnce(remembered, dataSet, elementSize);
     const bool isCached = fitsCache && Has(remembered, StorageTraits::ReadBefore);
     remembered = With(remembered, StorageTraits::ReadBefore);
-    return Has(traits, StorageTraits::Packed) && !isCached;
+    return !isCached;
 }
 
 // A data set whose chunks lie one behind the other in a buffer of all of it, by its first dimension.
@@ -158,9 +161,10 @@ private:
     size_t m_room = 0;
 };
 
-bool ReadEveryChunk(hid_t dataSet, size_t elementSize, char* buffer)
+bool ReadEveryChunk(StorageTraits& remembered, hid_t dataSet, size_t elementSize, char* buffer)
 {
     const StorageLayout layout = StorageLayoutOf(dataSet);
+    remembered = With(remembered, TraitsOf(layout, elementSize));
     const ChunkRows rows = IsPacked(layout) ? ChunkRowsOf(dataSet, layout, elementSize) : ChunkRows();
     const bool hasShuffle = layout.filters[0] == H5Z_FILTER_SHUFFLE;
     const bool isShort = rows.rows % rows.rowsInChunk != 0;
@@ -237,10 +241,9 @@ bool ReadPackedChunks(StorageTraits& remembered, const WholeRead& read, void* bu
         return false;
     }
     const size_t elementSize = H5Tget_size(read.storedType);
-    return elementSize > 0 &&
-           IsWorthReadingChunks(remembered, read.dataSet, read.elements * elementSize, elementSize) &&
+    return elementSize > 0 && IsWorthReadingChunks(remembered, read.dataSet, read.elements * elementSize) &&
            IsSelfContained(read.storedType) && H5Tequal(read.storedType, read.memoryType) > 0 &&
-           ReadEveryChunk(read.dataSet, elementSize, static_cast<char*>(buffer));
+           ReadEveryChunk(remembered, read.dataSet, elementSize, static_cast<char*>(buffer));
 }
 
 } // namespace tarnwick::hdf

@@ -46,20 +46,6 @@ unsigned int Bit(StorageTraits trait, bool isSet)
     return isSet ? static_cast<unsigned int>(trait) : 0U;
 }
 
-StorageTraits TraitsOf(const StorageLayout& layout, size_t elementSize)
-{
-    const bool isChunked = layout.layout == H5D_CHUNKED;
-    const bool isUnfiltered = layout.filterCount == 0;
-    const bool fitsCache = FitsCache(layout, elementSize);
-    const bool isOneRun = layout.layout == H5D_CONTIGUOUS && !layout.hasExternalFiles;
-    const bool isCheap = isChunked ? isUnfiltered || fitsCache : isOneRun;
-    const bool hasLargeChunks = isChunked && isUnfiltered && layout.chunkRank == 1 && !fitsCache;
-    return static_cast<StorageTraits>(
-        Bit(StorageTraits::Known, true) | Bit(StorageTraits::FillsUnwritten, layout.fillsUnwritten) |
-        Bit(StorageTraits::CheapByBlocks, isCheap) | Bit(StorageTraits::LargeChunks, hasLargeChunks) |
-        Bit(StorageTraits::Packed, IsPacked(layout)));
-}
-
 } // namespace
 
 bool IsPacked(const StorageLayout& layout)
@@ -98,11 +84,25 @@ StorageLayout StorageLayoutOf(hid_t dataSet)
     return found;
 }
 
+StorageTraits TraitsOf(const StorageLayout& layout, size_t elementSize)
+{
+    const bool isChunked = layout.layout == H5D_CHUNKED;
+    const bool isUnfiltered = layout.filterCount == 0;
+    const bool fitsCache = FitsCache(layout, elementSize);
+    const bool isOneRun = layout.layout == H5D_CONTIGUOUS && !layout.hasExternalFiles;
+    const bool isCheap = isChunked ? isUnfiltered || fitsCache : isOneRun;
+    const bool hasLargeChunks = isChunked && isUnfiltered && layout.chunkRank == 1 && !fitsCache;
+    return static_cast<StorageTraits>(
+        Bit(StorageTraits::Known, true) | Bit(StorageTraits::FillsUnwritten, layout.fillsUnwritten) |
+        Bit(StorageTraits::CheapByBlocks, isCheap) | Bit(StorageTraits::LargeChunks, hasLargeChunks) |
+        Bit(StorageTraits::Packed, IsPacked(layout)));
+}
+
 StorageTraits AskOnce(StorageTraits& remembered, hid_t dataSet, size_t elementSize)
 {
-    if (remembered == StorageTraits::Unknown)
+    if (!Has(remembered, StorageTraits::Known))
     {
-        remembered = TraitsOf(StorageLayoutOf(dataSet), elementSize);
+        remembered = With(remembered, TraitsOf(StorageLayoutOf(dataSet), elementSize));
     }
     return remembered;
 }

@@ -46,7 +46,8 @@ enum class StorageTraits : std::uint8_t
     CheapByBlocks = 4,  ///< No chunk has to be unpacked again for each of several blocks that it serves.
     LargeChunks = 8, ///< Unfiltered chunks that HDF5's cache can't hold: each element of a selection is read by itself.
     Packed = 16,     ///< Chunks that are filtered by shuffle, deflate or shuffle and then deflate, and by nothing else.
-    ReadBefore = 32  ///< The handle has read the data set as a whole; in no answer.
+    ReadBefore = 32, ///< The handle has read the data set as a whole; in no answer.
+    NotPacked = 64   ///< Not Packed, which is known before the rest; in no answer.
 };
 
 constexpr bool Has(StorageTraits traits, StorageTraits wanted)
@@ -59,7 +60,10 @@ constexpr StorageTraits With(StorageTraits traits, StorageTraits added)
     return static_cast<StorageTraits>(static_cast<unsigned int>(traits) | static_cast<unsigned int>(added));
 }
 
-/// The traits of a data set of elements of `elementSize` bytes. Asks once and leaves the answer in `remembered`, which
+/// The traits of a data set of elements of `elementSize` bytes.
+StorageTraits TraitsOf(const StorageLayout& layout, size_t elementSize);
+
+/// The same. Asks once and leaves the answer in `remembered`, which
 /// belongs to one handle and starts as Unknown with each data set that the handle opens.
 StorageTraits AskOnce(StorageTraits& remembered, hid_t dataSet, size_t elementSize);
 
