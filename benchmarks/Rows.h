@@ -42,6 +42,7 @@ Rows ArrayRows();
 Rows AttributeRows();
 Rows ExtensibleArrayRows();
 Rows TableRows();
+Rows TypedRows();
 Rows TypeRows();
 
 /// A file in the folder for the benchmarks' files, which TARNWICKHDF_BENCH_DIR names.

@@ -31,8 +31,6 @@ class Row:
         self.size, self.unit = int(size), entry.get("label", "")
         self.is_compared = "ratio" in entry
         self.times = {other: entry[f"{other}_times"] for other in OTHERS if f"{other}_times" in entry}
-        if self.is_compared:
-            self.times = {"plain": 1 / entry["ratio"], **self.times}
         self.target = entry.get("target", 0)
         self.is_missed = bool(self.target) and round(entry["ratio"], 2) > self.target
         self.winners = [other for other, times in self.times.items() if times < LOST]
@@ -116,21 +114,27 @@ def lost_lines(rows):
 
 
 def family_section(family, rows):
-    main = [row for row in rows if row.is_compared and not row.beside]
+    main = [row for row in rows if not row.beside]
     beside = [row for row in rows if row.beside]
     others = [other for other in OTHERS if any(other in row.times for row in main)]
     yield f"## {family.capitalize()}\n"
-    if any(len(points) > 2 for points in grouped(main, lambda row: row.work).values()):
+    if drawn_works(main):
         yield f"![{family.capitalize()}: time over size](images/{picture_name(family)})\n"
-    yield table(["work", "size:", "library:", *(f"{OTHERS[other]}:" for other in others)],
-                [[row.work, row.size_text(), time_text(row.library_s), *(times_text(row, o) for o in others)]
-                 for row in main])
+    if main:
+        yield table(["work", "size:", "library:", *(f"{OTHERS[other]}:" for other in others)],
+                    [[row.work, row.size_text(), time_text(row.library_s), *(times_text(row, o) for o in others)]
+                     for row in main])
     if beside:
         yield table(["work", "beside", "size:", "library:", "the other way:"],
                     [[row.work, row.beside, row.size_text(), time_text(row.library_s), times_text(row, "plain")]
                      for row in beside])
-    yield from lost_lines(main + beside)
+    yield from lost_lines(rows)
     yield ""
+
+
+def drawn_works(rows):
+    """The rows of each work that is measured at several sizes."""
+    return [points for points in grouped(rows, lambda row: row.work).values() if len(points) > 2]
 
 
 def memory_table(rows):
@@ -215,7 +219,7 @@ def draw_overview(rows, folder):
 
 
 def draw_family(family, rows, folder):
-    works = [points for points in grouped(rows, lambda row: row.work).values() if len(points) > 2]
+    works = drawn_works(rows)
     if not works:
         return
     columns = 3
