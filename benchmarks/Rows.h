@@ -38,10 +38,9 @@ using Rows = std::vector<Row>;
 // Each family of rows stands in a file of its own.
 Rows FileRows();
 Rows SmallArrayRows();
-Rows ArrayRows();
+Rows DataSetRows();
 Rows AttributeRows();
 Rows ExtensibleArrayRows();
-Rows TableRows();
 Rows TypedRows();
 Rows TypeRows();
 

@@ -1,5 +1,7 @@
 #include "Sides.h"
 
+#include <algorithm>
+
 namespace bench
 {
 
@@ -44,35 +46,37 @@ Id PlainFile(const std::string& path, const std::string& mode)
     return Id(file);
 }
 
-void WritePlainly(hid_t group, const char* name, hid_t type, hsize_t length, int storage, const void* values)
+void WritePlainly(hid_t group, const char* name, hid_t type, hsize_t length, const Storage& storage, const void* values)
 {
     const Id space(H5Screate_simple(1, &length, nullptr));
     const Id list(H5Pcreate(H5P_DATASET_CREATE));
-    if (storage >= kOneChunk)
+    const hsize_t chunk = std::min(storage.chunk, length);
+    if (chunk > 0)
     {
-        H5Pset_chunk(list, 1, &length);
+        H5Pset_chunk(list, 1, &chunk);
     }
-    if (storage > kOneChunk)
+    if (storage.level > 0)
     {
         H5Pset_shuffle(list);
-        H5Pset_deflate(list, static_cast<unsigned int>(storage));
+        H5Pset_deflate(list, static_cast<unsigned int>(storage.level));
     }
     const Id set(H5Dcreate2(group, name, type, space, H5P_DEFAULT, list, H5P_DEFAULT));
     H5Dwrite(set, type, H5S_ALL, H5S_ALL, H5P_DEFAULT, values);
 }
 
-void WriteByCpp(const H5::Group& group, const char* name, const H5::DataType& type, hsize_t length, int storage,
-                const void* values)
+void WriteByCpp(const H5::Group& group, const char* name, const H5::DataType& type, hsize_t length,
+                const Storage& storage, const void* values)
 {
     H5::DSetCreatPropList list;
-    if (storage >= kOneChunk)
+    const hsize_t chunk = std::min(storage.chunk, length);
+    if (chunk > 0)
     {
-        list.setChunk(1, &length);
+        list.setChunk(1, &chunk);
     }
-    if (storage > kOneChunk)
+    if (storage.level > 0)
     {
         list.setShuffle();
-        list.setDeflate(storage);
+        list.setDeflate(storage.level);
     }
     group.createDataSet(name, type, H5::DataSpace(1, &length), list).write(values, type);
 }

@@ -135,15 +135,27 @@ Row On(Row row, const Place& place, Open open, LibraryWork library, PlainWork pl
     return row;
 }
 
-/// How a data set of one dimension is stored: as it comes, in one chunk, or in one chunk with shuffle and deflate of a
+/// How a data set of one dimension is stored: chunks are of so many elements, none or all; with shuffle and deflate of a
 /// level above 0.
-constexpr int kContiguous = -1;
-constexpr int kOneChunk = 0;
+struct Storage
+{
+    const char* word;
+    hsize_t chunk;
+    int level;
+};
+
+constexpr hsize_t kAll = HSIZE_UNDEF;
+constexpr Storage kContiguous = {"contiguous", 0, 0};
+constexpr Storage kOneChunk = {"one-chunk", kAll, 0};
+constexpr Storage kSmallChunks = {"small-chunks", 1024, 0};
+constexpr Storage kDeflate1 = {"deflate-1", kAll, 1};
+constexpr Storage kDeflate6 = {"deflate-6", kAll, 6};
 
 /// Makes a data set and writes it whole.
-void WritePlainly(hid_t group, const char* name, hid_t type, hsize_t length, int storage, const void* values);
-void WriteByCpp(const H5::Group& group, const char* name, const H5::DataType& type, hsize_t length, int storage,
-                const void* values);
+void WritePlainly(hid_t group, const char* name, hid_t type, hsize_t length, const Storage& storage,
+                  const void* values);
+void WriteByCpp(const H5::Group& group, const char* name, const H5::DataType& type, hsize_t length,
+                const Storage& storage, const void* values);
 
 /// Reads `count` elements, every stride-th, by a selection of HDF5's.
 void ReadPlainly(hid_t set, hid_t type, hsize_t start, hsize_t stride, hsize_t count, void* values);

@@ -16,7 +16,7 @@ constexpr std::size_t kCacheSlots = 521;
 constexpr hsize_t kUnlimited[2] = {H5S_UNLIMITED, H5S_UNLIMITED};
 constexpr const char* kName = "rows";
 
-struct Storage
+struct Chunks
 {
     std::string word;
     hsize_t chunkRows;
@@ -26,7 +26,7 @@ struct Storage
 };
 
 // 16 doubles a row, so 128 KiB and 2 MiB a chunk: below and above HDF5's chunk cache of 1 MiB.
-const Storage kStorages[] = {
+const Chunks kAllChunks[] = {
     {"128 KiB chunks", 1024, 0, {100, 10000, 100000}, {100, 100000}},
     {"2 MiB chunks", 16384, 0, {100, 10000, 100000}, {100, 100000}},
     {"deflated 2 MiB chunks", 16384, 1, {100, 10000, 100000}, {100}},
@@ -43,26 +43,26 @@ std::vector<double>& Values(std::size_t length)
     return values;
 }
 
-boost::shared_ptr<IExtensibleArray2D> Create(IFile& file, const Storage& storage, std::size_t rows, hsize_t columns)
+boost::shared_ptr<IExtensibleArray2D> Create(IFile& file, const Chunks& chunks, std::size_t rows, hsize_t columns)
 {
     return file.GetRoot()->CreateExtensibleArray2D(
         kName, TDataType::Double, static_cast<unsigned int>(rows), static_cast<unsigned int>(columns),
-        static_cast<unsigned int>(storage.chunkRows), static_cast<unsigned int>(kColumns), storage.compression);
+        static_cast<unsigned int>(chunks.chunkRows), static_cast<unsigned int>(kColumns), chunks.compression);
 }
 
 // A file with an array of so many rows.
-bench::Place Stored(const Storage& storage)
+bench::Place Stored(const Chunks& chunks)
 {
     const auto make = [=](const std::string& path, std::size_t rows)
     {
         const auto file = IFile::Open(path, "w", 0);
-        const auto array = Create(*file, storage, rows, kColumns);
+        const auto array = Create(*file, chunks, rows, kColumns);
         for (hsize_t column = 0; column < kColumns; ++column)
         {
             array->WriteColumnFromBuffer(static_cast<int>(column), Values(rows).data(), TDataType::Double);
         }
     };
-    return {"extensible-" + storage.word, "r", make};
+    return {"extensible-" + chunks.word, "r", make};
 }
 
 // A block of rows or columns.
@@ -128,17 +128,17 @@ struct PlainArray
     hsize_t length = 0;
 };
 
-hid_t CreatePlainly(hid_t file, const Storage& storage, hsize_t rows, hsize_t columns, hid_t access)
+hid_t CreatePlainly(hid_t file, const Chunks& chunks, hsize_t rows, hsize_t columns, hid_t access)
 {
     const hsize_t dimensions[2] = {rows, columns};
-    const hsize_t chunk[2] = {storage.chunkRows, kColumns};
+    const hsize_t chunk[2] = {chunks.chunkRows, kColumns};
     const bench::Id space(H5Screate_simple(2, dimensions, kUnlimited));
     const bench::Id list(H5Pcreate(H5P_DATASET_CREATE));
     H5Pset_chunk(list, 2, chunk);
-    if (storage.compression > 0)
+    if (chunks.compression > 0)
     {
         H5Pset_shuffle(list);
-        H5Pset_deflate(list, static_cast<unsigned int>(storage.compression));
+        H5Pset_deflate(list, static_cast<unsigned int>(chunks.compression));
     }
     return H5Dcreate2(file, kName, H5T_NATIVE_DOUBLE, space, H5P_DEFAULT, list, access);
 }
@@ -153,7 +153,7 @@ bench::Id ListWithCache()
 // How the sides come to their array: a new one that is appended to, or one that is there.
 struct Open
 {
-    Storage storage;
+    Chunks chunks;
     Work work;
 
     hsize_t Rows(std::size_t rows) const { return work.isAppend && work.isByRows ? 0 : rows; }
@@ -161,13 +161,13 @@ struct Open
 
     hid_t Plainly(hid_t file, std::size_t rows, hid_t access) const
     {
-        return work.isAppend ? CreatePlainly(file, storage, Rows(rows), Columns(), access)
+        return work.isAppend ? CreatePlainly(file, chunks, Rows(rows), Columns(), access)
                              : H5Dopen2(file, kName, access);
     }
 
     boost::shared_ptr<IExtensibleArray2D> operator()(IFile& file, std::size_t rows) const
     {
-        return work.isAppend ? Create(file, storage, Rows(rows), Columns())
+        return work.isAppend ? Create(file, chunks, Rows(rows), Columns())
                              : file.GetRoot()->GetExtensibleArray2D(kName);
     }
     std::unique_ptr<PlainArray> operator()(hid_t file, std::size_t rows) const
@@ -276,12 +276,12 @@ void MoveByCpp(const H5::DataSet& set, const Block& block, bool isAppend)
 }
 
 template <typename Move>
-void AddRows(bench::Rows& rows, const Storage& storage, const Work& work, Move move)
+void AddRows(bench::Rows& rows, const Chunks& chunks, const Work& work, Move move)
 {
-    const Open open = {storage, work};
+    const Open open = {chunks, work};
     const bool isAppend = work.isAppend;
-    const bench::Place place = isAppend ? bench::Place{"extensible", "w", {}} : Stored(storage);
-    const std::string name = "extensible arrays/" + work.word + ", " + storage.word;
+    const bench::Place place = isAppend ? bench::Place{"extensible", "w", {}} : Stored(chunks);
+    const std::string name = "extensible arrays/" + work.word + ", " + chunks.word;
     const auto plain = [=](const std::unique_ptr<PlainArray>& array, const Block& block)
     {
         array->Move(block, isAppend);
@@ -295,10 +295,10 @@ void AddRows(bench::Rows& rows, const Storage& storage, const Work& work, Move m
         MoveLiterally(set, block, isAppend);
     };
     const std::vector<std::size_t> counts =
-        work.step == 1 ? storage.rows : std::vector<std::size_t>{1000, 10000, 100000};
+        work.step == 1 ? chunks.rows : std::vector<std::size_t>{1000, 10000, 100000};
     rows.push_back(bench::On({name, "rows", counts, 1.10}, place, open, ForEachBlock(work, move),
                              ForEachBlock(work, plain), ForEachBlock(work, cpp)));
-    bench::Row row = {name + ", beside the literal calls", "rows", storage.literalRows, 0.90};
+    bench::Row row = {name + ", beside the literal calls", "rows", chunks.literalRows, 0.90};
     if (work.step > 1)
     {
         row.sizes = {1000, 10000};
@@ -386,14 +386,14 @@ bench::Rows bench::ExtensibleArrayRows()
                                TDataType::Double);
     };
     Rows rows = {OpeningRow()};
-    for (const Storage& storage : kStorages)
+    for (const Chunks& chunks : kAllChunks)
     {
-        AddRows(rows, storage, {"append rows and flush", true, true, 1}, appendRow);
-        AddRows(rows, storage, {"read rows", false, true, 1}, readRow);
-        AddRows(rows, storage, {"append rows in blocks of 1,000 and flush", true, true, 1000}, appendRows);
-        AddRows(rows, storage, {"read rows in blocks of 1,000", false, true, 1000}, readRows);
-        AddRows(rows, storage, {"append 16 columns and flush", true, false, 1}, appendColumn);
-        AddRows(rows, storage, {"read 16 columns", false, false, 1}, readColumn);
+        AddRows(rows, chunks, {"append rows and flush", true, true, 1}, appendRow);
+        AddRows(rows, chunks, {"read rows", false, true, 1}, readRow);
+        AddRows(rows, chunks, {"append rows in blocks of 1,000 and flush", true, true, 1000}, appendRows);
+        AddRows(rows, chunks, {"read rows in blocks of 1,000", false, true, 1000}, readRows);
+        AddRows(rows, chunks, {"append 16 columns and flush", true, false, 1}, appendColumn);
+        AddRows(rows, chunks, {"read 16 columns", false, false, 1}, readColumn);
     }
     return rows;
 }

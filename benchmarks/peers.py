@@ -15,7 +15,6 @@ import tables
 warnings.filterwarnings("ignore")
 ROW = np.dtype([("time", "f8"), ("value", "f8"), ("error", "f8"), ("channel", "i4"), ("flags", "i4"), ("text", "S8")])
 MILLION = 1_000_000
-STRIDED = 2 << 20
 SMALL = np.arange(1, 9, dtype="f8")
 COLUMNS = 16
 STORAGES = {"128 KiB chunks": (1024, 0), "2 MiB chunks": (16384, 0), "deflated 2 MiB chunks": (16384, 1)}
@@ -188,37 +187,47 @@ def small_arrays():
         lambda file, _: len(file.root._v_groups))
 
 
-def counts(size):
+def counts_of(size):
     return np.random.default_rng(1).integers(0, 1024, size // 8).astype("f8")
 
 
-def arrays():
-    # Plain data lie contiguously, as both do it by default; filtered ones in the chunks that each chooses.
-    def store_h5py(deflate):
-        filters, _ = filters_of(deflate)
-        return lambda file, size: file.create_dataset("array", data=data_of(size, counts), **filters) and None
+def readings_of(size):
+    rows = size // ROW.itemsize
+    data = np.zeros(rows, ROW)
+    data["time"] = np.arange(rows) / 100
+    data["value"] = counts_of(8 * rows)
+    data["text"] = np.char.add(b"row ", (np.arange(rows) % 1000).astype("S3"))
+    return data
 
-    def store_tables(deflate):
-        _, filters = filters_of(deflate)
 
-        def do(file, size):
-            create = file.create_carray if deflate else file.create_array
-            create("/", "array", obj=data_of(size, counts), **({"filters": filters} if deflate else {})).close()
-        return do
+def data_sets(family, element, make_data, read_h5py, read_tables):
+    """Arrays or tables as each peer stores them by default: contiguously, or in chunks of its own choice where filtered."""
+    def store(deflate=0, chunk=0, elements=0):
+        filters, both_filters = filters_of(deflate)
+
+        def data_for(size):
+            return data_of(elements * make_data(ROW.itemsize * 8).itemsize if elements else size, make_data)
+
+        def by_h5py(file, size):
+            chunks = {"chunks": (chunk,)} if chunk else {}
+            file.create_dataset("data", data=data_for(size), **filters, **chunks)
+
+        def by_tables(file, size):
+            data = data_for(size)
+            if family == "tables":
+                file.create_table("/", "data", obj=data, filters=both_filters, expectedrows=len(data),
+                                  **({"chunkshape": chunk} if chunk else {})).close()
+            elif deflate or chunk:
+                file.create_carray("/", "data", obj=data, filters=both_filters,
+                                   **({"chunkshape": (chunk,)} if chunk else {})).close()
+            else:
+                file.create_array("/", "data", obj=data).close()
+        return both(by_h5py, by_tables)
 
     for deflate, word in (0, ""), (1, " with shuffle and deflate 1"), (6, " with shuffle and deflate 6"):
-        make = both(store_h5py(deflate), store_tables(deflate))
-        row("arrays/write" + word, new, make["h5py"], make["PyTables"])
-        row("arrays/read" + word, stored(f"array-{deflate}", make, "array"),
-            lambda _, node, size: node.read_direct(data_of(size, counts)),
-            lambda _, node, size: node.read(out=data_of(size, counts)))
-
-    def strided(chunk):
-        options = {"chunks": (chunk,)} if chunk else {}
-        return both(
-            lambda file, _: file.create_dataset("array", data=data_of(8 * STRIDED, counts), **options) and None,
-            lambda file, _: file.create_carray("/", "array", obj=data_of(8 * STRIDED, counts), chunkshape=(chunk,))
-            if chunk else file.create_array("/", "array", obj=data_of(8 * STRIDED, counts)))
+        make = store(deflate)
+        row(f"{family}/write{word}", new, make["h5py"], make["PyTables"])
+        row(f"{family}/read{word}", stored(f"{family}-{deflate}", make, "data"), read_h5py, read_tables)
 
     def read_every(stride, times):
         def do(_, node, count):
@@ -226,12 +235,15 @@ def arrays():
                 node[0:count * stride:stride]
         return do
 
-    row("arrays/read every n-th element of 16 MiB", stored("strided", strided(STRIDED), "array"),
-        *2 * [lambda _, node, stride: node[::stride]])
-    row("arrays/read every 500th element of a contiguous array, 10 times", stored("few", strided(0), "array"),
-        *2 * [read_every(500, 10)])
-    row("arrays/read every 20th element in chunks of 8 KiB, 10 times", stored("few-small", strided(1024), "array"),
-        *2 * [read_every(20, 10)])
+    length = (16 << 20) // make_data(ROW.itemsize * 8).itemsize
+    strided = stored(f"{family}-strided", store(chunk=length, elements=length), "data")
+    row(f"{family}/read every n-th {element} of 16 MiB", strided, *2 * [lambda _, node, stride: node[::stride]])
+    row(f"{family}/read a run of {element}s", strided, *2 * [lambda _, node, size: node[0:length]])
+    row(f"{family}/read every 500th {element} of a contiguous data set, 10 times",
+        stored(f"{family}-few", store(elements=length), "data"), *2 * [read_every(500, 10)])
+    row(f"{family}/read every 20th {element} in chunks of 1,024, 10 times",
+        stored(f"{family}-chunks", store(chunk=1024, elements=length), "data"), *2 * [read_every(20, 10)])
+    return stored(f"{family}-0", store(), "data"), stored("million", store(elements=MILLION), "data", "r+")
 
 
 def attributes(word, objects_for):
@@ -362,41 +374,7 @@ def opened_extensible_arrays():
         for_each_child(lambda file, name: (file.get_node("/" + name).dtype, file.get_node("/" + name).shape)))
 
 
-def table_data(rows):
-    data = np.zeros(rows, ROW)
-    data["time"] = np.arange(rows) / 100
-    data["text"] = np.char.add(b"row ", (np.arange(rows) % 1000).astype("S3"))
-    return data
-
-
-def some_tables():
-    def store_h5py(deflate):
-        filters, _ = filters_of(deflate)
-        return lambda file, rows: file.create_dataset("table", data=data_of(rows, table_data), **filters) and None
-
-    def store_tables(deflate):
-        _, filters = filters_of(deflate)
-        return lambda file, rows: file.create_table("/", "table", obj=data_of(rows, table_data), filters=filters,
-                                                    expectedrows=rows).close()
-
-    plain = both(store_h5py(0), store_tables(0))
-    deflated = both(store_h5py(1), store_tables(1))
-    there = stored("table", plain, "table")
-    row("tables/write", new, plain["h5py"], plain["PyTables"])
-    row("tables/write with shuffle and deflate 1", new, deflated["h5py"], deflated["PyTables"])
-    row("tables/read", there, lambda _, node, rows: node[:], lambda _, node, rows: node.read())
-    row("tables/read with shuffle and deflate 1", stored("table-deflated", deflated, "table"),
-        lambda _, node, rows: node[:], lambda _, node, rows: node.read())
-    row("tables/read every 4th row", there, lambda _, node, rows: node[::4], lambda _, node, rows: node.read(step=4))
-    row("tables/read a column of texts", there, lambda _, node, rows: [s.decode() for s in node["text"]],
-        lambda _, node, rows: [s.decode() for s in node.col("text")])
-
-
-def selections(word, pick):
-    there = stored("million", both(
-        lambda file, _: file.create_dataset("table", data=data_of(MILLION, table_data)) and None,
-        lambda file, _: file.create_table("/", "table", obj=data_of(MILLION, table_data))), "table", "r+")
-
+def selections(there, word, pick):
     def pick_h5py(_, node, count):
         # A mask is h5py's fastest way, and gives rows in ascending order and each once: numpy puts them in place.
         rows = data_of(count, pick)
@@ -406,16 +384,16 @@ def selections(word, pick):
         node[mask][back]
 
     def scatter_h5py(_, node, count):
-        data_of(MILLION, table_data)[data_of(count, pick)] = node[100:100 + count]
+        data_of(MILLION * ROW.itemsize, readings_of)[data_of(count, pick)] = node[100:100 + count]
 
     def scatter_tables(_, node, count):
-        data_of(MILLION, table_data)[data_of(count, pick)] = node.read(100, 100 + count)
+        data_of(MILLION * ROW.itemsize, readings_of)[data_of(count, pick)] = node.read(100, 100 + count)
 
     def collect_h5py(_, node, count):
-        node[100:100 + count] = data_of(MILLION, table_data)[data_of(count, pick)]
+        node[100:100 + count] = data_of(MILLION * ROW.itemsize, readings_of)[data_of(count, pick)]
 
     def collect_tables(_, node, count):
-        node.modify_rows(100, 100 + count, rows=data_of(MILLION, table_data)[data_of(count, pick)])
+        node.modify_rows(100, 100 + count, rows=data_of(MILLION * ROW.itemsize, readings_of)[data_of(count, pick)])
         node.flush()
 
     row("tables/read selected rows of a million, " + word, there, pick_h5py,
@@ -446,15 +424,19 @@ def main():
     files()
     groups()
     small_arrays()
-    arrays()
-    attributes("many objects, 5 each", lambda count: count // 5)
-    attributes("one object", lambda count: 1)
+    data_sets("arrays", "element", counts_of, lambda _, node, size: node.read_direct(data_of(size, counts_of)),
+              lambda _, node, size: node.read(out=data_of(size, counts_of)))
+    whole, million = data_sets("tables", "row", readings_of, lambda _, node, size: node[:],
+                               lambda _, node, size: node.read())
+    row("tables/read a column of texts", whole, lambda _, node, size: [s.decode() for s in node["text"]],
+        lambda _, node, size: [s.decode() for s in node.col("text")])
+    for word, pick in ("sorted", in_order), ("shuffled", shuffled), ("each four times", repeated):
+        selections(million, word, pick)
     for word, (chunk_rows, deflate) in STORAGES.items():
         extensible_arrays(word, chunk_rows, deflate)
     opened_extensible_arrays()
-    some_tables()
-    for word, pick in ("sorted", in_order), ("shuffled", shuffled), ("each four times", repeated):
-        selections(word, pick)
+    attributes("many objects, 5 each", lambda count: count // 5)
+    attributes("one object", lambda count: 1)
     types()
     for line in sys.stdin:
         peer, name, size = line.rstrip("\n").split("|")
