@@ -7,7 +7,9 @@
 
 #include <algorithm>
 #include <cstring>
+#include <functional>
 #include <limits>
+#include <numeric>
 
 namespace tarnwick::hdf
 {
@@ -18,17 +20,55 @@ namespace
 const char* const kReadFailed = "error reading string buffer from dataset";
 const char* const kNoCharset = "could not detect charset from dataset";
 
-size_t CountItems(const ScopedSpace& space)
-{
-    const hssize_t items = H5Sget_simple_extent_npoints(space.get());
-    return items > 0 ? static_cast<size_t>(items) : 0;
-}
-
 // A damaged file may claim more items than memory can be asked for.
 size_t BytesOf(size_t items, size_t itemSize)
 {
     CheckResult(itemSize != 0 && items > std::numeric_limits<size_t>::max() / itemSize ? -1 : 0, kReadFailed);
     return items * itemSize;
+}
+
+// Whether what HDF5 reads as this type holds pointers to memory that it allocated; also where HDF5 can't tell.
+bool MayHaveVariableParts(hid_t type)
+{
+    const H5T_class_t typeClass = H5Tget_class(type);
+    if (typeClass == H5T_STRING)
+    {
+        return H5Tis_variable_str(type) != 0;
+    }
+    if (typeClass == H5T_ARRAY)
+    {
+        return MayHaveVariableParts(ScopedType(H5Tget_super(type)).get());
+    }
+    const int members = typeClass == H5T_COMPOUND ? H5Tget_nmembers(type) : 0;
+    for (int i = 0; i < members; ++i)
+    {
+        if (MayHaveVariableParts(ScopedType(H5Tget_member_type(type, static_cast<unsigned int>(i))).get()))
+        {
+            return true;
+        }
+    }
+    return typeClass == H5T_VLEN || typeClass == H5T_NO_CLASS || members < 0;
+}
+
+// Whether an item of the type is nothing but the pointer to a text; below zero if HDF5 can't tell.
+htri_t IsVariableText(hid_t type)
+{
+    const H5T_class_t typeClass = H5Tget_class(type);
+    const int members = typeClass == H5T_COMPOUND ? H5Tget_nmembers(type) : 0;
+    if (typeClass == H5T_NO_CLASS || members < 0)
+    {
+        return -1;
+    }
+    if (typeClass != H5T_COMPOUND)
+    {
+        return H5Tis_variable_str(type);
+    }
+    const size_t size = H5Tget_size(type);
+    if (members != 1 || size != sizeof(char*))
+    {
+        return size == 0 ? -1 : 0;
+    }
+    return H5Tis_variable_str(ScopedType(H5Tget_member_type(type, 0)).get());
 }
 
 void AssignText(std::string& target, const char* text, size_t size, H5T_cset_t charset)
@@ -42,47 +82,92 @@ void AssignText(std::string& target, const char* text, size_t size, H5T_cset_t c
     }
 }
 
-// The pointers that HDF5 stores for variable-length items, and the memory behind them.
-class VariableItems
+// Selects the first `count` elements in the order in which they are read, fewer than the space has: whole slices along
+// the first dimension, then what is left of the next slice in the same way.
+void SelectFirst(const ScopedSpace& space, hsize_t count)
 {
-public:
-    VariableItems(const ScopedSpace& space, hid_t memoryType, size_t atLeast)
-        : m_space(space), m_memoryType(memoryType), m_items(std::max(CountItems(space), atLeast), nullptr)
+    const int rank = std::max(H5Sget_simple_extent_ndims(space.get()), 0);
+    hsize_t dimensions[H5S_MAX_RANK] = {0};
+    hsize_t start[H5S_MAX_RANK] = {0};
+    hsize_t size[H5S_MAX_RANK] = {0};
+    H5Sselect_none(space.get());
+    if (H5Sget_simple_extent_dims(space.get(), dimensions, nullptr) < 0)
     {
+        return;
     }
-    VariableItems(const VariableItems&) = delete;
-    VariableItems& operator=(const VariableItems&) = delete;
-    ~VariableItems() { H5Dvlen_reclaim(m_memoryType, m_space.get(), H5P_DEFAULT, m_items.data()); }
-
-    void* data() { return m_items.data(); }
-    const char* operator[](size_t index) const { return m_items[index]; }
-
-private:
-    const ScopedSpace& m_space;
-    hid_t m_memoryType;
-    std::vector<char*> m_items;
-};
-
-// The memory of variable-length items goes back to HDF5 on every way out. A null item is the empty text.
-void ReadVariableStringDataSet(std::vector<std::string>& strings, hid_t dataSet, hid_t storedType, hid_t memoryType,
-                               size_t count)
-{
-    // One pointer an item is what the buffer has room for.
-    CheckResult(H5Tget_size(memoryType) == sizeof(char*) ? 0 : -1, kReadFailed);
-    const ScopedSpace space(H5Dget_space(dataSet));
-    // Without the space the memory of the items couldn't be given back, nor their number be told.
-    CheckResult(H5Sget_simple_extent_npoints(space.get()), kReadFailed);
-    VariableItems items(space, memoryType, count);
-    CheckResult(H5Dread(dataSet, memoryType, H5S_ALL, H5S_ALL, H5P_DEFAULT, items.data()), kReadFailed);
-    const H5T_cset_t charset = H5Tget_cset(storedType);
-    CheckResult(charset, kNoCharset);
-    strings.resize(count);
-    for (size_t i = 0; i < count; ++i)
+    std::copy(dimensions, dimensions + rank, size);
+    hsize_t inSlice = std::accumulate(dimensions, dimensions + rank, hsize_t{1}, std::multiplies<>());
+    for (int i = 0; i < rank && count > 0; ++i)
     {
-        const char* text = items[i] == nullptr ? "" : items[i];
-        AssignText(strings[i], text, std::strlen(text), charset);
+        inSlice /= dimensions[i];
+        size[i] = count / inSlice;
+        if (size[i] > 0)
+        {
+            H5Sselect_hyperslab(space.get(), H5S_SELECT_OR, start, nullptr, size, nullptr);
+        }
+        start[i] = size[i];
+        size[i] = 1;
+        count %= inSlice;
     }
 }
+
+// Memory for the first `count` items of a data set, and for what HDF5 allocates for them. A surplus of the data set is
+// left out, and what it lacks is NUL.
+class Items
+{
+public:
+    Items(hid_t dataSet, hid_t memoryType, size_t count, size_t itemSize)
+        : m_dataSet(dataSet), m_fileSpace(H5Dget_space(dataSet))
+    {
+        const size_t typeSize = H5Tget_size(memoryType);
+        // What has no size is no type to read with.
+        m_memoryType = typeSize > 0 ? memoryType : -1;
+        m_bytes.resize(std::max(BytesOf(count, std::max(itemSize, typeSize)), size_t{1}), '\0');
+        const hssize_t stored = H5Sget_simple_extent_npoints(m_fileSpace.get());
+        m_isWhole = stored >= 0 && static_cast<hsize_t>(stored) <= count;
+        // Where HDF5 can't tell, the read has no memory space and fails.
+        if (stored >= 0 && !m_isWhole)
+        {
+            const hsize_t length = count;
+            m_memorySpace.reset(H5Screate_simple(1, &length, nullptr));
+            SelectFirst(m_fileSpace, count);
+        }
+    }
+    Items(const Items&) = delete;
+    Items& operator=(const Items&) = delete;
+    ~Items()
+    {
+        if (MayHaveVariableParts(m_memoryType))
+        {
+            H5Dvlen_reclaim(m_memoryType, m_isWhole ? m_fileSpace.get() : m_memorySpace.get(), H5P_DEFAULT,
+                            m_bytes.data());
+        }
+    }
+
+    void Read()
+    {
+        const hid_t inMemory = m_isWhole ? H5S_ALL : m_memorySpace.get();
+        const hid_t inFile = m_isWhole ? H5S_ALL : m_fileSpace.get();
+        CheckResult(H5Dread(m_dataSet, m_memoryType, inMemory, inFile, H5P_DEFAULT, m_bytes.data()), kReadFailed);
+    }
+
+    const char* FixedText(size_t index, size_t itemSize) const { return m_bytes.data() + index * itemSize; }
+
+    const char* VariableText(size_t index) const
+    {
+        const char* text = nullptr;
+        std::memcpy(&text, m_bytes.data() + index * sizeof(text), sizeof(text));
+        return text == nullptr ? "" : text;
+    }
+
+private:
+    hid_t m_dataSet;
+    hid_t m_memoryType = -1;
+    ScopedSpace m_fileSpace;
+    ScopedSpace m_memorySpace;
+    std::vector<char> m_bytes;
+    bool m_isWhole = false;
+};
 
 } // namespace
 
@@ -117,29 +202,20 @@ namespace utils
 void ReadStringDataSet(std::vector<std::string>& strings, hid_t dataSet, hid_t storedType, hid_t memoryType,
                        size_t count, size_t itemSize)
 {
+    Items items(dataSet, memoryType, count, itemSize);
+    items.Read();
+    const H5T_cset_t charset = H5Tget_cset(storedType);
+    CheckResult(charset, kNoCharset);
     // HDF5 tells a character set of sequences and arrays of strings too, but their items are no texts.
     const H5T_class_t storedClass = H5Tget_class(storedType);
     CheckResult(storedClass == H5T_VLEN || storedClass == H5T_ARRAY ? -1 : 0, kNoCharset);
-    const htri_t isVariable = H5Tis_variable_str(storedType);
-    CheckResult(isVariable, H5Tget_size(memoryType) == 0 ? kReadFailed : kNoCharset);
-    if (isVariable > 0)
-    {
-        ReadVariableStringDataSet(strings, dataSet, storedType, memoryType, count);
-        return;
-    }
-    // The data set decides how much H5Dread stores, which may be more than the caller counted.
-    const ScopedSpace space(H5Dget_space(dataSet));
-    const size_t stored = BytesOf(CountItems(space), H5Tget_size(memoryType));
-    std::vector<char> buffer(std::max({BytesOf(count, itemSize), stored, size_t{1}}), '\0');
-    CheckResult(H5Dread(dataSet, memoryType, H5S_ALL, H5S_ALL, H5P_DEFAULT, buffer.data()), kReadFailed);
-    const H5T_cset_t charset = H5Tget_cset(storedType);
-    CheckResult(charset, kNoCharset);
+    const htri_t isVariable = IsVariableText(memoryType);
+    CheckResult(isVariable, kReadFailed);
     strings.resize(count);
-    const char* item = buffer.data();
-    for (std::string& text : strings)
+    for (size_t i = 0; i < count; ++i)
     {
-        AssignText(text, item, strnlen(item, itemSize), charset);
-        item += itemSize;
+        const char* text = isVariable > 0 ? items.VariableText(i) : items.FixedText(i, itemSize);
+        AssignText(strings[i], text, isVariable > 0 ? std::strlen(text) : strnlen(text, itemSize), charset);
     }
 }
 

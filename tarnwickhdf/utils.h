@@ -24,11 +24,12 @@ namespace tarnwick::hdf::utils
 /// and `array.GetComponents()`. Each text is the item's bytes up to its first NUL. Variable-length
 /// strings are read too: `itemSize` plays no part then, a null item is the empty text, and HDF5's memory is given back.
 /// Text stored as H5T_CSET_ASCII is taken for Latin-1 and converted, so that the result is UTF-8; other text comes back
-/// unchanged. A data set that holds more than `count` items does no harm: the surplus is read and left out.
-/// @throws std::runtime_error "error reading string buffer from dataset" with traceback if HDF5 can't read, "could not
-///         detect charset from dataset" with traceback if `storedType` is no string type, so for sequences and arrays
-///         of strings; `strings` is then untouched. A damaged file may claim more bytes than memory has: std::bad_alloc
-///         or std::length_error then, and "error reading string buffer from dataset" from 2^64 bytes on.
+/// unchanged. Of a data set that holds more than `count` items the first `count` are read, in memory for `count` items;
+/// items that it lacks are empty texts.
+/// @throws std::runtime_error "error reading string buffer from dataset" with traceback if HDF5 can't read; then "could
+///         not detect charset from dataset" with traceback if `storedType` is no string type, so for sequences and
+///         arrays of strings; `strings` is then untouched. A damaged file may claim more bytes than memory has:
+///         std::bad_alloc or std::length_error then, and "error reading string buffer from dataset" from 2^64 bytes on.
 TARNWICKHDF_EXPORT void ReadStringDataSet(std::vector<std::string>& strings, hid_t dataSet, hid_t storedType,
                                           hid_t memoryType, size_t count, size_t itemSize);
 
