@@ -6,6 +6,7 @@
 #include <tarnwickhdf/internal/HandOver.h>
 #include <tarnwickhdf/internal/IDataSetBuilder.h>
 #include <tarnwickhdf/internal/ObjectLookup.h>
+#include <tarnwickhdf/internal/OwnSizes.h>
 #include <tarnwickhdf/internal/Refusal.h>
 #include <tarnwickhdf/internal/RowBlocks.h>
 #include <tarnwickhdf/internal/ScopedId.h>
@@ -14,6 +15,7 @@
 #include <tarnwick/IException.h>
 
 #include <algorithm>
+#include <functional>
 #include <limits>
 #include <memory>
 #include <stdexcept>
@@ -39,6 +41,16 @@ struct Extent
     hsize_t maximum[kMostDimensions] = {0, 0};
 };
 
+// What an array knows of its open data set.
+struct ArrayInfo
+{
+    TDataType::TDataType type = TDataType::Undefined;
+    ScopedType typeId;
+    size_t length = 0;
+    size_t components = 0;
+    bool mayHoldMore = false; ///< Than length and components tell, now or later.
+};
+
 Extent ExtentOf(hid_t dataSet)
 {
     const ScopedSpace space(H5Dget_space(dataSet));
@@ -49,6 +61,57 @@ Extent ExtentOf(hid_t dataSet)
         H5Sget_simple_extent_dims(space.get(), extent.dimensions, extent.maximum);
     }
     return extent;
+}
+
+Refusal FindInfo(hid_t dataSet, ArrayInfo& info)
+{
+    info.typeId.reset(H5Dget_type(dataSet));
+    CheckResult(info.typeId.get(), "could not get dataset's type");
+    info.type = FindDataType(info.typeId.get());
+    if (info.type == TDataType::Undefined)
+    {
+        return {H5Tget_class(info.typeId.get()) == H5T_COMPOUND ? "H5T_COMPOUND is not a valid Array"
+                                                                : "invalid HDF type"};
+    }
+    const Extent extent = ExtentOf(dataSet);
+    if (extent.rank <= 0)
+    {
+        return {};
+    }
+    if (extent.rank > kMostDimensions)
+    {
+        return {"there's no support for arrays with more than 2 dimensions"};
+    }
+    if (info.type == TDataType::VarLenString && extent.rank == 2)
+    {
+        return {"there's no support for variable length strings with more than 1 dimension"};
+    }
+    if (extent.rank == 2 && extent.maximum[0] == H5S_UNLIMITED && extent.maximum[1] == H5S_UNLIMITED)
+    {
+        return {"not a valid Array", true};
+    }
+    const bool isString = info.type == TDataType::String;
+    info.length = extent.dimensions[0];
+    info.components = extent.rank == 2 ? extent.dimensions[1] : 1;
+    // The sizes of strings leave a second dimension out.
+    info.mayHoldMore = MayGrow(extent.rank, extent.dimensions, extent.maximum) || (isString && info.components > 1);
+    if (isString)
+    {
+        info.components = H5Tget_size(info.typeId.get());
+    }
+    return {};
+}
+
+// The components of strings are their bytes.
+hsize_t ElementsOf(TDataType::TDataType type, size_t length, size_t components)
+{
+    return type == TDataType::String ? length : hsize_t{length} * components;
+}
+
+bool HasNullSpace(hid_t dataSet)
+{
+    const ScopedSpace space(H5Dget_space(dataSet));
+    return H5Sget_simple_extent_type(space.get()) == H5S_NULL;
 }
 
 // The type of the strings that an array is made of: `size` bytes, padded with NUL bytes.
@@ -65,11 +128,12 @@ ScopedType CreateFileStringType(size_t size, H5T_cset_t encoding, const std::str
     return type;
 }
 
-// The type of the same strings in the caller's buffer; what HDF5 refuses here shows at the transfer.
+// The type of the same strings in the caller's buffer; what HDF5 refuses here shows at the transfer. Strings without a
+// size have a byte each, as they are stored.
 ScopedType CopyMemoryStringType(size_t size)
 {
     ScopedType type(H5Tcopy(H5T_C_S1));
-    if (H5Tset_size(type.get(), size) < 0 || H5Tset_strpad(type.get(), H5T_STR_NULLPAD) < 0)
+    if ((size != 0 && H5Tset_size(type.get(), size) < 0) || H5Tset_strpad(type.get(), H5T_STR_NULLPAD) < 0)
     {
         type.reset();
     }
@@ -85,7 +149,7 @@ public:
     {
         const TDataType::TDataType type = requested == TDataType::Undefined ? own : requested;
         m_id = INode::DataTypeToHDFType(type);
-        if (type == TDataType::String && own == TDataType::String && components > 0)
+        if (type == TDataType::String && own == TDataType::String)
         {
             m_strings = CopyMemoryStringType(components);
             H5Tset_cset(m_strings.get(), H5Tget_cset(storedType));
@@ -111,15 +175,6 @@ hsize_t WidenProduct(int one, int other)
     return Widen(static_cast<int>(static_cast<unsigned int>(one) * static_cast<unsigned int>(other)));
 }
 
-// HDF5 looks at a selection's last element alone. A stride or count that wraps around, as negative numbers do, would
-// pass for one that ends inside the extent, and HDF5 would run over its own buffers.
-herr_t JudgeSelection(hsize_t start, hsize_t stride, hsize_t count)
-{
-    const hsize_t most = std::numeric_limits<hssize_t>::max();
-    const bool tooFar = start <= most && count > 1 && stride > (most - start) / (count - 1);
-    return stride > most || count > most || tooFar ? -1 : 0;
-}
-
 struct Hyperslab
 {
     hsize_t start[kMostDimensions];
@@ -134,10 +189,63 @@ void CopyEntries(const size_t* from, size_t entries, hsize_t* to)
 
 // HDF5 reads as many entries of a selection's arguments as the space has dimensions. A space without any is left to
 // HDF5, which refuses to select in it.
-void CheckRank(const ScopedSpace& fileSpace, size_t dimensions, const char* message)
+void CheckRank(const ScopedSpace& fileSpace, size_t entries, const char* message)
 {
     const int rank = H5Sget_simple_extent_ndims(fileSpace.get());
-    CheckResult(rank > 0 && static_cast<size_t>(rank) != dimensions ? -1 : 0, message);
+    CheckResult(rank > 0 && static_cast<size_t>(rank) > entries ? -1 : 0, message);
+}
+
+// HDF5 looks at a selection's last element alone, and takes one that wraps around for one that ends inside. Only an
+// unlimited one it knows as such and refuses.
+bool WrapsAround(hsize_t start, hsize_t stride, hsize_t count)
+{
+    return count > 1 && count != H5S_UNLIMITED && stride > (std::numeric_limits<hsize_t>::max() - start) / (count - 1);
+}
+
+bool RunsBackwardsInside(hsize_t start, hsize_t stride, hsize_t count, hsize_t extent)
+{
+    const hsize_t step = 0 - stride;
+    return start < extent && step < stride && count - 1 <= start / step;
+}
+
+// Whether HDF5 can follow a selection that runs backwards. Across the border of a chunk it never comes to an end.
+bool CanRunBackwards(hid_t dataSet, int rank, const hsize_t* extent)
+{
+    const StorageLayout layout = StorageLayoutOf(dataSet);
+    if (layout.layout == H5D_CHUNKED)
+    {
+        return std::equal(extent, extent + rank, layout.chunk, std::less_equal<>());
+    }
+    return layout.layout == H5D_CONTIGUOUS || layout.layout == H5D_COMPACT;
+}
+
+// Whether HDF5 stays inside the space with what it has selected there, or refuses it by itself. `dataSet` is -1 for a
+// space in memory.
+bool StaysInside(const ScopedSpace& space, const Hyperslab& slab, hid_t dataSet)
+{
+    const int rank = std::min(H5Sget_simple_extent_ndims(space.get()), kMostDimensions);
+    bool wraps = false;
+    for (int i = 0; i < rank; ++i)
+    {
+        if (slab.count[i] == 0)
+        {
+            return true;
+        }
+        wraps = wraps || WrapsAround(slab.start[i], slab.stride[i], slab.count[i]);
+    }
+    if (!wraps)
+    {
+        return true;
+    }
+    hsize_t extent[kMostDimensions] = {0, 0};
+    H5Sget_simple_extent_dims(space.get(), extent, nullptr);
+    bool isInside = dataSet == -1 || CanRunBackwards(dataSet, rank, extent);
+    for (int i = 0; i < rank; ++i)
+    {
+        isInside = isInside && (!WrapsAround(slab.start[i], slab.stride[i], slab.count[i]) ||
+                                RunsBackwardsInside(slab.start[i], slab.stride[i], slab.count[i], extent[i]));
+    }
+    return isInside;
 }
 
 void ReadSelection(hid_t dataSet, const MemoryType& memoryType, const ScopedSpace& memorySpace,
@@ -147,21 +255,30 @@ void ReadSelection(hid_t dataSet, const MemoryType& memoryType, const ScopedSpac
                 kSlabFailed);
 }
 
-// Reads a hyperslab of the file, packed, into `memoryLength` elements.
-void ReadFileHyperslab(hid_t dataSet, const MemoryType& memoryType, hsize_t memoryLength, size_t dimensions,
+// Reads a hyperslab of the file, packed, into `memoryLength` elements. `entries` of the slab's are known.
+void ReadFileHyperslab(hid_t dataSet, const MemoryType& memoryType, hsize_t memoryLength, size_t entries,
                        const Hyperslab& slab, const char* wrongRankMessage, void* buffer)
 {
     ScopedSpace fileSpace;
     const ScopedSpace memorySpace(H5Screate_simple(1, &memoryLength, nullptr));
     fileSpace.reset(H5Dget_space(dataSet));
-    CheckRank(fileSpace, dimensions, wrongRankMessage);
-    for (size_t i = 0; i < dimensions; ++i)
-    {
-        CheckResult(JudgeSelection(slab.start[i], slab.stride[i], slab.count[i]), kNoArraySelection);
-    }
+    CheckRank(fileSpace, entries, wrongRankMessage);
     CheckResult(H5Sselect_hyperslab(fileSpace.get(), H5S_SELECT_SET, slab.start, slab.stride, slab.count, nullptr),
                 kNoArraySelection);
+    CheckResult(StaysInside(fileSpace, slab, dataSet) ? 0 : -1, kSlabFailed);
     ReadSelection(dataSet, memoryType, memorySpace, fileSpace, buffer);
+}
+
+// Whether the elements of a one-dimensional array were read by blocks; if not, HDF5's way is left.
+bool ReadByBlocks(const StoredRows& elements, size_t length, int start, int stride, int count, hid_t memoryType,
+                  void* buffer)
+{
+    if (start < 0 || stride < 0 || count < 0 || !RowBlocks::MayPick(elements, Widen(count), Widen(stride), memoryType))
+    {
+        return false;
+    }
+    RowBlocks blocks(elements, memoryType, Widen(count), length);
+    return blocks.ReadEvery(Widen(start), Widen(stride), Widen(count), buffer);
 }
 
 // Number arrays with one component have one dimension, with any other number two.
@@ -184,15 +301,16 @@ IArray::IArray(boost::weak_ptr<IFile> file, hid_t parent, hid_t dataSet, const s
 
 IArray::IArray(boost::weak_ptr<IFile> file, hid_t parent, hid_t dataSet, const std::string& name, size_t componentCount,
                size_t elementCount, hid_t type, int level, bool typeIsOwn, TDataType::TDataType typeName)
-    : INode(std::move(file), dataSet, name), compression(level), ownsType(typeIsOwn), storage(StorageTraits::Unknown),
-      parentId(parent), length(elementCount), components(componentCount), dataType(typeName), typeId(type)
+    : INode(std::move(file), dataSet, name), compression(level), ownsType(typeIsOwn), mayHoldMore(false),
+      storage(StorageTraits::Unknown), parentId(parent), length(elementCount), components(componentCount),
+      dataType(typeName), typeId(type)
 {
 }
 
 IArray::IArray(const IArray& other)
-    : INode(other), compression(other.compression), ownsType(other.ownsType), storage(other.storage),
-      parentId(other.parentId), length(other.length), components(other.components), dataType(other.dataType),
-      typeId(other.typeId)
+    : INode(other), compression(other.compression), ownsType(other.ownsType), mayHoldMore(other.mayHoldMore),
+      storage(other.storage), parentId(other.parentId), length(other.length), components(other.components),
+      dataType(other.dataType), typeId(other.typeId)
 {
     m_location = ShareId(m_location);
     typeId = ownsType ? ShareId(typeId) : typeId;
@@ -212,6 +330,7 @@ IArray& IArray::operator=(const IArray& other)
     Close(previousDataSet, ownsType ? typeId : -1);
     compression = other.compression;
     ownsType = other.ownsType;
+    mayHoldMore = other.mayHoldMore;
     storage = other.storage;
     parentId = other.parentId;
     length = other.length;
@@ -252,42 +371,16 @@ void IArray::QueryInfo(hid_t dataSet, TDataType::TDataType& type, hid_t& typeId,
 Refusal IArray::FindRefusal(hid_t dataSet, TDataType::TDataType& type, hid_t& typeId, size_t& length,
                             size_t& components)
 {
-    typeId = H5Dget_type(dataSet);
-    CheckResult(typeId, "could not get dataset's type");
-    // A refused data set leaves what a reopened array knew.
-    const TDataType::TDataType stored = FindDataType(typeId);
-    if (stored == TDataType::Undefined)
+    ArrayInfo info;
+    const Refusal refusal = FindInfo(dataSet, info);
+    typeId = info.typeId.release();
+    if (!refusal)
     {
-        return {H5Tget_class(typeId) == H5T_COMPOUND ? "H5T_COMPOUND is not a valid Array" : "invalid HDF type"};
+        type = info.type;
+        length = info.length;
+        components = info.components;
     }
-    const Extent extent = ExtentOf(dataSet);
-    if (extent.rank <= 0)
-    {
-        type = stored;
-        length = 0;
-        components = 0;
-        return {};
-    }
-    if (extent.rank > kMostDimensions)
-    {
-        return {"there's no support for arrays with more than 2 dimensions"};
-    }
-    if (stored == TDataType::VarLenString && extent.rank == 2)
-    {
-        return {"there's no support for variable length strings with more than 1 dimension"};
-    }
-    if (extent.rank == 2 && extent.maximum[0] == H5S_UNLIMITED && extent.maximum[1] == H5S_UNLIMITED)
-    {
-        return {"not a valid Array", true};
-    }
-    type = stored;
-    length = extent.dimensions[0];
-    components = extent.rank == 2 ? extent.dimensions[1] : 1;
-    if (type == TDataType::String)
-    {
-        components = H5Tget_size(typeId);
-    }
-    return {};
+    return refusal;
 }
 
 boost::shared_ptr<IArray> IArray::Open(boost::weak_ptr<IFile> file, hid_t parent, const std::string& name)
@@ -302,29 +395,17 @@ boost::shared_ptr<IArray> IArray::FromOpenDataSet(boost::weak_ptr<IFile> file, h
                                                   hid_t dataSet, bool isNullIfRefused)
 {
     ScopedDataSet ownedDataSet(dataSet);
-    TDataType::TDataType type = TDataType::Undefined;
-    hid_t openedType = -1;
-    size_t elements = 0;
-    size_t componentCount = 0;
-    try
+    ArrayInfo info;
+    const Refusal refusal = FindInfo(dataSet, info);
+    if (refusal && isNullIfRefused)
     {
-        const Refusal refusal = FindRefusal(dataSet, type, openedType, elements, componentCount);
-        if (refusal && isNullIfRefused)
-        {
-            Close(ownedDataSet.release(), openedType);
-            return {};
-        }
-        Raise(refusal);
+        return {};
     }
-    catch (...)
-    {
-        Close(ownedDataSet.release(), openedType);
-        throw;
-    }
-    ScopedType ownedType(openedType);
-    std::unique_ptr<IArray> array(
-        new IArray(std::move(file), parent, dataSet, name, componentCount, elements, openedType, 0, true, type));
-    return HandOver(std::move(array), ownedDataSet, ownedType);
+    Raise(refusal);
+    std::unique_ptr<IArray> array(new IArray(std::move(file), parent, dataSet, name, info.components, info.length,
+                                             info.typeId.get(), 0, true, info.type));
+    array->mayHoldMore = info.mayHoldMore;
+    return HandOver(std::move(array), ownedDataSet, info.typeId);
 }
 
 void IArray::ReOpen(hid_t parent, const std::string& name)
@@ -332,19 +413,17 @@ void IArray::ReOpen(hid_t parent, const std::string& name)
     Close();
     ScopedDataSet dataSet = OpenDataSetAt("Array", parent, name);
     CheckResult(dataSet.get(), "could not reopen array '", name, "'");
-    ownsType = true;
-    storage = StorageTraits::Unknown;
-    try
-    {
-        QueryInfo(dataSet.get(), dataType, typeId, length, components);
-    }
-    catch (...)
-    {
-        Close();
-        throw;
-    }
+    ArrayInfo info;
+    Raise(FindInfo(dataSet.get(), info));
     m_location = dataSet.release();
     parentId = parent;
+    ownsType = true;
+    mayHoldMore = info.mayHoldMore;
+    storage = StorageTraits::Unknown;
+    length = info.length;
+    components = info.components;
+    dataType = info.type;
+    typeId = info.typeId.release();
 }
 
 size_t IArray::GetLength() const
@@ -434,10 +513,14 @@ void IArray::SetFromBuffer(void* buffer, TDataType::TDataType type, size_t newLe
 
 void IArray::RewriteInPlace(void* buffer)
 {
+    if (mayHoldMore)
+    {
+        CheckOwnSizes(m_location, ElementsOf(dataType, length, components));
+    }
     ScopedType stringType;
     hid_t memoryType = -1;
-    // An array without any element has no strings of a size and a character set of their own.
-    if (dataType == TDataType::String && components != 0)
+    // Where there is no string, none has to fit the file's character set.
+    if (dataType == TDataType::String && !HasNullSpace(m_location))
     {
         stringType = CopyMemoryStringType(components);
         CheckResult(H5Tset_cset(stringType.get(), GetEncoding()), "could not write charset for array: ", m_name);
@@ -461,7 +544,11 @@ void IArray::ReplaceFromBuffer(void* buffer, TDataType::TDataType type, size_t n
 void IArray::GetToBuffer(void* buffer, TDataType::TDataType type) const
 {
     const MemoryType memoryType(type, dataType, typeId, components);
-    const hsize_t elements = dataType == TDataType::String ? length : GetSize();
+    const hsize_t elements = ElementsOf(dataType, length, components);
+    if (mayHoldMore)
+    {
+        CheckOwnSizes(m_location, elements);
+    }
     if (!ReadPackedChunks(storage, {m_location, typeId, memoryType.get(), elements}, buffer))
     {
         CheckRead(H5Dread(m_location, memoryType.get(), H5S_ALL, H5S_ALL, H5P_DEFAULT, buffer), m_name);
@@ -472,24 +559,14 @@ void IArray::GetFromHyperslab(void* buffer, int start, int stride, int count, TD
 {
     CheckResult(components != 1 ? -1 : 0, kNotOneDimension);
     const MemoryType memoryType(type, dataType, typeId, components);
-    if (ReadByBlocks(start, stride, count, memoryType.get(), buffer))
+    const bool isNumber = dataType != TDataType::Undefined && dataType < TDataType::String;
+    const StoredRows elements = {m_location, typeId, isNumber, storage};
+    if (ReadByBlocks(elements, length, start, stride, count, memoryType.get(), buffer))
     {
         return;
     }
     const Hyperslab slab = {{Widen(start)}, {Widen(stride)}, {Widen(count)}};
     ReadFileHyperslab(m_location, memoryType, Widen(count), 1, slab, kNotOneDimension, buffer);
-}
-
-bool IArray::ReadByBlocks(int start, int stride, int count, hid_t memoryType, void* buffer) const
-{
-    const bool isNumber = dataType != TDataType::Undefined && dataType < TDataType::String;
-    const StoredRows elements = {m_location, typeId, isNumber, storage};
-    if (start < 0 || stride < 0 || count < 0 || !RowBlocks::MayPick(elements, Widen(count), Widen(stride), memoryType))
-    {
-        return false;
-    }
-    RowBlocks blocks(elements, memoryType, Widen(count), length);
-    return blocks.ReadEvery(Widen(start), Widen(stride), Widen(count), buffer);
 }
 
 void IArray::GetFromHyperslab(void* buffer, int memoryLength, size_t dimensions, size_t* start, size_t* stride,
@@ -509,20 +586,21 @@ void IArray::GetToMemoryHyperslab(void* buffer, int start, int stride, int count
 {
     const MemoryType memoryType(type, dataType, typeId, components);
     const hsize_t bufferLength = WidenProduct(stride, count);
-    const hsize_t memoryStart = Widen(start);
-    const hsize_t memoryStride = Widen(stride);
-    const hsize_t elements = Widen(count);
+    const Hyperslab places = {{Widen(start)}, {Widen(stride)}, {Widen(count)}};
     const hsize_t first = 0;
     const hsize_t adjacent = 1;
     ScopedSpace fileSpace;
     const ScopedSpace memorySpace(H5Screate_simple(1, &bufferLength, nullptr));
-    CheckResult(JudgeSelection(memoryStart, memoryStride, elements), kNoMemorySelection);
-    CheckResult(H5Sselect_hyperslab(memorySpace.get(), H5S_SELECT_SET, &memoryStart, &memoryStride, &elements, nullptr),
-                kNoMemorySelection);
+    CheckResult(
+        H5Sselect_hyperslab(memorySpace.get(), H5S_SELECT_SET, places.start, places.stride, places.count, nullptr),
+        kNoMemorySelection);
     fileSpace.reset(H5Dget_space(m_location));
     CheckRank(fileSpace, 1, kNotOneDimension);
-    CheckResult(H5Sselect_hyperslab(fileSpace.get(), H5S_SELECT_SET, &first, &adjacent, &elements, nullptr),
+    CheckResult(H5Sselect_hyperslab(fileSpace.get(), H5S_SELECT_SET, &first, &adjacent, places.count, nullptr),
                 "Error creating file data space hyperslab!");
+    // Before the buffer's begin there is memory too, as HDF5 sees it: the product of its size may be negative.
+    const bool beginsInside = start >= 0 || count == 0;
+    CheckResult(beginsInside && StaysInside(memorySpace, places, -1) ? 0 : -1, kSlabFailed);
     ReadSelection(m_location, memoryType, memorySpace, fileSpace, buffer);
 }
 

@@ -18,15 +18,19 @@ constexpr std::uint64_t kLargestGivenChunk = 0xFFFFFFFFU;
 constexpr std::uint64_t kLargestSingleChunk = 0x80000000U;
 constexpr unsigned int kPieceShift = 31;
 
+// HDF5 lets the one coordinate just behind the end pass and would run over the buffers for it. So it goes one further,
+// where HDF5 refuses it as it refuses all others outside.
 void SelectElements(hid_t space, const std::vector<hsize_t>& coordinates, const char* message)
 {
     CheckResult(H5Sselect_elements(space, H5S_SELECT_SET, coordinates.size(), coordinates.data()), message);
     hsize_t extent = 0;
-    hsize_t first = 0;
-    hsize_t last = 0;
     CheckResult(H5Sget_simple_extent_dims(space, &extent, nullptr), message);
-    CheckResult(H5Sget_select_bounds(space, &first, &last), message);
-    CheckResult(last < extent ? 0 : -1, message);
+    if (std::find(coordinates.begin(), coordinates.end(), extent) != coordinates.end())
+    {
+        std::vector<hsize_t> outside = coordinates;
+        std::replace(outside.begin(), outside.end(), extent, extent + 1);
+        CheckResult(H5Sselect_elements(space, H5S_SELECT_SET, outside.size(), outside.data()), message);
+    }
 }
 
 } // namespace

@@ -28,9 +28,11 @@ struct Refusal;
 /// Shape: a one-dimensional data set has `length` elements and 1 component; a two-dimensional one `length` rows of
 /// `components` values, row-major. An array of fixed-length strings has `length` strings of `components` bytes each. A
 /// data set with a null or scalar data space has length 0 and components 0; a read of a scalar still moves its one
-/// element, and a read of two-dimensional strings moves every one of them.
+/// element.
 ///
-/// Buffers are flat memory of the caller, and the library doesn't measure them. Strings lie in a buffer one behind the
+/// Buffers are flat memory of the caller, and the library doesn't measure them: they have the size that the array tells.
+/// A read or a write in place that would move more is refused: the data set has grown through another handle, or its
+/// strings have a second dimension, which the sizes leave out. Strings lie in a buffer one behind the
 /// other, `components` bytes each, padded with NUL bytes, with no terminator required.
 ///
 /// What is written is always chunked, as one chunk up to 2 GiB and in the fewest equal pieces above, with shuffle and
@@ -105,7 +107,8 @@ public:
     /// is converted. A replacement needs the group that the array was made or opened through to be open still; if it
     /// isn't, "could not create dataset" is thrown and the old data set stays.
     /// @throws std::runtime_error with traceback: "error writing to dataset" if the write fails, "could not write
-    ///         charset for array: " + name if the file's encoding is none that HDF5 knows; in a replacement what
+    ///         charset for array: " + name if the file's encoding is none that HDF5 knows, "Invalid buffer size: the
+    ///         dataset holds more elements than this object tells!" (in place); in a replacement what
     ///         CreateFromBuffer and ReOpen throw: the old contents are gone then and the object is closed.
     /// @throws tarnwick::IPreconditionException "INode::GetEncoding(): file is NULL" (strings, in place) or "file must
     ///         not be NULL" (replacement) if the file object is gone.
@@ -115,31 +118,33 @@ public:
     /// for the array's own type. The strings of a String array come as `components` bytes each, padded with NUL bytes,
     /// in the stored character set; variable-length strings are refused.
     /// @throws std::runtime_error with traceback: "Error " + status + " while reading from dataset '" + name + "'",
-    ///         "invalid TDataType" if the type has no HDF5 type.
+    ///         "invalid TDataType" if the type has no HDF5 type, "Invalid buffer size: the dataset holds more elements
+    ///         than this object tells!".
     void GetToBuffer(void* buffer, TDataType::TDataType type) const;
 
     /// Reads the `count` elements start, start + stride, start + 2 * stride ... of a one-dimensional array, packed,
-    /// into a buffer of `count` elements. `type` as in GetToBuffer.
+    /// into a buffer of `count` elements. `type` as in GetToBuffer. The arguments go to HDF5 as they are, so a negative
+    /// stride may run backwards; it can't cross the border of a chunk.
     /// @throws std::runtime_error with traceback: "Error reading hyperslab from a multidimensional array!" if
-    ///         `components` isn't 1, "Error creating array space hyperslab!" if HDF5 refuses the selection or `stride`
-    ///         or `count` is negative, "Error reading from dataset to a memory hyperslab!" if the read fails, so beyond
-    ///         the extent; "invalid TDataType".
+    ///         `components` isn't 1 or the data set has two dimensions, "Error creating array space hyperslab!" if HDF5
+    ///         refuses the selection, so a stride of 0, "Error reading from dataset to a memory hyperslab!" if the read
+    ///         fails, so beyond the extent and for a negative `count`; "invalid TDataType".
     void GetFromHyperslab(void* buffer, int start, int stride, int count, TDataType::TDataType type) const;
 
     /// Reads a strided block into a flat buffer of `memoryLength` elements, which must be the product of `count`.
     /// `start`, `stride` and `count` have `dimensions` entries each. `type` as in GetToBuffer.
     /// @throws std::runtime_error with traceback: "Error reading hyperslab: there's no support for arrays with more
     ///         than 2 dimensions!" if `dimensions` is above 2, "Error reading hyperslab: the number of dimensions
-    ///         doesn't match the array!" if it isn't the rank of the data set, because HDF5 would read past the
-    ///         arguments or leave some out; and the messages of the one-dimensional form.
+    ///         doesn't match the array!" if it is below the rank of the data set, because HDF5 would read past the
+    ///         arguments; entries that the data set has no dimension for count for nothing. And the last three messages
+    ///         of the one-dimensional form.
     void GetFromHyperslab(void* buffer, int memoryLength, size_t dimensions, size_t* start, size_t* stride,
                           size_t* count, TDataType::TDataType type) const;
 
     /// Reads the first `count` elements of a one-dimensional array to the places start, start + stride, start + 2 *
     /// stride ... of a buffer of stride * count elements; what lies between stays as it was. `type` as in GetToBuffer.
     /// @throws std::runtime_error with traceback: "Error creating memory data space hyperslab!" or "Error creating file
-    ///         data space hyperslab!" if HDF5 refuses a selection, the first also if `stride` or `count` is negative,
-    ///         "Error reading hyperslab from a multidimensional array!" if the data set has two dimensions, because
+    ///         data space hyperslab!" if HDF5 refuses a selection, "Error reading hyperslab from a multidimensional array!" if the data set has two dimensions, because
     ///         HDF5 would read past the arguments, "Error reading from dataset to a memory hyperslab!" if the read
     ///         fails, so for a `start` not below `stride`; "invalid TDataType".
     void GetToMemoryHyperslab(void* buffer, int start, int stride, int count, TDataType::TDataType type) const;
@@ -171,12 +176,12 @@ private:
     void Close();
     static void Close(hid_t dataSet, hid_t typeId);
 
-    bool ReadByBlocks(int start, int stride, int count, hid_t memoryType, void* buffer) const;
     void RewriteInPlace(void* buffer);
     void ReplaceFromBuffer(void* buffer, TDataType::TDataType type, size_t newLength, size_t newComponents);
 
     int compression;
     bool ownsType;
+    bool mayHoldMore;
     mutable StorageTraits storage;
     hid_t parentId;
     size_t length;

@@ -30,15 +30,16 @@ struct StoredRows;
 ///
 /// A buffer holds rows one behind the other, each laid out as its memory type says; it is the caller's, and the library
 /// doesn't measure it. A memory type with fewer members than the table reads only those columns. A memory type of 0 or
-/// less stands for the table's own type where an operation says so.
+/// less stands for the table's own type where an operation says so. A read or a write in place of all rows is refused
+/// where the table has grown through another handle and holds more rows than this one tells.
 ///
 /// A table never changes its size in place: a write of another number of rows, or with a type id other than
 /// GetCompoundTypeID's, replaces the data set. Chunks, filters and attributes of the old one are gone then, and the
 /// column getters other than GetColumnName go on describing the columns that this object was made with.
 ///
 /// A selection is a vector of 0-based row indices, in any order and with repetitions; HDF5 pairs the rows of both sides
-/// in the order of their selections. An empty selection is refused, and so is one with a row that the table or the
-/// buffer doesn't have: HDF5 itself would let the row just behind the end pass.
+/// in the order of their selections. An empty selection is refused; one with a row that the table or the buffer doesn't
+/// have fails at the transfer.
 class TARNWICKHDF_EXPORT ITable : public INode
 {
 public:
@@ -77,7 +78,7 @@ public:
     /// Makes a table of `selection.size()` rows from a buffer of `memoryRows` rows: table row i is buffer row
     /// `selection[i]`. The other arguments as in CreateFromBuffer.
     /// @throws as CreateFromBuffer; "Error while selecting elements from memory data set" with traceback if HDF5
-    ///         refuses the selection, for example an empty one.
+    ///         refuses the selection, for example an empty one. A row outside the buffer is told by the write.
     static boost::shared_ptr<ITable> CreateFromSelection(boost::weak_ptr<IFile> file, hid_t parent,
                                                          const std::string& name, void* buffer, size_t memoryRows,
                                                          const std::vector<hsize_t>& selection, hid_t type,
@@ -122,13 +123,14 @@ public:
     /// GetCompoundTypeID, the data set is written in place, and `compression` is ignored. In every other case the data
     /// set is unlinked and a new one made, with `type` (0 or less: the table's own), the low 32 bits of `compression`
     /// and the chunk rule of Create. The buffer is laid out as the resulting type.
-    /// @throws std::runtime_error "error writing to dataset" with traceback if the write in place fails; in a rewrite
-    ///         what CreateFromBuffer and Open throw: the old rows are gone then and the table is closed. A closed table
+    /// @throws std::runtime_error with traceback: "error writing to dataset" if the write in place fails, "Invalid buffer
+    ///         size: the dataset holds more elements than this object tells!"; in a rewrite what CreateFromBuffer and Open throw: the old rows are gone then and the table is closed. A closed table
     ///         has no type left: without a `type` it throws "could not create dataset" and removes nothing.
     void SetFromBuffer(void* buffer, size_t rows, hid_t type, size_t compression);
 
     /// Reads all rows. `memoryType` 0 or less stands for the table's own type. A scalar table moves its one row.
-    /// @throws std::runtime_error "Error " + status + " while reading from dataset '" + name + "'" with traceback.
+    /// @throws std::runtime_error with traceback: "Error " + status + " while reading from dataset '" + name + "'",
+    ///         "Invalid buffer size: the dataset holds more elements than this object tells!".
     void GetToBuffer(void* buffer, hid_t memoryType) const;
 
     /// Reads the `count` rows start, start + stride, start + 2 * stride ... packed. `memoryType` has no default here.
@@ -185,8 +187,7 @@ public:
     /// rows and `type` is 0 or less or the id of GetCompoundTypeID, the whole buffer is written in place, row for row,
     /// and `selection` plays no part. In every other case the data set is replaced as in SetFromBuffer by a table of
     /// `selection.size()` rows, with `chunkRows` as in CreateFromBuffer.
-    /// @throws std::runtime_error "error writing to dataset" with traceback if the write in place fails; in a rewrite
-    ///         what CreateFromSelection and Open throw: the old rows are gone then and the table is closed.
+    /// @throws std::runtime_error as SetFromBuffer if the write in place fails; in a rewrite what CreateFromSelection and Open throw: the old rows are gone then and the table is closed.
     void SetFromSelection(void* buffer, size_t rows, const std::vector<hsize_t>& selection, hid_t type,
                           size_t compression, size_t chunkRows);
 
@@ -221,6 +222,7 @@ private:
     hid_t compoundType;
     boost::shared_ptr<ColumnTypes> columnTypes;
     bool rowsAreFixed;
+    bool mayGrow;
     mutable StorageTraits storage;
 
     friend class IGroup;

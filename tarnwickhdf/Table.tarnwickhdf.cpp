@@ -6,6 +6,7 @@
 #include <tarnwickhdf/internal/HandOver.h>
 #include <tarnwickhdf/internal/IDataSetBuilder.h>
 #include <tarnwickhdf/internal/ObjectLookup.h>
+#include <tarnwickhdf/internal/OwnSizes.h>
 #include <tarnwickhdf/internal/RowBlocks.h>
 #include <tarnwickhdf/internal/ScopedId.h>
 #include <tarnwickhdf/internal/StorageLayout.h>
@@ -87,6 +88,15 @@ void CheckIsTable(bool isTable, const std::string& name)
     CheckResult(isTable ? 0 : -1, "could not open Table '", name, "'");
 }
 
+// Also where HDF5 can't tell: the question comes again then, at each read.
+bool RowsMayGrow(hid_t space)
+{
+    hsize_t rows = 0;
+    hsize_t maximum = 0;
+    const int rank = H5Sget_simple_extent_dims(space, &rows, &maximum);
+    return rank < 0 || MayGrow(rank, &rows, &maximum);
+}
+
 hid_t CreateMemorySpace(hsize_t rows)
 {
     return H5Screate_simple(1, &rows, nullptr);
@@ -110,7 +120,7 @@ ITable::ITable(boost::weak_ptr<IFile> file, hid_t parent, hid_t dataSet, const s
 
 ITable::ITable(const ITable& other)
     : INode(other), parentId(other.parentId), numberOfRows(other.numberOfRows), compoundType(other.compoundType),
-      columnTypes(other.columnTypes), rowsAreFixed(other.rowsAreFixed), storage(other.storage)
+      columnTypes(other.columnTypes), rowsAreFixed(other.rowsAreFixed), mayGrow(other.mayGrow), storage(other.storage)
 {
     m_location = ShareId(m_location);
     compoundType = ShareId(compoundType);
@@ -134,6 +144,7 @@ ITable& ITable::operator=(const ITable& other)
     compoundType = typeShare.release();
     columnTypes = other.columnTypes;
     rowsAreFixed = other.rowsAreFixed;
+    mayGrow = other.mayGrow;
     storage = other.storage;
     return *this;
 }
@@ -219,6 +230,7 @@ boost::shared_ptr<ITable> ITable::FromOpenDataSet(boost::weak_ptr<IFile> file, h
     CheckIsTable(isTable, name);
     ScopedType compound(builder.TakeType());
     std::unique_ptr<ITable> table(new ITable(std::move(file), parent, dataSet, name, rows, compound.get()));
+    table->mayGrow = RowsMayGrow(builder.fileSpace);
     builder.TakeDataSet();
     return HandOver(std::move(table), compound);
 }
@@ -273,12 +285,14 @@ void ITable::ReOpen(hid_t parent, const std::string& name)
 {
     Close();
     OpenAgain(parent, name);
+    mayGrow = RowsMayGrow(ScopedSpace(H5Dget_space(m_location)).get());
     parentId = parent;
 }
 
-// The columns stay those that the object was made with, and rows of others are left to HDF5.
+// What the library makes can't grow. The columns stay those that the object was made with, and rows of others are left to HDF5.
 void ITable::OpenAgain(hid_t parent, const std::string& name)
 {
+    mayGrow = false;
     storage = StorageTraits::Unknown;
     QueryInfo(parent, name, m_location, numberOfRows, compoundType);
     const int members = H5Tget_nmembers(compoundType);
@@ -353,6 +367,10 @@ bool ITable::FitsInPlace(size_t rows, hid_t type) const
 
 void ITable::WriteInPlace(const void* buffer)
 {
+    if (mayGrow)
+    {
+        CheckOwnSizes(m_location, numberOfRows);
+    }
     CheckResult(H5Dwrite(m_location, compoundType, H5S_ALL, H5S_ALL, H5P_DEFAULT, buffer), kWriteFailed);
 }
 
@@ -409,6 +427,10 @@ void ITable::SetFromSelection(void* buffer, size_t rows, const std::vector<hsize
 
 void ITable::GetToBuffer(void* buffer, hid_t memoryType) const
 {
+    if (mayGrow)
+    {
+        CheckOwnSizes(m_location, numberOfRows);
+    }
     const hid_t type = MemoryTypeOrOwn(memoryType);
     if (!ReadPackedChunks(storage, {m_location, compoundType, type, numberOfRows}, buffer))
     {

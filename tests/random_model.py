@@ -207,21 +207,24 @@ class Model:
         columns = o.two if way == 2 else 1
         is_null = d.shape is None
         rank = (1, 1, dimensions)[way] if is_null else d.ndim
-        refuse_if(way == 1 and (o.stride < 1 or o.steps < 0), b'Error creating memory data space hyperslab!')
+        refuse_if(way == 1 and (not o.stride or o.stride * o.steps == -1),
+                  b'Error creating memory data space hyperslab!')
         refuse_if((width, rank, 1)[way] != 1, b'Error reading hyperslab from a multidimensional array!')
         refuse_if(way == 2 and dimensions > 2,
                   b"Error reading hyperslab: there's no support for arrays with more than 2 dimensions!")
-        refuse_if(way == 2 and dimensions != rank,
+        refuse_if(way == 2 and dimensions < rank,
                   b"Error reading hyperslab: the number of dimensions doesn't match the array!")
         refuse_if(is_null and way == 1, b'Error creating file data space hyperslab!')
-        refuse_if(is_null or o.stride < 1 or o.steps < 0, b'Error creating array space hyperslab!')
+        refuse_if(is_null or not o.stride, b'Error creating array space hyperslab!')
         places, count = [*range(o.start, o.start + o.stride * o.steps, o.stride)], o.steps * columns
-        if way == 1:
-            is_inside = o.start < o.stride and o.steps <= length
+        if way == 1:  # To a buffer a stride may run backwards, in a chunk of the file it may not.
+            fits_buffer = o.start < o.stride or min(places, default=0) >= 0 > o.stride
+            is_inside = fits_buffer and o.steps <= length
         else:
-            is_inside = o.start + o.stride * (o.steps - 1) < length and columns <= width
-        refuse_if(value == TEXT or (count and not (is_inside and o.start >= 0)) or (d.ndim == 1 and count != o.steps),
-                  SLAB_FAILED)
+            runs_forwards = o.stride > 0 or o.steps < 2
+            is_inside = runs_forwards and max(places, default=0) < length and columns <= width
+        is_inside = is_inside and o.start >= 0 and o.steps >= 0
+        refuse_if(value == TEXT or (count and not is_inside) or (d.ndim == 1 and count != o.steps), SLAB_FAILED)
         cells = d[()].reshape(length, width)
         if way == 1:
             self.buffer[places] = cells[:count].ravel()
@@ -306,8 +309,10 @@ class Model:
         if old[1] == o.one:  # In place the selection plays no part.
             self.write_rows(at[o.name].id, self.rows())
             return
-        places = [*o.text] if o.text and max(o.text) < o.one else []
-        self.replace_by_selection(at, o, old, self.rows()[places], o.level)
+        if any(place >= o.one for place in o.text):  # A table is made before the write is refused.
+            self.create_table(at, o, old, len(o.text), len(o.text), o.level)
+            refuse_if(True, WRITE_FAILED)
+        self.replace_by_selection(at, o, old, self.rows()[[*o.text]], o.level)
 
     @staticmethod
     def selections(o, end):
@@ -325,10 +330,13 @@ class Model:
         is_null = d.get_space().get_simple_extent_type() == h5s.NULL
         refuse_if(has_file_side and is_null, NO_FILE_SELECTION)
         refuse_if(way == 2 and not o.stride, NO_FILE_SELECTION)
-        refuse_if(way in (3, 4) and not (in_file and max(in_file) < end), NO_FILE_SELECTION)
-        refuse_if(way in (1, 4, 5, 6) and not (in_memory and max(in_memory) < o.one), NO_MEMORY_SELECTION)
-        words = {2: b'Error reading data set hyperslab.', 6: WRITE_FAILED}.get(way, READ_TO_SELECTION_FAILED)
+        selects_in_memory = way in (1, 4, 5, 6)
+        refuse_if(way in (3, 4) and not in_file, NO_FILE_SELECTION)
+        refuse_if(selects_in_memory and not in_memory, NO_MEMORY_SELECTION)
+        words = {2: b'Error reading data set hyperslab.', 3: b"Error -1 while reading from dataset '%s'" % o.name,
+                 6: WRITE_FAILED}.get(way, READ_TO_SELECTION_FAILED)
         refuse_if(len(in_file) != len(in_memory), words)
+        refuse_if(selects_in_memory and max(in_memory) >= o.one, words)
         refuse_if(in_file and max(in_file) >= end, words)
 
     # Extensible arrays. An old one is told as (attributes, type, rows, columns, ...).

@@ -146,4 +146,84 @@ TEST_F(TableRows, RowsThatWereNeverWrittenAndHaveNoFillValueLeaveTheBufferAsItIs
     EXPECT_EQ(read, before);
 }
 
+TEST_F(TableRows, OutsideTheTableOrTheBufferAreToldByTheTransfer)
+{
+    const auto table = StoreTable("t", stored, 0);
+    std::vector<Row> buffer(4);
+    const std::string reading = "Error reading data set to a memory selection!:";
+    const hsize_t far = hsize_t{1} << 63U;
+
+    for (const hsize_t row : {hsize_t{kRows}, hsize_t{kRows} + 1, far})
+    {
+        const std::string read = "Error -1 while reading from dataset 't':";
+        ExpectWords({{[&] {
+                          table->GetFromSelection(buffer.data(), -1, {1, row});
+                      },
+                      read},
+                     {[&] {
+                          table->GetFromToSelection(buffer.data(), 4, -1, {1, row}, {0, 1});
+                      },
+                      reading}});
+    }
+    for (const hsize_t place : {hsize_t{4}, hsize_t{5}, far})
+    {
+        ExpectWords({{[&] {
+                          table->GetFromToSelection(buffer.data(), 4, -1, {0, 1}, {3, place});
+                      },
+                      reading},
+                     {[&] {
+                          table->GetFromHyperslabToSelection(buffer.data(), 4, rowType.get(), 0, {3, place});
+                      },
+                      reading},
+                     {[&] {
+                          table->SetToHyperslabFromSelection(buffer.data(), 4, rowType.get(), 0, {3, place});
+                      },
+                      "error writing to dataset:"}});
+    }
+}
+
+TEST_F(TableRows, OutsideTheBufferLeaveANewTableWithoutRowsInTheFile)
+{
+    std::vector<Row> buffer = NumberedRows(4);
+    for (const hsize_t place : {4, 5})
+    {
+        const std::string name = "t" + std::to_string(place);
+
+        EXPECT_EQ(WordsOf(
+                      [&] {
+                          root->CreateTableFromSelection(name, buffer.data(), 4, {0, place}, rowType.get(), 0, -1, 0);
+                      }),
+                  "error writing to dataset:");
+
+        EXPECT_EQ(root->GetTable(name)->GetNumberOfRows(), 2U);
+    }
+}
+
+TEST_F(TableRows, GrownThroughAnotherHandleAreMovedAgainAfterTheTableIsReopened)
+{
+    const hsize_t before = 3;
+    const hsize_t after = 5;
+    const hsize_t unlimited = H5S_UNLIMITED;
+    const ScopedSpace space(H5Screate_simple(1, &before, &unlimited));
+    const ScopedPropertyList list(H5Pcreate(H5P_DATASET_CREATE));
+    H5Pset_chunk(list.get(), 1, &before);
+    const ScopedDataSet grown(
+        H5Dcreate2(root->LocationID(), "t", rowType.get(), space.get(), H5P_DEFAULT, list.get(), H5P_DEFAULT));
+    const auto table = root->GetTable("t");
+    std::vector<Row> rows = NumberedRows(before);
+    table->SetFromBuffer(rows.data(), before, -1, 0);
+    H5Dset_extent(grown.get(), &after);
+    const std::string words = "Invalid buffer size: the dataset holds more elements than this object tells!:";
+
+    ExpectWords({{[&] { table->GetToBuffer(rows.data(), -1); }, words},
+                 {[&] { ITable(*table).GetToBuffer(rows.data(), -1); }, words},
+                 {[&] { table->SetFromBuffer(rows.data(), before, -1, 0); }, words},
+                 {[&] { table->SetFromSelection(rows.data(), before, {0}, -1, 0, 0); }, words}});
+
+    table->ReOpen(root->LocationID(), "t");
+    rows.resize(after, {7, 7});
+    table->GetToBuffer(rows.data(), -1);
+    EXPECT_EQ(rows, (std::vector<Row>{{0, 0}, {1, 0.5F}, {2, 1}, {0, 0}, {0, 0}}));
+}
+
 } // namespace tarnwick::hdf::tests

@@ -253,7 +253,7 @@ TEST_F(Typed, AWrongUseIsToldWithThePathOfTheObject)
          "/a/b/t: column 'station' holds texts of 8 bytes, more than the row's 4"},
         {[&] { ReadTable(*table, otherSize); }, "/a/b/t: column 'levels' holds no arrays of 3 elements"},
         {[&] { ReadTable(*table, rowForNumber); }, "/a/b/t: column 'time' holds no rows"},
-        {[&] { ReadTable(*table, kReading, {3}); }, "/a/b/t: Error while selecting elements from file data set:"},
+        {[&] { ReadTable(*table, kReading, {3}); }, "/a/b/t: Error -1 while reading from dataset 't':"},
         {[&] { ReadTable(*group, "v", kReading); }, "/a/b/v: could not open Table 'v':"},
         {[&] { StoreTable(*group, "v", kReading, SomeReadings()); }, "/a/b/v: could not open Table 'v':"},
         {[&] {

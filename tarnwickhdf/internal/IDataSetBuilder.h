@@ -54,8 +54,8 @@ public:
     /// Opens the space of a data set; -1 stands for the builder's own.
     hid_t OpenFileSpace(hid_t dataSetId);
 
-    /// Point selections with a coordinate outside the space are refused here: HDF5 would let the one just behind its
-    /// end pass, and a transfer would then read or write past the end of the caller's buffer.
+    /// Which coordinates HDF5 refuses, and where, is its affair. A coordinate just behind the end, which some of its
+    /// versions let pass, is refused as the others outside are: at the transfer.
     void SelectFileElements(const std::vector<hsize_t>& coordinates) const;
     void SelectFileHyperslab(hsize_t start, hsize_t stride, hsize_t count) const;
     /// As SelectFileElements, for the space in memory.
