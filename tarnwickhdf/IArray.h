@@ -36,7 +36,8 @@ struct Refusal;
 /// other, `components` bytes each, padded with NUL bytes, with no terminator required.
 ///
 /// What is written is always chunked, as one chunk up to 2 GiB and in the fewest equal pieces above, with shuffle and
-/// deflate if a compression is given. The extent is fixed: a write of another shape replaces the data set.
+/// deflate if a compression is given. A new array that is one chunk is in the file when the call that writes it returns,
+/// and not in HDF5's cache. The extent is fixed: a write of another shape replaces the data set.
 class TARNWICKHDF_EXPORT IArray : public INode
 {
 public:

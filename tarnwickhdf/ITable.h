@@ -66,7 +66,7 @@ public:
 
     /// Makes a table of `rows` rows and writes `buffer` to it, whose rows are laid out as `memoryType` says, or as
     /// `type` says if `memoryType` is 0 or less. `chunkRows` is the number of rows of a chunk, 0 for the rule of
-    /// Create.
+    /// Create. What is one chunk of the buffer's own bytes is in the file when the call returns, and not in HDF5's cache.
     /// @throws std::runtime_error with traceback: "Invalid chunk size: Must be smaller than data set dimensions." if
     ///         `chunkRows` is above `rows`, "Invalid chunk size: The maximum size for any chunk is 4GB.", "could not
     ///         create dataset" if HDF5 refuses, for example because the name is taken, "error writing to dataset" (the

@@ -10,6 +10,9 @@
 namespace tarnwick::hdf::tests
 {
 
+namespace
+{
+
 using Buffer = std::vector<char>;
 
 // Bytes of which deflate makes something, with nothing that repeats at a distance of a few.
@@ -459,5 +462,7 @@ TEST(ChunkUnpacker, RefusesADamagedChunkWithinItsBuffers)
     EXPECT_FALSE(unpacker.Unpack(bytes.data(), size - 1, noFilters, to.get()));
     EXPECT_TRUE(unpacker.Unpack(bytes.data(), size, noFilters, to.get()));
 }
+
+} // namespace
 
 } // namespace tarnwick::hdf::tests
