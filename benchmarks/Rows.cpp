@@ -160,8 +160,9 @@ private:
             contestant.Begin(size);
             m_last[contestant.key] = {size, contestant.first.seconds};
         }
+        const std::size_t fewestPairs = IsQuick() ? 1 : kFewestPairs;
         double spent = IsQuick() ? kSecondsOfPairs : 0;
-        for (std::size_t pair = 0; pair < kFewestPairs || (pair < kMostPairs && spent < kSecondsOfPairs); ++pair)
+        for (std::size_t pair = 0; pair < fewestPairs || (pair < kMostPairs && spent < kSecondsOfPairs); ++pair)
         {
             for (Contestant& contestant : all)
             {
@@ -206,10 +207,9 @@ private:
 void Register(const Row& row, bench::PythonPeers& peers)
 {
     const auto contest = std::make_shared<Contest>(row, peers);
-    const std::size_t count = IsQuick() && row.sizes.size() > 1 ? row.sizes.size() - 1 : row.sizes.size();
-    for (std::size_t i = 0; i < count; ++i)
+    const std::vector<std::size_t> sizes = IsQuick() ? std::vector<std::size_t>{row.sizes.front()} : row.sizes;
+    for (const std::size_t size : sizes)
     {
-        const std::size_t size = row.sizes[i];
         const auto run = [=](benchmark::State& state)
         {
             for (auto _ : state)

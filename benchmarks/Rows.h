@@ -25,7 +25,7 @@ struct Row
 {
     std::string name; ///< "family/work", or "family/work, beside another way" where `plain` isn't the best one.
     std::string unit; ///< What a size counts.
-    std::vector<std::size_t> sizes; ///< A short run leaves out the last.
+    std::vector<std::size_t> sizes; ///< A short run has the first alone.
     double target = 0;          ///< The highest ratio of library to plain that the project allows itself, 0 for none.
     std::size_t targetFrom = 0; ///< The smallest size that the target holds for.
     Side library = {};          ///< A side that is missing isn't measured.

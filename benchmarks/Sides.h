@@ -92,7 +92,7 @@ Side Plain(Place place, Open open, Work work)
         Turn turn;
         {
             const Id file = PlainFile(path, place.mode);
-            const auto thing = open(file.id, size);
+            auto thing = open(file.id, size);
             turn = Measured([&] { work(thing, size); });
         }
         turn.fileBytes = std::filesystem::file_size(path);

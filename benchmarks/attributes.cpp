@@ -57,10 +57,10 @@ auto ForEachGroup(Work work)
     };
 }
 
-const auto set = [](const boost::shared_ptr<IGroup>& group, const std::string& name, const std::string& text)
+void Set(const boost::shared_ptr<IGroup>& group, const std::string& name, const std::string& text)
 {
     group->SetAttr(name, text);
-};
+}
 
 void SetPlainly(hid_t group, const std::string& name, const std::string& text, hid_t space, hid_t type)
 {
@@ -104,10 +104,10 @@ void SetByCpp(const H5::Group& group, const std::string& name, const std::string
     attribute.write(type, text);
 }
 
-const auto get = [](const boost::shared_ptr<IGroup>& group, const std::string& name, const std::string& /*text*/)
+void Get(const boost::shared_ptr<IGroup>& group, const std::string& name, const std::string& /*text*/)
 {
     group->GetAttr(name);
-};
+}
 
 void GetPlainly(hid_t group, const std::string& name, const std::string& /*text*/)
 {
@@ -194,7 +194,7 @@ void AddRows(bench::Rows& rows, const std::string& word, std::size_t attributesO
     const OpenObjects open = {attributesOfEach};
     const auto make = [=](const std::string& path, std::size_t count)
     {
-        ForEachAttribute(set)(open(*IFile::Open(path, "w", 0), count), count);
+        ForEachAttribute(Set)(open(*IFile::Open(path, "w", 0), count), count);
     };
     const bench::Place fresh = {"attributes"};
     const bench::Place there = {"attributes-" + std::to_string(attributesOfEach), "r+", make};
@@ -206,11 +206,11 @@ void AddRows(bench::Rows& rows, const std::string& word, std::size_t attributesO
     {
         rows.push_back(bench::On({"attributes/" + work, "attributes", counts, target}, place, open, sides...));
     };
-    add("get texts of " + word, there, 1.10, ForEachAttribute(get), ForEachAttribute(GetPlainly),
+    add("get texts of " + word, there, 1.10, ForEachAttribute(Get), ForEachAttribute(GetPlainly),
         ForEachAttribute(GetByCpp));
     add("list names of " + word, there, 1.10, ForEachGroup(list), ForEachGroup(ListPlainly), ForEachGroup(ListByCpp));
-    add("set texts on " + word, fresh, 1.10, ForEachAttribute(set), SetAllPlainly, ForEachAttribute(SetByCpp));
-    add("set texts on " + word + ", beside a space and a type for each", fresh, 0, ForEachAttribute(set),
+    add("set texts on " + word, fresh, 1.10, ForEachAttribute(Set), SetAllPlainly, ForEachAttribute(SetByCpp));
+    add("set texts on " + word + ", beside a space and a type for each", fresh, 0, ForEachAttribute(Set),
         ForEachAttribute(SetPlainlyAlone));
 }
 

@@ -1,7 +1,5 @@
 #include "Sides.h"
 
-#include <memory>
-
 using tarnwick::hdf::IExtensibleArray2D;
 using tarnwick::hdf::IFile;
 using tarnwick::hdf::IGroup;
@@ -90,6 +88,18 @@ struct Work
     }
 };
 
+void Transfer(bool isAppend, hid_t set, hid_t memory, hid_t file, std::size_t length)
+{
+    if (isAppend)
+    {
+        H5Dwrite(set, H5T_NATIVE_DOUBLE, memory, file, H5P_DEFAULT, Values(length).data());
+    }
+    else
+    {
+        H5Dread(set, H5T_NATIVE_DOUBLE, memory, file, H5P_DEFAULT, Values(length).data());
+    }
+}
+
 // The array as a program of plain HDF5 keeps it open: it knows the extent, one space of the file serves all selections and
 // one in memory all lines, and the cache holds the chunks of a row and of a column.
 struct PlainArray
@@ -111,15 +121,10 @@ struct PlainArray
             length = block.Length();
             H5Sset_extent_simple(memory, 2, block.count, nullptr);
         }
-        if (isAppend)
-        {
-            H5Dwrite(set, H5T_NATIVE_DOUBLE, memory, space, H5P_DEFAULT, Values(length).data());
-        }
-        else
-        {
-            H5Dread(set, H5T_NATIVE_DOUBLE, memory, space, H5P_DEFAULT, Values(length).data());
-        }
+        Transfer(isAppend, set, memory, space, length);
     }
+
+    operator hid_t() const { return set; }
 
     bench::Id set;
     bench::Id space{H5Dget_space(set)};
@@ -170,9 +175,9 @@ struct Open
         return work.isAppend ? Create(file, chunks, Rows(rows), Columns())
                              : file.GetRoot()->GetExtensibleArray2D(kName);
     }
-    std::unique_ptr<PlainArray> operator()(hid_t file, std::size_t rows) const
+    PlainArray operator()(hid_t file, std::size_t rows) const
     {
-        return std::make_unique<PlainArray>(Plainly(file, rows, ListWithCache()), Rows(rows), Columns());
+        return PlainArray(Plainly(file, rows, ListWithCache()), Rows(rows), Columns());
     }
     H5::DataSet operator()(H5::H5File& file, std::size_t rows) const
     {
@@ -197,19 +202,14 @@ hid_t IdOf(const IExtensibleArray2D& array)
     return array.LocationID();
 }
 
-hid_t IdOf(const std::unique_ptr<PlainArray>& array)
-{
-    return array->set;
-}
-
-hid_t IdOf(const bench::Id& set)
-{
-    return set;
-}
-
 hid_t IdOf(const H5::DataSet& set)
 {
     return set.getId();
+}
+
+hid_t IdOf(hid_t set)
+{
+    return set;
 }
 
 // What was appended is in the file at the end, however much a cache can hold.
@@ -245,14 +245,7 @@ void MoveLiterally(hid_t set, const Block& block, bool isAppend)
     const bench::Id file(H5Dget_space(set));
     H5Sselect_hyperslab(file, H5S_SELECT_SET, block.start, nullptr, block.count, nullptr);
     const bench::Id memory(H5Screate_simple(2, block.count, nullptr));
-    if (isAppend)
-    {
-        H5Dwrite(set, H5T_NATIVE_DOUBLE, memory, file, H5P_DEFAULT, Values(block.Length()).data());
-    }
-    else
-    {
-        H5Dread(set, H5T_NATIVE_DOUBLE, memory, file, H5P_DEFAULT, Values(block.Length()).data());
-    }
+    Transfer(isAppend, set, memory, file, block.Length());
 }
 
 void MoveByCpp(const H5::DataSet& set, const Block& block, bool isAppend)
@@ -282,22 +275,12 @@ void AddRows(bench::Rows& rows, const Chunks& chunks, const Work& work, Move mov
     const bool isAppend = work.isAppend;
     const bench::Place place = isAppend ? bench::Place{"extensible", "w", {}} : Stored(chunks);
     const std::string name = "extensible arrays/" + work.word + ", " + chunks.word;
-    const auto plain = [=](const std::unique_ptr<PlainArray>& array, const Block& block)
-    {
-        array->Move(block, isAppend);
-    };
-    const auto cpp = [=](const H5::DataSet& set, const Block& block)
-    {
-        MoveByCpp(set, block, isAppend);
-    };
-    const auto literal = [=](hid_t set, const Block& block)
-    {
-        MoveLiterally(set, block, isAppend);
-    };
     const std::vector<std::size_t> counts =
         work.step == 1 ? chunks.rows : std::vector<std::size_t>{1000, 10000, 100000};
-    rows.push_back(bench::On({name, "rows", counts, 1.10}, place, open, ForEachBlock(work, move),
-                             ForEachBlock(work, plain), ForEachBlock(work, cpp)));
+    rows.push_back(bench::On(
+        {name, "rows", counts, 1.10}, place, open, ForEachBlock(work, move),
+        ForEachBlock(work, [=](PlainArray& array, const Block& block) { array.Move(block, isAppend); }),
+        ForEachBlock(work, [=](const H5::DataSet& set, const Block& block) { MoveByCpp(set, block, isAppend); })));
     bench::Row row = {name + ", beside the literal calls", "rows", chunks.literalRows, 0.90};
     if (work.step > 1)
     {
@@ -305,7 +288,9 @@ void AddRows(bench::Rows& rows, const Chunks& chunks, const Work& work, Move mov
         row.target = 0;
     }
     row.library = rows.back().library;
-    row.plain = bench::Plain(place, OpenLiterally{open}, ForEachBlock(work, literal));
+    row.plain =
+        bench::Plain(place, OpenLiterally{open},
+                     ForEachBlock(work, [=](hid_t set, const Block& block) { MoveLiterally(set, block, isAppend); }));
     rows.push_back(row);
 }
 
@@ -358,42 +343,38 @@ bench::Row OpeningRow()
 
 bench::Rows bench::ExtensibleArrayRows()
 {
-    const auto appendRow = [](IExtensibleArray2D& array, const Block& /*block*/)
-    {
-        array.AppendRowFromBuffer(Values(kColumns).data(), TDataType::Double);
-    };
-    const auto appendColumn = [](IExtensibleArray2D& array, const Block& block)
-    {
-        array.AppendColumnFromBuffer(Values(block.Length()).data(), TDataType::Double);
-    };
-    const auto readRow = [](IExtensibleArray2D& array, const Block& block)
-    {
-        array.ReadRowToBuffer(static_cast<int>(block.start[0]), Values(kColumns).data(), TDataType::Double);
-    };
-    const auto readColumn = [](IExtensibleArray2D& array, const Block& block)
-    {
-        array.ReadColumnToBuffer(static_cast<int>(block.start[1]), Values(block.Length()).data(), TDataType::Double);
-    };
-    const auto appendRows = [](IExtensibleArray2D& array, const Block& block)
-    {
-        const int count = static_cast<int>(block.count[0]);
-        array.AppendRowsFromBuffer(count, Values(block.Length()).data(), TDataType::Double);
-    };
-    const auto readRows = [](IExtensibleArray2D& array, const Block& block)
-    {
-        const int count = static_cast<int>(block.count[0]);
-        array.ReadRowsToBuffer(static_cast<int>(block.start[0]), count, Values(block.Length()).data(),
-                               TDataType::Double);
-    };
     Rows rows = {OpeningRow()};
     for (const Chunks& chunks : kAllChunks)
     {
-        AddRows(rows, chunks, {"append rows and flush", true, true, 1}, appendRow);
-        AddRows(rows, chunks, {"read rows", false, true, 1}, readRow);
-        AddRows(rows, chunks, {"append rows in blocks of 1,000 and flush", true, true, 1000}, appendRows);
-        AddRows(rows, chunks, {"read rows in blocks of 1,000", false, true, 1000}, readRows);
-        AddRows(rows, chunks, {"append 16 columns and flush", true, false, 1}, appendColumn);
-        AddRows(rows, chunks, {"read 16 columns", false, false, 1}, readColumn);
+        AddRows(rows, chunks, {"append rows and flush", true, true, 1},
+                [](IExtensibleArray2D& array, const Block& /*block*/)
+                { array.AppendRowFromBuffer(Values(kColumns).data(), TDataType::Double); });
+        AddRows(rows, chunks, {"read rows", false, true, 1},
+                [](IExtensibleArray2D& array, const Block& block) {
+                    array.ReadRowToBuffer(static_cast<int>(block.start[0]), Values(kColumns).data(), TDataType::Double);
+                });
+        AddRows(rows, chunks, {"append rows in blocks of 1,000 and flush", true, true, 1000},
+                [](IExtensibleArray2D& array, const Block& block)
+                {
+                    const int count = static_cast<int>(block.count[0]);
+                    array.AppendRowsFromBuffer(count, Values(block.Length()).data(), TDataType::Double);
+                });
+        AddRows(rows, chunks, {"read rows in blocks of 1,000", false, true, 1000},
+                [](IExtensibleArray2D& array, const Block& block)
+                {
+                    const int first = static_cast<int>(block.start[0]);
+                    const int count = static_cast<int>(block.count[0]);
+                    array.ReadRowsToBuffer(first, count, Values(block.Length()).data(), TDataType::Double);
+                });
+        AddRows(rows, chunks, {"append 16 columns and flush", true, false, 1},
+                [](IExtensibleArray2D& array, const Block& block)
+                { array.AppendColumnFromBuffer(Values(block.Length()).data(), TDataType::Double); });
+        AddRows(rows, chunks, {"read 16 columns", false, false, 1},
+                [](IExtensibleArray2D& array, const Block& block)
+                {
+                    const int column = static_cast<int>(block.start[1]);
+                    array.ReadColumnToBuffer(column, Values(block.Length()).data(), TDataType::Double);
+                });
     }
     return rows;
 }

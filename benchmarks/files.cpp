@@ -70,12 +70,12 @@ void CreatePlainFile(const std::string& path, hid_t access)
     bench::WriteMark(file);
 }
 
-const auto openPlainFile = [](const std::string& path, hid_t access)
+void OpenPlainFile(const std::string& path, hid_t access)
 {
     const bench::Id file(H5Fopen(path.c_str(), H5F_ACC_RDONLY, access));
     bench::LowerHitRateThreshold(file);
     ReadMark(file);
-};
+}
 
 void CreateFileByCpp(const std::string& path)
 {
@@ -145,35 +145,26 @@ void CreateGroupsByCpp(const H5::Group& root, std::size_t levels)
 
 bench::Rows bench::FileRows()
 {
-    const auto listEach = [](const std::string& path)
-    {
-        CreatePlainFile(path, PlainAccessList());
-    };
-    const auto bare = [](const std::string& path, hid_t access)
-    {
-        H5Fclose(H5Fcreate(path.c_str(), H5F_ACC_TRUNC, H5P_DEFAULT, access));
-    };
-    const auto withCacheSetting = [](const std::string& path, hid_t access)
-    {
-        LowerHitRateThreshold(Id(H5Fcreate(path.c_str(), H5F_ACC_TRUNC, H5P_DEFAULT, access)));
-    };
-    const auto withMark = [](const std::string& path, hid_t access)
-    {
-        WriteMark(Id(H5Fcreate(path.c_str(), H5F_ACC_TRUNC, H5P_DEFAULT, access)));
-    };
     const Row groups = {"files and groups/create 10,000 groups", "levels =", {1, 2, 3, 4, 5, 6}, 1.15};
     Rows rows = {On(groups, {"groups"}, Root{}, CreateGroups, CreatePlainGroups, CreateGroupsByCpp)};
     const auto add = [&](const std::string& work, double target, Side library, Side plain, Side cpp = {})
     {
         rows.push_back({"files and groups/" + work, "files", {10, 100, 1000}, target, 0, library, plain, cpp});
     };
+    const auto addAlone = [&](const std::string& part, auto finish)
+    {
+        add("create files with " + part, 0, {},
+            ForEachPlainFile([=](const std::string& path, hid_t access)
+                             { finish(Id(H5Fcreate(path.c_str(), H5F_ACC_TRUNC, H5P_DEFAULT, access))); }));
+    };
     add("create and close files", 1.15, OpenWithTheLibrary("w"), ForEachPlainFile(CreatePlainFile),
         ForEachFile(CreateFileByCpp));
-    add("create and close files, beside an access list for each", 0, OpenWithTheLibrary("w"), ForEachFile(listEach));
-    add("open and close files", 1.15, OpenWithTheLibrary("r"), ForEachPlainFile(openPlainFile),
+    add("create and close files, beside an access list for each", 0, OpenWithTheLibrary("w"),
+        ForEachFile([](const std::string& path) { CreatePlainFile(path, PlainAccessList()); }));
+    add("open and close files", 1.15, OpenWithTheLibrary("r"), ForEachPlainFile(OpenPlainFile),
         ForEachFile(OpenFileByCpp));
-    add("create files with neither mark nor cache setting", 0, {}, ForEachPlainFile(bare));
-    add("create files with the cache setting", 0, {}, ForEachPlainFile(withCacheSetting));
-    add("create files with the mark", 0, {}, ForEachPlainFile(withMark));
+    addAlone("neither mark nor cache setting", [](hid_t /*file*/) {});
+    addAlone("the cache setting", LowerHitRateThreshold);
+    addAlone("the mark", WriteMark);
     return rows;
 }

@@ -85,10 +85,37 @@ def times_text(row, other):
     return f"**{text}**" if other in row.winners else text
 
 
-def table(heads, lines):
-    """A table of Markdown: texts to the left, what stands in columns whose head ends with ":" to the right."""
+COLUMNS = {
+    "row": lambda row: row.name,
+    "work": lambda row: row.work,
+    "beside": lambda row: row.beside,
+    "size:": lambda row: row.size_text(),
+    "library:": lambda row: time_text(row.library_s),
+    "plain:": lambda row: time_text(row.plain_s),
+    "the other way:": lambda row: times_text(row, "plain"),
+    "ratio:": lambda row: f"{row.ratio:.3f}",
+    "quartiles:": lambda row: row.quartiles(),
+    "pairs:": lambda row: f"{row.pairs:.0f}",
+    "target:": lambda row: f"{row.target:.2f}" if row.target else "",
+    "verdict": lambda row: ("**miss**" if row.is_missed else "made") if row.target else "",
+    "reason": lambda row: reason_for(row, "plain") or "NO REASON GIVEN",
+    "heap of the library:": lambda row: bytes_text(row.library_heap),
+    "heap of plain HDF5:": lambda row: bytes_text(row.plain_heap),
+    "file of the library:": lambda row: bytes_text(row.library_file),
+    "file of plain HDF5:": lambda row: bytes_text(row.plain_file),
+    "ratio of files:": lambda row: f"{row.library_file / row.plain_file:.3f}",
+    **{f"{name}:": lambda row, other=other: times_text(row, other) for other, name in OTHERS.items()},
+}
+
+
+def markdown(heads, lines):
+    """A table of Markdown: what stands in columns whose head ends with ":" goes to the right."""
     cells = [[head.rstrip(":") for head in heads], ["---:" if head.endswith(":") else "---" for head in heads], *lines]
     return "\n".join("| " + " | ".join(line) + " |" for line in cells) + "\n"
+
+
+def table(rows, *heads):
+    return markdown(heads, [[COLUMNS[head](row) for head in heads] for row in rows]) if rows else ""
 
 
 def grouped(rows, key):
@@ -120,14 +147,8 @@ def family_section(family, rows):
     yield f"## {family.capitalize()}\n"
     if drawn_works(main):
         yield f"![{family.capitalize()}: time over size](images/{picture_name(family)})\n"
-    if main:
-        yield table(["work", "size:", "library:", *(f"{OTHERS[other]}:" for other in others)],
-                    [[row.work, row.size_text(), time_text(row.library_s), *(times_text(row, o) for o in others)]
-                     for row in main])
-    if beside:
-        yield table(["work", "beside", "size:", "library:", "the other way:"],
-                    [[row.work, row.beside, row.size_text(), time_text(row.library_s), times_text(row, "plain")]
-                     for row in beside])
+    yield table(main, "work", "size:", "library:", *(f"{OTHERS[other]}:" for other in others))
+    yield table(beside, "work", "beside", "size:", "library:", "the other way:")
     yield from lost_lines(rows)
     yield ""
 
@@ -137,40 +158,19 @@ def drawn_works(rows):
     return [points for points in grouped(rows, lambda row: row.work).values() if len(points) > 2]
 
 
+def largest(rows):
+    """Each row at its largest size alone."""
+    return [max(sizes, key=lambda row: row.size) for sizes in grouped(rows, lambda row: row.name).values()]
+
+
 def memory_table(rows):
     shown = [row for row in rows if abs(row.library_heap - row.plain_heap) > max(row.plain_heap / 10, 65536)]
-    largest = [max(points, key=lambda row: row.size) for points in grouped(shown, lambda row: row.name).values()]
-    return table(["work", "beside", "size:", "library:", "plain HDF5:"],
-                 [[f"{row.family}: {row.work}", row.beside, row.size_text(), bytes_text(row.library_heap),
-                   bytes_text(row.plain_heap)] for row in largest])
+    return table(largest(shown), "row", "size:", "heap of the library:", "heap of plain HDF5:")
 
 
 def file_table(rows):
-    shown = [row for row in rows if row.plain_file > 65536 and
-             abs(row.library_file / row.plain_file - 1) > 0.005]
-    return table(["work", "beside", "size:", "library:", "plain HDF5:", "ratio:"],
-                 [[f"{row.family}: {row.work}", row.beside, row.size_text(), bytes_text(row.library_file),
-                   bytes_text(row.plain_file), f"{row.library_file / row.plain_file:.3f}"] for row in shown])
-
-
-def target_table(rows):
-    return table(["row", "size:", "plain HDF5:", "library:", "ratio:", "quartiles:", "pairs:", "target:", ""],
-                 [[row.name, row.size_text(), time_text(row.plain_s), time_text(row.library_s), f"{row.ratio:.3f}",
-                   row.quartiles(), f"{row.pairs:.0f}", f"{row.target:.2f}" if row.target else "",
-                   ("**miss**" if row.is_missed else "made") if row.target else ""] for row in rows])
-
-
-def missed_table(rows):
-    return table(["row", "size:", "ratio:", "target:", "reason"],
-                 [[row.name, row.size_text(), f"{row.ratio:.3f}", f"{row.target:.2f}",
-                   reason_for(row, "plain") or "NO REASON GIVEN"] for row in rows])
-
-
-def heap_table(rows):
-    return table(["row", "size:", "plain HDF5:", "library:", "above:"],
-                 [[row.name, row.size_text(), bytes_text(row.plain_heap), bytes_text(row.library_heap),
-                   bytes_text(row.library_heap - row.plain_heap)]
-                  for row in rows if row.library_heap > row.plain_heap + HEAP_ALLOWANCE])
+    shown = [row for row in rows if row.plain_file > 65536 and abs(row.library_file / row.plain_file - 1) > 0.005]
+    return table(shown, "row", "size:", "file of the library:", "file of plain HDF5:", "ratio of files:")
 
 
 def exponent(points):
@@ -182,10 +182,10 @@ def exponent(points):
 
 def growth_table(rows):
     series = {name: points for name, points in grouped(rows, lambda row: row.name).items() if len(points) > 2}
-    return table(["row", "sizes", "library:", "plain HDF5:"],
-                 [[name, f"{points[0].size_text()} to {points[-1].size_text()}",
-                   *(f"{exponent([(p.size, p.entry[side]) for p in points]):.2f}" for side in ("library_s", "plain_s"))]
-                  for name, points in series.items()])
+    return markdown(["row", "sizes", "library:", "plain HDF5:"],
+                    [[name, f"{points[0].size_text()} to {points[-1].size_text()}",
+                      *(f"{exponent([(p.size, p.entry[s]) for p in points]):.2f}" for s in ("library_s", "plain_s"))]
+                     for name, points in series.items()])
 
 
 def picture_name(family):
@@ -201,7 +201,7 @@ def save(figure, path):
 
 def draw_overview(rows, folder):
     """All rows at their largest size, on one scale."""
-    points = [max(sizes, key=lambda row: row.size) for sizes in grouped(rows, lambda row: row.name).values()]
+    points = largest(rows)
     figure, axes = plt.subplots(figsize=(9, 0.19 * len(points) + 1.2))
     for other, label in OTHERS.items():
         shown = [(row.times[other], place) for place, row in enumerate(points) if other in row.times]
@@ -278,9 +278,12 @@ def main():
         "SECTIONS": "\n".join(line for family, its in families.items() for line in family_section(family, its))})
     fill("benchmarks-internal.md", folder, {
         "MACHINE": machine, "MADE": str(len(with_target) - len(missed)), "TARGETS": str(len(with_target)),
-        "MISSED": missed_table(missed), "ROWS": target_table(rows), "HEAP": heap_table(rows),
+        "MISSED": table(missed, "row", "size:", "ratio:", "target:", "reason"),
+        "HEAP": table([row for row in rows if row.library_heap > row.plain_heap + HEAP_ALLOWANCE], "row", "size:",
+                      "heap of the library:", "heap of plain HDF5:"),
+        "ROWS": table(rows, "row", "size:", "plain:", "library:", "ratio:", "quartiles:", "pairs:", "target:", "verdict"),
         "GROWTH": growth_table(rows), "LEFT_OUT": "\n".join(f"- {name}" for name in left_out) or "None.",
-        "ALONE": table(["row", "size:", "time:"], [[r.name, r.size_text(), time_text(r.plain_s)] for r in alone])})
+        "ALONE": table(alone, "row", "size:", "plain:")})
     print(f"{len(with_target) - len(missed)} of {len(with_target)} targets made")
     for row in missed:
         print(f"missed: {row.name}, {row.size_text()}: {row.ratio:.3f} ({row.quartiles()}), target {row.target:.2f}")

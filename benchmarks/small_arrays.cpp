@@ -72,14 +72,11 @@ void CreateArraysByCpp(const H5::Group& group, std::size_t count)
     bench::ForEachName(create)(group, count);
 }
 
-void AskNumberType(hid_t type, H5T_class_t kind)
+void AskNumberType(hid_t type)
 {
-    if (kind == H5T_INTEGER || kind == H5T_FLOAT)
-    {
-        H5Tget_size(type);
-        H5Tget_order(type);
-    }
-    if (kind == H5T_INTEGER)
+    H5Tget_size(type);
+    H5Tget_order(type);
+    if (H5Tget_class(type) == H5T_INTEGER)
     {
         H5Tget_sign(type);
     }
@@ -91,7 +88,7 @@ void AskColumns(hid_t compound)
     for (int i = 0; i < members; ++i)
     {
         const bench::Id member(H5Tget_member_type(compound, static_cast<unsigned int>(i)));
-        AskNumberType(member, H5Tget_class(member));
+        AskNumberType(member);
     }
 }
 
@@ -118,8 +115,7 @@ enum class Kind
 bool AskTypeAndShape(hid_t set, Kind kind)
 {
     const bench::Id type(H5Dget_type(set));
-    const H5T_class_t typeClass = H5Tget_class(type);
-    if ((typeClass == H5T_COMPOUND) != (kind == Kind::Table))
+    if ((H5Tget_class(type) == H5T_COMPOUND) != (kind == Kind::Table))
     {
         return false;
     }
@@ -129,7 +125,7 @@ bool AskTypeAndShape(hid_t set, Kind kind)
     }
     else
     {
-        AskNumberType(type, typeClass);
+        AskNumberType(type);
     }
     benchmark::DoNotOptimize(AskLength(set));
     return true;
@@ -289,44 +285,43 @@ bench::Rows bench::SmallArrayRows()
     const Place tables = WithChildren("small-tables", createTable);
     const Place groups =
         WithChildren("small-groups", [](IGroup& root, const std::string& name) { root.CreateGroup(name); });
-    const auto open = ForEachName([](IGroup& root, const std::string& name) { root.GetArray(name)->GetLength(); });
-    const auto has = ForEachName([](IGroup& root, const std::string& name) { root.HasArray(name); });
-    const auto isExtensible =
-        ForEachName([](IGroup& root, const std::string& name) { root.HasExtensibleArray2D(name); });
-    const auto listArrays = [](IGroup& root, std::size_t /*count*/)
-    {
-        root.ListArrays();
-    };
-    const auto listTables = [](IGroup& root, std::size_t /*count*/)
-    {
-        root.ListTables();
-    };
-    const auto listGroups = [](IGroup& root, std::size_t /*count*/)
-    {
-        root.ListGroups();
-    };
-    const auto countGroups = [](IGroup& root, std::size_t /*count*/)
-    {
-        root.GetNumberOfGroups();
-    };
     Rows rows;
     const auto add = [&](const std::string& work, const Place& place, double target, auto... sides)
     {
         rows.push_back(On({"small arrays/" + work, "children", counts, target}, place, Root{}, sides...));
     };
+    const auto addHas = [&](const std::string& word, auto... sides)
+    {
+        add("ask whether arrays are there" + word, arrays, 1.15,
+            ForEachName([](IGroup& root, const std::string& name) { root.HasArray(name); }), sides...);
+    };
+    const auto addListing = [&](const std::string& work, const Place& place, Kind kind, auto library)
+    {
+        add(
+            "list " + work, place, 1.15, [=](const IGroup& root, std::size_t /*count*/) { library(root); },
+            ListPlain(kind), ListByCpp(kind));
+    };
+    const auto addCount = [&](const std::string& word, auto... sides)
+    {
+        add(
+            "count groups" + word, groups, 1.15,
+            [](const IGroup& root, std::size_t /*count*/) { root.GetNumberOfGroups(); }, sides...);
+    };
     add("create arrays of 8 doubles", fresh, 1.10, ForEachName(createArray), CreatePlainArrays, CreateArraysByCpp);
-    add("open arrays, ask for type and shape", arrays, 1.15, open, ForEachName(openPlainArray),
-        ForEachName(openArrayByCpp));
-    add("ask whether arrays are there", arrays, 1.15, has, ForEachName(hasPlainArray), ForEachName(hasArrayByCpp));
-    add("ask whether arrays are there, beside opening them", arrays, 1.15, has, ForEachName(openPlainArray));
-    add("ask whether arrays are extensible", arrays, 1.15, isExtensible, ForEachName(openPlainArray),
-        ForEachName(openArrayByCpp));
-    add("list arrays", arrays, 1.15, listArrays, ListPlain(Kind::Array), ListByCpp(Kind::Array));
-    add("list tables", tables, 1.15, listTables, ListPlain(Kind::Table), ListByCpp(Kind::Table));
-    add("list no arrays among tables", tables, 1.15, listArrays, ListPlain(Kind::Array), ListByCpp(Kind::Array));
-    add("list no tables among arrays", arrays, 1.15, listTables, ListPlain(Kind::Table), ListByCpp(Kind::Table));
-    add("list groups", groups, 1.15, listGroups, ListPlain(Kind::Group), ListByCpp(Kind::Group));
-    add("count groups", groups, 1.15, countGroups, CountPlain(CountChild), CountByCpp);
-    add("count groups, beside opening them", groups, 1.15, countGroups, CountPlain(CountOpenedChild));
+    add("open arrays, ask for type and shape", arrays, 1.15,
+        ForEachName([](IGroup& root, const std::string& name) { root.GetArray(name)->GetLength(); }),
+        ForEachName(openPlainArray), ForEachName(openArrayByCpp));
+    add("ask whether arrays are extensible", arrays, 1.15,
+        ForEachName([](IGroup& root, const std::string& name) { root.HasExtensibleArray2D(name); }),
+        ForEachName(openPlainArray), ForEachName(openArrayByCpp));
+    addHas("", ForEachName(hasPlainArray), ForEachName(hasArrayByCpp));
+    addHas(", beside opening them", ForEachName(openPlainArray));
+    addListing("arrays", arrays, Kind::Array, [](const IGroup& root) { root.ListArrays(); });
+    addListing("tables", tables, Kind::Table, [](const IGroup& root) { root.ListTables(); });
+    addListing("no arrays among tables", tables, Kind::Array, [](const IGroup& root) { root.ListArrays(); });
+    addListing("no tables among arrays", arrays, Kind::Table, [](const IGroup& root) { root.ListTables(); });
+    addListing("groups", groups, Kind::Group, [](const IGroup& root) { root.ListGroups(); });
+    addCount("", CountPlain(CountChild), CountByCpp);
+    addCount(", beside opening them", CountPlain(CountOpenedChild));
     return rows;
 }

@@ -1,7 +1,5 @@
 #include "Sides.h"
 
-#include <array>
-
 using tarnwick::hdf::INode;
 namespace TDataType = tarnwick::hdf::TDataType;
 
@@ -57,20 +55,12 @@ int LookAtType(hid_t type)
 
 int WalkTypes(hid_t type)
 {
-    const std::array<hid_t, 17> types = {
-        H5T_NATIVE_SCHAR, H5T_NATIVE_UCHAR,  H5T_NATIVE_SHORT, H5T_NATIVE_USHORT, H5T_NATIVE_INT,   H5T_NATIVE_UINT,
-        H5T_STD_I64LE,    H5T_STD_U64LE,     H5T_NATIVE_LONG,  H5T_NATIVE_ULONG,  H5T_NATIVE_LLONG, H5T_NATIVE_ULLONG,
-        H5T_NATIVE_FLOAT, H5T_NATIVE_DOUBLE, H5T_IEEE_F32LE,   H5T_IEEE_F64LE,    H5T_C_S1};
-    int place = 0;
-    for (const hid_t candidate : types)
+    int candidate = TDataType::Char;
+    while (H5Tequal(INode::DataTypeToHDFType(static_cast<TDataType::TDataType>(candidate)), type) == 0)
     {
-        ++place;
-        if (H5Tequal(candidate, type) != 0)
-        {
-            return place;
-        }
+        ++candidate;
     }
-    return 0;
+    return candidate;
 }
 
 } // namespace
