@@ -64,7 +64,7 @@ def reason_for(row, winner):
 def bytes_text(count):
     for unit, scale in ("MiB", MIB), ("KiB", 1024):
         if count >= scale:
-            return f"{count / scale:,.0f} {unit}"
+            return f"{count / scale:.1f} {unit}" if count < 10 * scale and count % scale else f"{count / scale:,.0f} {unit}"
     return f"{count:,.0f} bytes"
 
 
