@@ -82,14 +82,14 @@ inline herr_t TakeReason(unsigned int /*number*/, const H5E_error2_t* frame, voi
 }
 
 /// Throws `words` and HDF5's innermost reason if an HDF5 call has failed.
-template <typename Result>
-Result Checked(Result result, const std::string& words)
+template <typename Result, typename Words>
+Result Checked(Result result, const Words& words)
 {
     if (result < 0)
     {
         const char* reason = nullptr;
         H5Ewalk2(H5E_DEFAULT, H5E_WALK_UPWARD, &TakeReason, &reason);
-        throw std::runtime_error(reason == nullptr ? words : words + ": " + reason);
+        throw std::runtime_error(words + (reason == nullptr ? std::string() : std::string(": ") + reason));
     }
     return result;
 }
@@ -356,7 +356,7 @@ inline OwnedType FindColumn(hid_t stored, const std::string& name, const std::st
         const std::string column = MemberName(stored, i);
         if (column == name)
         {
-            return OwnedType(Checked(H5Tget_member_type(stored, i), "could not open column '" + outer + name + "'"));
+            return OwnedType(Checked(H5Tget_member_type(stored, i), "could not open a column"));
         }
         known += i == 0 ? "; there are " : ", ";
         known += column;
