@@ -4,6 +4,14 @@ jobs=$(nproc)
 # Debian's own interpreter: the packages of install-deps.sh are there and in no other.
 python=/usr/bin/python3
 
+# The comment at the head of a script is its help.
+for argument in "$@"; do
+  if [ "$argument" = --help ]; then
+    sed -n '2,/^[^#]/s/^# \{0,1\}//p' "scripts/$(basename "$0")"
+    exit 0
+  fi
+done
+
 stage() { printf '== [%4ss] %s\n' "$SECONDS" "$*"; }
 
 # Runs a command quietly; shows what it printed only if it fails.

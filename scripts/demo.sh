@@ -1,7 +1,32 @@
 #!/usr/bin/env bash
 # The demo: real data goes into HDF5 files and comes back. Installs what is missing, builds, runs.
+#   --many-machines   plays a job of many machines on this one instead: four processes write a shard each, Dask reads all
+#                     of them together
 set -euo pipefail
 source "$(dirname "$0")/common.sh"
+
+play_many_machines() {
+  local writer=build/demo/examples/many-machines/shard_writer out=build/many-machines writers=() shard pid
+  scripts/install-deps.sh build many-machines
+  build_preset demo shard_writer
+  rm -rf "$out"
+  mkdir -p "$out"
+  stage "Writing four shards at once"
+  for shard in 0 1 2 3; do
+    "$writer" "$out/shard-$shard.h5" "$shard" 100000 &
+    writers+=($!)
+  done
+  for pid in "${writers[@]}"; do wait "$pid"; done
+  stage "Reading them together"
+  "$python" examples/many-machines/combine.py "$out" 4
+}
+
+case ${1:-} in
+'') ;;
+--many-machines) play_many_machines; exit 0 ;;
+*) echo "unknown option: $1 (see --help)" >&2; exit 2 ;;
+esac
+
 scripts/install-deps.sh build demo
 build_preset demo logger weather airports tarnwickhdf-tree
 programs=build/demo/examples

@@ -6,7 +6,7 @@
 set -euo pipefail
 source "$(dirname "$0")/common.sh"
 scripts/install-deps.sh build package
-scripts/docs.sh
+scripts/check.sh pages
 build_preset package
 stage "Packing"
 out=$PWD/build/package
@@ -110,7 +110,7 @@ else
   "$root/usr/bin/tarnwickhdf-plot-memory-log" --version
   stage "Checking the pages that are installed"
   pages=$root/usr/share/doc/tarnwickhdf
-  "$python" scripts/check-links.py "$pages"
+  "$python" scripts/pages.py links "$pages"
   ls "$pages/html/index.html" "$pages/examples/weather.cpp" >/dev/null
   try_embedded
   try_without_deprecated_symbols
