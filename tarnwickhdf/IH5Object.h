@@ -9,9 +9,9 @@ namespace tarnwick::hdf
 
 /// Root of every class that wraps an HDF5 handle. It has no state: copying and assigning it copies nothing.
 ///
-/// How failures arrive: every failure is an exception. A failed HDF5 call gives `std::runtime_error` whose `what()` is
-/// the operation's message, a colon, a line feed and HDF5's traceback: three lines for each frame, from the HDF5
-/// function that the library called down to the deepest internal one,
+/// How failures arrive: a failure is an exception; an operation that answers instead says so. A failed HDF5 call gives
+/// `std::runtime_error` whose `what()` is the operation's message, a colon, a line feed and HDF5's traceback: three lines
+/// for each frame, from the HDF5 function that the library called down to the deepest internal one,
 ///
 ///     #0: in func H5Dopen1(): not found
 ///       major: Dataset
