@@ -145,12 +145,11 @@ template <typename... Place>
 template <typename>
 inline constexpr bool kNever = false;
 
-template <typename T, typename... Types>
-inline constexpr bool kIsOneOf = (std::is_same_v<T, Types> || ...);
-
 template <typename T>
-inline constexpr bool kIsNumber = kIsOneOf<T, signed char, short, int, long, long long, unsigned char, unsigned short,
-                                           unsigned int, unsigned long, unsigned long long, float, double>;
+inline constexpr bool kIsNumber = (std::is_integral_v<T> && sizeof(T) <= 8 && !std::is_same_v<T, bool> &&
+                                   !std::is_same_v<T, char> && !std::is_same_v<T, wchar_t> &&
+                                   !std::is_same_v<T, char16_t> && !std::is_same_v<T, char32_t>) ||
+                                  std::is_same_v<T, float> || std::is_same_v<T, double>;
 
 template <typename>
 inline constexpr bool kIsVector = false;
@@ -248,14 +247,10 @@ struct TextBuffer
         : itemSize(std::max<size_t>(IArray::CalculateMaxLengthFromStringVector(texts), 1)),
           items(IArray::CreateBufferFromStringVector(texts, itemSize))
     {
-        // Texts of one length have no NUL behind them either, and a single search does.
-        if (std::memchr(items.get(), '\0', itemSize * texts.size()) == nullptr)
+        const char* item = items.get();
+        for (size_t i = 0; i < texts.size(); ++i, item += itemSize)
         {
-            return;
-        }
-        for (size_t i = 0; i < texts.size(); ++i)
-        {
-            if (std::memchr(items.get() + i * itemSize, '\0', texts[i].size()) != nullptr)
+            if (std::memchr(item, '\0', texts[i].size()) != nullptr)
             {
                 throw std::runtime_error("text " + std::to_string(i) + " has a NUL byte in it");
             }
@@ -1031,7 +1026,7 @@ inline std::vector<bool> ReadBooleans(const StoredAttr& attr)
 
 inline std::string TextOf(const char* text, size_t size, H5T_cset_t charset)
 {
-    const std::string stored(text, static_cast<size_t>(std::find(text, text + size, '\0') - text));
+    const std::string stored(text, strnlen(text, size));
     return charset == H5T_CSET_ASCII ? latin1_to_utf8(stored) : stored;
 }
 

@@ -176,6 +176,22 @@ TEST_F(File, OfALongNameTellsAllOfIt)
     EXPECT_EQ(IFile::Open(path, "w", 0)->GetFileName(), path);
 }
 
+TEST_F(OpenFile, HasTheFormThatHdf5HadBefore2)
+{
+    // More than newer forms keep in the order of their making.
+    const Names names = {"k", "e", "b", "j", "a", "i", "c", "h", "d", "g", "f"};
+    for (const std::string& name : names)
+    {
+        root->SetAttr(name, "value");
+    }
+    H5F_info2_t info = {};
+    H5Fget_info2(file->FileID(), &info);
+
+    EXPECT_EQ(info.super.version, 0U);
+    EXPECT_EQ(root->ListAttrs(), names);
+    EXPECT_EQ(WordsOf([&] { root->SetAttr("large", std::string(70000, 'x')); }), "fail to create attribute: large:");
+}
+
 TEST_F(OpenFile, CountsWhatIsOpenThroughAnyHandleOfTheFile)
 {
     const auto second = Open("test.h5", "r+");

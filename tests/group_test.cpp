@@ -56,6 +56,23 @@ TEST_F(LinkedGroup, ListsNamesOfAKindAndForgetsWhatTheVectorHeld)
     EXPECT_EQ(names, (Names{"dangling", "soft"}));
 }
 
+TEST_F(LinkedGroup, TellsALinkFromWhatItLeadsTo)
+{
+    H5Lcreate_external("test.h5", "/g", root->LocationID(), "external", H5P_DEFAULT, H5P_DEFAULT);
+
+    std::vector<int> kinds;
+    for (int child = 0; child < 5; ++child)
+    {
+        kinds.push_back(root->GetChildType(child));
+    }
+
+    // Dangling, external, g, soft, and one behind the last.
+    EXPECT_EQ(kinds, (std::vector<int>{H5G_LINK, H5G_UDLINK, H5G_GROUP, H5G_LINK, H5G_UNKNOWN}));
+    EXPECT_EQ(root->GetNumberOfGroups(), 1U);
+    EXPECT_EQ(root->ListGroups().size(), 1U);
+    EXPECT_FALSE(root->HasDataSet());
+}
+
 TEST_F(LinkedGroup, FailsInItsWords)
 {
     ExpectWords({{[&] { root->HasGroup(""); }, "could not get info for :"},

@@ -16,9 +16,6 @@ static_assert(ElementTypeOf<long>() == (sizeof(long) == 4 ? TDataType::Int : Ele
 static_assert(ElementTypeOf<float>() == TDataType::Float && ElementTypeOf<double>() == TDataType::Double);
 static_assert(!std::is_copy_constructible_v<RowType<int[1]>>);
 
-namespace
-{
-
 struct Place
 {
     double east;
@@ -62,8 +59,6 @@ std::vector<Reading> SomeReadings()
                                 {220, 0.125, {7, 8}, "", "", {}}};
     return {std::begin(readings), std::end(readings)};
 }
-
-} // namespace
 
 struct Typed : OpenFileTest
 {

@@ -1,5 +1,5 @@
 #include <tarnwick/tarnwick.h>
-#include <tarnwickhdf/typed.h>
+#include <tarnwickhdf/tarnwickhdf.h>
 
 #include <iostream>
 
@@ -9,16 +9,18 @@ int main(int argc, char** argv)
 try
 {
     const std::string filename = argc > 1 ? argv[1] : "consumer.h5";
-    const std::vector<double> written = {1.5, 2.5, 3.5};
+    std::vector<double> written = {1.5, 2.5, 3.5};
     {
         const auto file = hdf::IFile::Open(filename, "w", 0);
         const auto group = file->GetRoot()->CreateGroup("measured/by hand");
         group->SetAttr("place", tarnwick::latin1_to_utf8("Z\xFCrich"));
-        hdf::StoreArray(*group, "length", written);
+        group->CreateArrayFromBuffer("length", written.data(), hdf::TDataType::Double, written.size(), 1);
         file->Close();
     }
     const auto file = hdf::IFile::Open(filename, "r", 0);
-    const auto read = hdf::ReadArray<double>(*file->GetRoot(), "measured/by hand/length");
+    const auto array = file->GetRoot()->GetArray("measured/by hand/length");
+    std::vector<double> read(array->GetSize());
+    array->GetToBuffer(read.data(), hdf::TDataType::Double);
     // HDF5 itself comes along with the package.
     const bool isThere = H5Lexists(file->FileID(), "measured", H5P_DEFAULT) > 0;
     const bool same = read == written && isThere;
@@ -27,6 +29,6 @@ try
 }
 catch (const std::exception& failure)
 {
-    std::cerr << hdf::ReasonOf(failure) << '\n';
+    std::cerr << failure.what() << '\n';
     return 1;
 }
