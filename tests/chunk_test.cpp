@@ -2,6 +2,7 @@
 
 #include <tarnwickhdf/internal/ChunkFilters.h>
 #include <tarnwickhdf/internal/ChunkTransfer.h>
+#include <tarnwickhdf/internal/SameOnEveryHdf5.h>
 
 #include <cstring>
 #include <numeric>
@@ -84,7 +85,7 @@ TEST_F(Chunk, IsShuffledAsHdf5ShufflesIt)
             Buffer stored(bytes.size());
             const hsize_t origin = 0;
             uint32_t skipped = 0;
-            H5Dread_chunk(dataSet.get(), H5P_DEFAULT, &origin, &skipped, stored.data());
+            ReadStoredChunk(dataSet.get(), &origin, skipped, stored.data());
 
             Buffer shuffled(bytes.size());
             Shuffle(bytes.data(), shuffled.data(), bytes.size(), elementSize);
