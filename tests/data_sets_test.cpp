@@ -134,11 +134,65 @@ TEST_F(DataSets, OfTextLieInABufferItemByItemPaddedOrCut)
     EXPECT_EQ(std::string(IArray::CreateBufferFromStringVector(texts, 3).get(), 6), std::string("ab\0c\0\0", 6));
 }
 
+TEST_F(DataSets, OfTextDoNotRunIntoTheItemBehindATextThatIsTooLong)
+{
+    const Names texts = {"abc", "", "d"};
+
+    EXPECT_EQ(std::string(IArray::CreateBufferFromStringVector(texts, 2).get(), 6), std::string("ab\0\0d\0", 6));
+}
+
 TEST_F(DataSets, OfTextThatAreEmptyAreRewrittenInPlace)
 {
     const auto empty = root->CreateArray("e", TDataType::String, 0);
 
     EXPECT_EQ(WordsOf([&] { empty->SetFromBuffer(nullptr, TDataType::String, 0, 0); }), "");
+}
+
+TEST_F(DataSets, OfAnArrayThatWasReopenedInAnotherGroupAreReplacedThere)
+{
+    int numbers[] = {1, 2, 3};
+    const auto before = root->CreateGroup("before");
+    const auto after = root->CreateGroup("after");
+    const auto array = before->CreateArrayFromBuffer("a", numbers, TDataType::Int, 3, 1);
+    after->CreateArrayFromBuffer("a", numbers, TDataType::Int, 3, 1);
+
+    array->ReOpen(after->LocationID(), "a");
+    array->SetFromBuffer(numbers, TDataType::Int, 2, 1);
+
+    EXPECT_EQ(ContentOf(before->GetArray("a")->LocationID()), "[3] chunk [3]: [1,2,3]");
+    EXPECT_EQ(ContentOf(after->GetArray("a")->LocationID()), "[2] chunk [2]: [1,2]");
+}
+
+TEST_F(DataSets, AreSpreadOverABufferWhoseLengthIsAProductOf32Bits)
+{
+    // Nothing was written and nothing fills, so that a buffer that is taken for longer than it is stays as it is.
+    const hsize_t length = 3;
+    const ScopedSpace space(H5Screate_simple(1, &length, nullptr));
+    const ScopedPropertyList list(H5Pcreate(H5P_DATASET_CREATE));
+    H5Pset_chunk(list.get(), 1, &length);
+    H5Pset_fill_time(list.get(), H5D_FILL_TIME_NEVER);
+    ScopedDataSet(
+        H5Dcreate2(root->LocationID(), "a", H5T_NATIVE_INT, space.get(), H5P_DEFAULT, list.get(), H5P_DEFAULT));
+    const auto array = root->GetArray("a");
+    const int stride = 2147483647; // Three times that are 2147483645 in 32 bits.
+    int place = 0;
+
+    EXPECT_EQ(WordsOf([&] { array->GetToMemoryHyperslab(&place, 0, stride, 3, TDataType::Int); }),
+              "Error reading from dataset to a memory hyperslab!:");
+}
+
+TEST_F(Table, WrittenWithItsOwnCompoundTypeStaysTheDataSetThatItIs)
+{
+    const ScopedType row = TypeOf("H5T_COMPOUND { H5T_NATIVE_INT \"id\"; }");
+    int rows[] = {1, 2, 3, 4};
+    const auto table = root->CreateTableFromBuffer("t", rows, 4, row.get(), 0, -1, 2);
+    const hid_t dataSet = table->LocationID();
+    std::reverse(std::begin(rows), std::end(rows));
+
+    table->SetFromBuffer(rows, 4, table->GetCompoundTypeID(), 0);
+
+    EXPECT_EQ(table->LocationID(), dataSet);
+    EXPECT_EQ(ContentOf(dataSet, row.get()), "[4] chunk [2]: [4,3,2,1]");
 }
 
 TEST_F(Table, HasNoColumnOutsideItsColumns)
