@@ -145,6 +145,7 @@ LITERAL = re.compile(r'"((?:[^"\\]|\\.)*)"')
 def messages(source):
     code = re.sub(r"//.*", "", source)
     code = re.sub(r"#include.*", "", code)
+    code = re.sub(r'\["\w+"\]', "", code)  # Keys of the memory log.
     # Adjacent literals are one text.
     code = re.sub(r'"\s*\n\s*"', "", code)
     return [text for text in LITERAL.findall(code) if len(text) > 5 and not NOT_MESSAGES.search(text)]

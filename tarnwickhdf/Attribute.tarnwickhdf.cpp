@@ -4,7 +4,6 @@
 #include <tarnwickhdf/internal/IntegerAttribute.h>
 #include <tarnwickhdf/internal/ScopedId.h>
 
-#include <tarnwick/IException.h>
 #include <tarnwick/text.h>
 
 #include <boost/shared_ptr.hpp>
@@ -263,17 +262,6 @@ bool INode::HasAttr(const std::string& name) const
 void INode::DelAttr(const std::string& name)
 {
     CheckResult(H5Adelete(m_location, name.c_str()), "could not delete attribute ", name);
-}
-
-H5T_cset_t INode::GetEncoding() const
-{
-    const boost::shared_ptr<IFile> f = m_file.lock();
-    if (f.get() == nullptr)
-    {
-        const std::string message = "INode::GetEncoding(): file is NULL";
-        throw IPreconditionException("f.get() != NULL", message, "Node.tarnwickhdf", __LINE__);
-    }
-    return f->GetEncoding();
 }
 
 unsigned int GetIntAttr(const INode& node, const std::string& name, TDataType::TDataType type)

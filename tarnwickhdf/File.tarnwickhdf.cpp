@@ -6,6 +6,7 @@
 #include <tarnwickhdf/internal/CheckResult.h>
 #include <tarnwickhdf/internal/FileName.h>
 #include <tarnwickhdf/internal/IntegerAttribute.h>
+#include <tarnwickhdf/internal/QuietErrors.h>
 #include <tarnwickhdf/internal/SameOnEveryHdf5.h>
 #include <tarnwickhdf/internal/ScopedId.h>
 
@@ -13,6 +14,7 @@
 
 #include <algorithm>
 #include <cstdlib>
+#include <cstring>
 #include <filesystem>
 #include <fstream>
 #include <iostream>
@@ -22,7 +24,9 @@
 #include <utility>
 #include <vector>
 
+#include <cerrno>
 #include <fcntl.h>
+#include <sys/file.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -64,11 +68,19 @@ bool IsMissing(const std::string& filename)
     return std::filesystem::status(filename, error).type() == std::filesystem::file_type::not_found;
 }
 
-// "r+" makes a file that is missing. One that is there but can't be read must not be taken for missing: it would be
-// emptied.
-std::string EffectiveMode(const std::string& filename, const std::string& mode)
+// Whether HDF5 would find, here or in another process, a lock against its own for writing.
+bool IsLocked(const std::string& filename)
 {
-    return mode == "r+" && !IFile::FileExists(filename) && IsMissing(filename) ? "w" : mode;
+    const int file = ::open(filename.c_str(), O_RDWR | O_CLOEXEC | O_NONBLOCK);
+    if (file < 0)
+    {
+        return false;
+    }
+    struct stat status = {};
+    const bool isLocked = ::fstat(file, &status) == 0 && S_ISREG(status.st_mode) &&
+                          ::flock(file, LOCK_EX | LOCK_NB) != 0 && errno == EWOULDBLOCK;
+    ::close(file);
+    return isLocked;
 }
 
 ScopedPropertyList CreateFileAccessList()
@@ -79,39 +91,6 @@ ScopedPropertyList CreateFileAccessList()
     CheckResult(H5Pset_gc_references(list.get(), 1), "Error while calling H5Pset_gc_reference");
     SetOldestForms(list.get());
     return list;
-}
-
-hid_t OpenOrCreate(const std::string& filename, const std::string& effectiveMode, hid_t accessList)
-{
-    if (effectiveMode == "w")
-    {
-        return H5Fcreate(filename.c_str(), H5F_ACC_TRUNC, H5P_DEFAULT, accessList);
-    }
-    if (effectiveMode == "r")
-    {
-        return H5Fopen(filename.c_str(), H5F_ACC_RDONLY, accessList);
-    }
-    if (effectiveMode == "r+")
-    {
-        return H5Fopen(filename.c_str(), H5F_ACC_RDWR, accessList);
-    }
-    throw std::runtime_error("invalid file mode: " + effectiveMode);
-}
-
-H5AC_cache_config_t CacheConfigurationOf(hid_t file)
-{
-    H5AC_cache_config_t config = {};
-    config.version = H5AC__CURR_CACHE_CONFIG_VERSION;
-    H5Fget_mdc_config(file, &config);
-    return config;
-}
-
-// A cache that may shrink less readily serves files that are opened, walked and closed again.
-void LowerTheHitRateThreshold(hid_t file)
-{
-    H5AC_cache_config_t config = CacheConfigurationOf(file);
-    config.lower_hr_threshold = kLowerHitRateThreshold;
-    H5Fset_mdc_config(file, &config);
 }
 
 // HDF5 1.10 keeps the id of a file that it failed to close, but frees the file behind it. When the process exits, HDF5
@@ -149,6 +128,126 @@ void AddUnclosedFile(hid_t file)
         std::atexit(&KeepFromClosingAtExit);
     }
     files.ids.push_back(file);
+}
+
+// Whether this process has a file open already: then an id for it isn't the only one on that file.
+bool IsOpenHere(const std::string& filename, hid_t accessList)
+{
+    const QuietErrors quiet;
+    ScopedFile file(H5Fopen(filename.c_str(), H5F_ACC_RDWR, accessList));
+    if (file.get() < 0)
+    {
+        file.reset(H5Fopen(filename.c_str(), H5F_ACC_RDONLY, accessList));
+    }
+    return H5Fget_obj_count(file.get(), H5F_OBJ_ALL) > 1;
+}
+
+// HDF5 empties a file before it takes its lock, and a process that has the file open would lose it. So a file that is
+// locked is opened first: that fails as HDF5 fails on the lock, or works, if HDF5 is told to do without locks. What
+// this process itself has open HDF5 refuses without harm. A process that opens the file between the look at the lock
+// and HDF5's own open isn't seen.
+hid_t CreateOrEmpty(const std::string& filename, hid_t accessList)
+{
+    if (IsLocked(filename) && !IsOpenHere(filename, accessList))
+    {
+        const ScopedFile file(H5Fopen(filename.c_str(), H5F_ACC_RDWR, accessList));
+        if (file.get() < 0)
+        {
+            return file.get();
+        }
+    }
+    return H5Fcreate(filename.c_str(), H5F_ACC_TRUNC, H5P_DEFAULT, accessList);
+}
+
+// HDF5 takes a file that is empty when it opens it for new, and writes its own over what another process has made of it
+// by the time that it gets the lock. Opening it for reading fails on the other's lock too, but never writes.
+hid_t OpenToWrite(const std::string& filename, hid_t accessList)
+{
+    std::error_code error;
+    if (std::filesystem::file_size(filename, error) == 0 && IsLocked(filename))
+    {
+        const ScopedFile file(H5Fopen(filename.c_str(), H5F_ACC_RDONLY, accessList));
+        if (file.get() < 0)
+        {
+            return file.get();
+        }
+    }
+    return H5Fopen(filename.c_str(), H5F_ACC_RDWR, accessList);
+}
+
+// Makes a file that the others see only when it is whole. HDF5 makes it empty, takes its lock and writes it when it
+// closes, and who opens it in between may write over another's work. A link never takes the place of a file.
+bool MakeWhole(const std::string& filename, hid_t accessList)
+{
+    const std::string unfinished = filename + ".new-" + std::to_string(::getpid());
+    const QuietErrors quiet;
+    const hid_t file = H5Fcreate(unfinished.c_str(), H5F_ACC_EXCL, H5P_DEFAULT, accessList);
+    if (file < 0)
+    {
+        return false;
+    }
+    const bool isWhole = H5Fclose(file) >= 0;
+    if (!isWhole)
+    {
+        AddUnclosedFile(file);
+    }
+    const bool isMade = isWhole && ::link(unfinished.c_str(), filename.c_str()) == 0;
+    ::unlink(unfinished.c_str());
+    return isMade;
+}
+
+// For file systems without links.
+hid_t CreateNew(const std::string& filename, hid_t accessList)
+{
+    const QuietErrors quiet;
+    return H5Fcreate(filename.c_str(), H5F_ACC_EXCL, H5P_DEFAULT, accessList);
+}
+
+// A file that was made by somebody else in the meantime is opened, never emptied. What can't be made is tried in the way
+// of mode "w": for its words, and for a symbolic link that leads nowhere yet.
+hid_t CreateMissing(const std::string& filename, hid_t accessList)
+{
+    if (MakeWhole(filename, accessList) || !IsMissing(filename))
+    {
+        return OpenToWrite(filename, accessList);
+    }
+    const hid_t file = CreateNew(filename, accessList);
+    return file >= 0 ? file : CreateOrEmpty(filename, accessList);
+}
+
+hid_t OpenOrCreate(const std::string& filename, const std::string& mode, hid_t accessList)
+{
+    if (mode == "w")
+    {
+        return CreateOrEmpty(filename, accessList);
+    }
+    if (mode == "r")
+    {
+        return H5Fopen(filename.c_str(), H5F_ACC_RDONLY, accessList);
+    }
+    if (mode == "r+")
+    {
+        // A file that is there but can't be read must not be taken for missing.
+        const bool isMissing = !IFile::FileExists(filename) && IsMissing(filename);
+        return isMissing ? CreateMissing(filename, accessList) : OpenToWrite(filename, accessList);
+    }
+    throw std::runtime_error("invalid file mode: " + mode);
+}
+
+H5AC_cache_config_t CacheConfigurationOf(hid_t file)
+{
+    H5AC_cache_config_t config = {};
+    config.version = H5AC__CURR_CACHE_CONFIG_VERSION;
+    H5Fget_mdc_config(file, &config);
+    return config;
+}
+
+// A cache that may shrink less readily serves files that are opened, walked and closed again.
+void LowerTheHitRateThreshold(hid_t file)
+{
+    H5AC_cache_config_t config = CacheConfigurationOf(file);
+    config.lower_hr_threshold = kLowerHitRateThreshold;
+    H5Fset_mdc_config(file, &config);
 }
 
 // The type that a node has open next to its object, -1 if it has none.
@@ -245,9 +344,8 @@ IFile::IFile(const std::string& filename, const std::string& mode)
     : m_closed(true), m_api_version(0), m_encoding(H5T_CSET_UTF8), m_file_id(-1),
       m_copies(std::make_unique<std::set<INode*>>())
 {
-    const std::string effectiveMode = EffectiveMode(filename, mode);
     ScopedPropertyList accessList = CreateFileAccessList();
-    ScopedFile file(OpenOrCreate(filename, effectiveMode, accessList.get()));
+    ScopedFile file(OpenOrCreate(filename, mode, accessList.get()));
     CheckResult(file.get(), "Failed to obtain a valid file handle for filename: ", filename);
     accessList.reset();
     H5Eset_auto1(nullptr, nullptr);
@@ -411,12 +509,14 @@ unsigned int IFile::GetAPIVersion() const
 
 H5T_cset_t IFile::GetEncoding() const
 {
-    return m_encoding;
+    return static_cast<H5T_cset_t>(m_encoding);
 }
 
 void IFile::SetEncoding(H5T_cset_t encoding)
 {
-    m_encoding = encoding;
+    // Reading an enumeration that holds none of its values would be undefined.
+    static_assert(sizeof(m_encoding) == sizeof(encoding));
+    std::memcpy(&m_encoding, &encoding, sizeof(m_encoding));
 }
 
 void IFile::RegisterNode(INode* node)

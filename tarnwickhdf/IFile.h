@@ -32,7 +32,9 @@ public:
     /// @param filename the path in UTF-8, handed to HDF5 unchanged.
     /// @param mode "r" reads, "w" creates and empties a file that exists, "r+" reads and writes and creates a file that
     ///        is missing. A file that exists but can't be read is never taken for a missing one: "r+" refuses it and
-    ///        leaves it as it is.
+    ///        leaves it as it is. A file that another process has open, and HDF5 locks for it, is refused by "w" and
+    ///        "r+" and stays as it is; one that another process makes at the same moment is opened by "r+", never
+    ///        emptied.
     /// @param compression the deflate level, 0 to 9, that groups and data sets of this file start from.
     ///
     /// Mode "w" writes the version mark, the integer attribute "__vorl_api_version", on the root group; the other modes
@@ -163,7 +165,7 @@ private:
     boost::shared_ptr<IGroup> m_root;
     std::set<INode*> m_nodes;
     unsigned int m_api_version;
-    H5T_cset_t m_encoding;
+    int m_encoding; // H5T_cset_t has no room for every value that SetEncoding takes.
     hid_t m_file_id;
     // Behind a pointer, so that the class keeps its size.
     std::unique_ptr<std::set<INode*>> m_copies;

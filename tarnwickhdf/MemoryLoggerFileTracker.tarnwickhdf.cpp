@@ -10,7 +10,6 @@
 #include <ctime>
 #include <fstream>
 #include <ios>
-#include <iterator>
 #include <stdexcept>
 #include <string>
 #include <vector>
@@ -21,7 +20,7 @@ namespace tarnwick::hdf
 namespace
 {
 
-using Json = nlohmann::json;
+using Json = nlohmann::ordered_json;
 
 std::string LocalTimestamp()
 {
@@ -37,52 +36,29 @@ std::string LocalTimestamp()
     return text;
 }
 
-struct FileSample
+Json SampleOf(hid_t file)
 {
-    std::string name;
-    hssize_t dataSets, groups, attributes, objects, files, dataTypes;
-    double hitRate;
-    size_t maxSize, minCleanSize, currentSize;
-    int entries;
-};
-
-FileSample SampleOf(hid_t file)
-{
-    FileSample sample = {};
-    sample.name = FileNameOf(file);
-    sample.dataSets = H5Fget_obj_count(file, H5F_OBJ_DATASET);
-    sample.groups = H5Fget_obj_count(file, H5F_OBJ_GROUP);
-    sample.attributes = H5Fget_obj_count(file, H5F_OBJ_ATTR);
-    sample.objects = H5Fget_obj_count(file, H5F_OBJ_ALL);
-    sample.files = H5Fget_obj_count(file, H5F_OBJ_FILE);
-    sample.dataTypes = H5Fget_obj_count(file, H5F_OBJ_DATATYPE);
-    H5Fget_mdc_hit_rate(file, &sample.hitRate);
-    H5Fget_mdc_size(file, &sample.maxSize, &sample.minCleanSize, &sample.currentSize, &sample.entries);
+    Json sample = Json::object();
+    sample["name"] = FileNameOf(file);
+    sample["dataset_count"] = H5Fget_obj_count(file, H5F_OBJ_DATASET);
+    sample["group_count"] = H5Fget_obj_count(file, H5F_OBJ_GROUP);
+    sample["attr_count"] = H5Fget_obj_count(file, H5F_OBJ_ATTR);
+    sample["object_count"] = H5Fget_obj_count(file, H5F_OBJ_ALL);
+    sample["file_count"] = H5Fget_obj_count(file, H5F_OBJ_FILE);
+    sample["datatype_count"] = H5Fget_obj_count(file, H5F_OBJ_DATATYPE);
+    double hitRate = 0;
+    H5Fget_mdc_hit_rate(file, &hitRate);
+    size_t maxSize = 0;
+    size_t minCleanSize = 0;
+    size_t currentSize = 0;
+    int entries = 0;
+    H5Fget_mdc_size(file, &maxSize, &minCleanSize, &currentSize, &entries);
+    sample["cache_hit_rate"] = hitRate;
+    sample["cache_max_size"] = maxSize;
+    sample["cache_min_clean_size"] = minCleanSize;
+    sample["cache_size"] = currentSize;
+    sample["cache_num_entries"] = entries;
     return sample;
-}
-
-// The documents are put together here and only their values by the JSON library: the destructor of its objects and
-// arrays allocates, so that want of memory would end the process.
-void Write(std::ostream& out, const char* beforeKey, const Json& value)
-{
-    out << beforeKey << value;
-}
-
-void Write(std::ostream& out, const FileSample& sample)
-{
-    Write(out, "{\"name\":", sample.name);
-    Write(out, ",\"dataset_count\":", sample.dataSets);
-    Write(out, ",\"group_count\":", sample.groups);
-    Write(out, ",\"attr_count\":", sample.attributes);
-    Write(out, ",\"object_count\":", sample.objects);
-    Write(out, ",\"file_count\":", sample.files);
-    Write(out, ",\"datatype_count\":", sample.dataTypes);
-    Write(out, ",\"cache_hit_rate\":", sample.hitRate);
-    Write(out, ",\"cache_max_size\":", sample.maxSize);
-    Write(out, ",\"cache_min_clean_size\":", sample.minCleanSize);
-    Write(out, ",\"cache_size\":", sample.currentSize);
-    Write(out, ",\"cache_num_entries\":", sample.entries);
-    out << "}";
 }
 
 } // namespace
@@ -114,24 +90,20 @@ void MemoryLoggerFileTracker::OnClose(hid_t file, const std::string& name)
 
 void MemoryLoggerFileTracker::AppendToMemoryLog(int index, const std::string& name)
 {
-    const std::string timestamp = LocalTimestamp();
-    const size_t heapUsed = count_heap_used_bytes();
-    std::vector<FileSample> samples;
+    Json document = Json::object();
+    document["index"] = index;
+    document["timestamp"] = LocalTimestamp();
+    document["total_heap_used_bytes"] = count_heap_used_bytes();
+    document["files"] = Json::array();
     {
         const std::lock_guard<std::mutex> lock(openFilesMutex);
-        std::transform(openFiles.begin(), openFiles.end(), std::back_inserter(samples), &SampleOf);
+        for (const hid_t file : openFiles)
+        {
+            document["files"].push_back(SampleOf(file));
+        }
     }
     std::ofstream log(name, std::ios::app);
-    Write(log, "{\"index\":", index);
-    Write(log, ",\"timestamp\":", timestamp);
-    Write(log, ",\"total_heap_used_bytes\":", heapUsed);
-    log << ",\"files\":[";
-    for (const FileSample& sample : samples)
-    {
-        log << (&sample == samples.data() ? "" : ",");
-        Write(log, sample);
-    }
-    log << "]}" << std::endl;
+    log << document << std::endl;
     log.close();
 }
 

@@ -5,6 +5,8 @@
 #include <tarnwickhdf/internal/QuietErrors.h>
 #include <tarnwickhdf/internal/SameOnEveryHdf5.h>
 
+#include <tarnwick/IException.h>
+
 #include <boost/shared_ptr.hpp>
 
 #include <algorithm>
@@ -23,23 +25,44 @@ bool SameFile(const boost::weak_ptr<IFile>& one, const boost::weak_ptr<IFile>& o
     return !one.owner_before(other) && !other.owner_before(one);
 }
 
-bool EveryLinkExists(hid_t location, const std::vector<std::string>& prefixes)
+bool LevelExists(hid_t location, const std::string& prefix)
 {
-    for (const std::string& prefix : prefixes)
-    {
-        if (H5Lexists(location, prefix.c_str(), H5P_DEFAULT) <= 0)
-        {
-            return false;
-        }
-    }
-    return true;
+    return H5Lexists(location, prefix.c_str(), H5P_DEFAULT) > 0 &&
+           H5Oexists_by_name(location, prefix.c_str(), H5P_DEFAULT) > 0;
 }
 
-bool EveryObjectExists(hid_t location, const std::vector<std::string>& prefixes)
+// How many of the first `count` levels exist before one is missing. HDF5 walks a prefix from its start, and asking for
+// one after the other would take a time that grows with the square of the path. But no level exists behind a missing
+// one: twice as many levels are tried as are known to exist, then the half of what is in doubt.
+size_t CountExistingLevels(hid_t location, const CumulativePathPrefixes& prefixes, size_t count)
 {
-    for (const std::string& prefix : prefixes)
+    const QuietErrors quiet;
+    size_t existing = 0;
+    size_t tooMany = count + 1;
+    while (existing + 1 < tooMany)
     {
-        if (H5Oexists_by_name(location, prefix.c_str(), H5P_DEFAULT) <= 0)
+        const size_t half = existing + (tooMany - existing) / 2;
+        const size_t tried = tooMany > count ? std::clamp<size_t>(2 * existing, 1, count) : half;
+        if (LevelExists(location, prefixes[tried - 1]))
+        {
+            existing = tried;
+        }
+        else
+        {
+            tooMany = tried;
+        }
+    }
+    return existing;
+}
+
+// The level that is missing is asked for last, so that the error stack tells why. From a "." on levels are asked for one
+// by one: HDF5 knows no link of that name, but goes on behind it.
+bool EveryLevelExists(hid_t location, const CumulativePathPrefixes& prefixes)
+{
+    for (size_t level = CountExistingLevels(location, prefixes, prefixes.LevelsBeforeDot()); level < prefixes.size();
+         ++level)
+    {
+        if (!LevelExists(location, prefixes[level]))
         {
             return false;
         }
@@ -63,29 +86,36 @@ Holder TryToOpen(Open open, hid_t parent, const std::string& name)
 
 } // namespace
 
-std::vector<std::string> CumulativePathPrefixes(const std::string& name)
+CumulativePathPrefixes::CumulativePathPrefixes(const std::string& name)
 {
-    std::vector<std::string> prefixes;
-    std::string path;
     if (!name.empty() && name.front() == '/')
     {
-        prefixes.emplace_back("/");
+        m_path = "/";
+        m_ends.push_back(m_path.size());
     }
     for (size_t begin = 0; begin < name.size();)
     {
         const size_t end = std::min(name.find('/', begin), name.size());
         if (end > begin)
         {
-            if (begin > 0)
+            if (!m_path.empty() && m_path.back() != '/')
             {
-                path += '/';
+                m_path += '/';
             }
-            path.append(name, begin, end - begin);
-            prefixes.push_back(path);
+            m_path.append(name, begin, end - begin);
+            m_ends.push_back(m_path.size());
         }
         begin = end + 1;
     }
-    return prefixes;
+}
+
+size_t CumulativePathPrefixes::LevelsBeforeDot() const
+{
+    const auto endsInDot = [this](size_t end)
+    {
+        return m_path[end - 1] == '.' && (end == 1 || m_path[end - 2] == '/');
+    };
+    return static_cast<size_t>(std::find_if(m_ends.begin(), m_ends.end(), endsInDot) - m_ends.begin());
 }
 
 bool HasDotComponent(const std::string& name)
@@ -104,19 +134,25 @@ bool HasDotComponent(const std::string& name)
 
 bool HasObjectOfType(hid_t location, const std::string& name, H5O_type_t type)
 {
-    const std::vector<std::string> prefixes = CumulativePathPrefixes(name);
-    if (!EveryLinkExists(location, prefixes))
-    {
-        return false;
-    }
-    // That the object's info can be read tells that all levels exist. The full form of the info would walk the whole
-    // index of a group to add up sizes.
+    const CumulativePathPrefixes prefixes(name);
     ObjectInfo info = {};
-    if (H5Oget_info_by_name2(location, name.c_str(), &info, H5O_INFO_BASIC, H5P_DEFAULT) >= 0)
+    if (prefixes.size() > 0 && prefixes.LevelsBeforeDot() == prefixes.size())
     {
-        return info.type == type;
+        const QuietErrors quiet;
+        const htri_t lastLink = H5Lexists(location, prefixes[prefixes.size() - 1].c_str(), H5P_DEFAULT);
+        // HDF5 came as far as the last link: it alone is missing.
+        if (lastLink == 0)
+        {
+            return false;
+        }
+        // That the object's info can be read tells that all levels exist. The full form of the info would walk the
+        // whole index of a group to add up sizes.
+        if (lastLink > 0 && H5Oget_info_by_name2(location, name.c_str(), &info, H5O_INFO_BASIC, H5P_DEFAULT) >= 0)
+        {
+            return info.type == type;
+        }
     }
-    if (!EveryObjectExists(location, prefixes))
+    if (!EveryLevelExists(location, prefixes))
     {
         return false;
     }
@@ -241,6 +277,17 @@ std::string INode::GetFullName() const
 boost::weak_ptr<IFile> INode::GetFile()
 {
     return m_file;
+}
+
+H5T_cset_t INode::GetEncoding() const
+{
+    const boost::shared_ptr<IFile> f = m_file.lock();
+    if (f.get() == nullptr)
+    {
+        const std::string message = "INode::GetEncoding(): file is NULL";
+        throw IPreconditionException("f.get() != NULL", message, "Node.tarnwickhdf", __LINE__);
+    }
+    return f->GetEncoding();
 }
 
 void INode::Flush()

@@ -100,6 +100,13 @@ void ExpectPrecondition(const std::string& text, const std::string& unit, const 
     const std::regex shape("(.*):(\\d+): (.*) \\[precondition failed: (.*)\\]");
     ASSERT_TRUE(std::regex_match(text, parts, shape)) << text;
     EXPECT_EQ(parts[1], unit);
+    std::ifstream source(TARNWICKHDF_SOURCES "/" + unit + ".cpp");
+    std::string line;
+    for (int number = 0; number < std::stoi(parts[2]); ++number)
+    {
+        std::getline(source, line);
+    }
+    EXPECT_NE(line.find(condition), std::string::npos) << line;
     EXPECT_EQ(parts[3], meaning);
     EXPECT_EQ(parts[4], condition);
 }
@@ -116,6 +123,16 @@ TEST_F(Node, WhoseFileObjectIsGoneBreaksAPrecondition)
     file.reset();
     ExpectPrecondition(WordsOf([&] { root->GetEncoding(); }), "Node.tarnwickhdf", "INode::GetEncoding(): file is NULL",
                        "f.get() != NULL");
+}
+
+TEST_F(Node, TakesItsEncodingFromTheFileWhateverThatIs)
+{
+    for (const int encoding : {0, 1, 2, -1, 1000, -70000})
+    {
+        file->SetEncoding(static_cast<H5T_cset_t>(encoding));
+
+        EXPECT_EQ(static_cast<int>(root->GetEncoding()), encoding);
+    }
 }
 
 TEST_F(Node, AssignedFromAnotherFileBelongsToThatFileAlone)
