@@ -114,7 +114,8 @@ std::string MemberName(hid_t compoundType, int column)
 ITable::ITable(boost::weak_ptr<IFile> file, hid_t parent, hid_t dataSet, const std::string& name, size_t rows,
                hid_t compound)
     : INode(std::move(file), dataSet, name), parentId(parent), numberOfRows(rows), compoundType(compound),
-      columnTypes(DescribeColumns(compound)), rowsAreFixed(AreFixed(*columnTypes)), storage(StorageTraits::Unknown)
+      columnTypes(DescribeColumns(compound)), rowsAreFixed(AreFixed(*columnTypes)), mayGrow(false),
+      storage(StorageTraits::Unknown)
 {
 }
 
