@@ -46,6 +46,12 @@ Id PlainFile(const std::string& path, const std::string& mode)
     return Id(file);
 }
 
+H5::H5File CppFile(const std::string& path, const std::string& mode)
+{
+    const unsigned int reading = mode == "r" ? H5F_ACC_RDONLY : H5F_ACC_RDWR;
+    return H5::H5File(path, mode == "w" ? H5F_ACC_TRUNC : reading);
+}
+
 void WritePlainly(hid_t group, const char* name, hid_t type, hsize_t length, const Storage& storage, const void* values)
 {
     const Id space(H5Screate_simple(1, &length, nullptr));

@@ -25,6 +25,18 @@ struct Id
     const hid_t id;
 };
 
+/// A row of a table, 40 bytes.
+constexpr std::size_t kText = 8;
+struct Reading
+{
+    double time;
+    double value;
+    double error;
+    int channel;
+    int flags;
+    char text[kText];
+};
+
 /// The file that a row works on: a new one each turn (mode "w"), or one that is made when a size is first asked for.
 /// `make` makes it, and for a new one the data that will be written.
 struct Place
@@ -51,31 +63,32 @@ Id PlainAccessList();
 void LowerHitRateThreshold(hid_t file);
 void WriteMark(hid_t file);
 Id PlainFile(const std::string& path, const std::string& mode);
+H5::H5File CppFile(const std::string& path, const std::string& mode);
 
 template <typename T>
-T& Object(const boost::shared_ptr<T>& pointer)
+T& Object(boost::shared_ptr<T>& pointer)
 {
     return *pointer;
 }
 
 template <typename T>
-const T& Object(const T& thing)
+T& Object(T& thing)
 {
     return thing;
 }
 
-/// The sides of a row on a file: `open(file, size)` gives what the work is done on, an object of the
-/// library's, an id, or an object of HDF5's C++ API; `work(thing, size)` is measured.
-template <typename Open, typename Work>
-Side Library(Place place, Open open, Work work)
+/// A side of a row on a file: `openFile(path, mode)` gives the file, `open(file, size)` what the work is done on, and
+/// `work(thing, size)` is measured.
+template <typename OpenFile, typename Open, typename Work>
+Side OnFile(Place place, OpenFile openFile, Open open, Work work)
 {
     return [=](std::size_t size)
     {
         const std::string path = place.Ready(size);
         Turn turn;
         {
-            const auto file = tarnwick::hdf::IFile::Open(path, place.mode, 0);
-            const auto thing = open(*file, size);
+            auto file = openFile(path, place.mode);
+            auto thing = open(Object(file), size);
             turn = Measured([&] { work(Object(thing), size); });
         }
         turn.fileBytes = std::filesystem::file_size(path);
@@ -83,39 +96,26 @@ Side Library(Place place, Open open, Work work)
     };
 }
 
+/// Things are objects of the library, ids, or objects of HDF5's C++ API.
+template <typename Open, typename Work>
+Side Library(Place place, Open open, Work work)
+{
+    return OnFile(
+        place,
+        [](const std::string& path, const std::string& mode) { return tarnwick::hdf::IFile::Open(path, mode, 0); },
+        open, work);
+}
+
 template <typename Open, typename Work>
 Side Plain(Place place, Open open, Work work)
 {
-    return [=](std::size_t size)
-    {
-        const std::string path = place.Ready(size);
-        Turn turn;
-        {
-            const Id file = PlainFile(path, place.mode);
-            auto thing = open(file.id, size);
-            turn = Measured([&] { work(thing, size); });
-        }
-        turn.fileBytes = std::filesystem::file_size(path);
-        return turn;
-    };
+    return OnFile(place, PlainFile, open, work);
 }
 
 template <typename Open, typename Work>
 Side Cpp(Place place, Open open, Work work)
 {
-    return [=](std::size_t size)
-    {
-        const std::string path = place.Ready(size);
-        Turn turn;
-        {
-            const unsigned int reading = place.mode == "r" ? H5F_ACC_RDONLY : H5F_ACC_RDWR;
-            H5::H5File file(path, place.mode == "w" ? H5F_ACC_TRUNC : reading);
-            auto thing = open(file, size);
-            turn = Measured([&] { work(thing, size); });
-        }
-        turn.fileBytes = std::filesystem::file_size(path);
-        return turn;
-    };
+    return OnFile(place, CppFile, open, work);
 }
 
 /// A row whose sides open things on one place in one way, or plain HDF5 in another.

@@ -7,6 +7,8 @@
 #include <memory>
 
 using namespace tarnwick::hdf;
+using bench::kText;
+using bench::Reading;
 
 namespace
 {
@@ -16,19 +18,7 @@ constexpr std::size_t kMiB = 1024 * kKiB;
 constexpr std::size_t kMillion = 1000000;
 constexpr std::size_t kPickFrom = 20000;
 constexpr std::size_t kRunStart = 100;
-constexpr std::size_t kText = 8;
 constexpr const char* kName = "data";
-
-// A row of 40 bytes.
-struct Reading
-{
-    double time;
-    double value;
-    double error;
-    int channel;
-    int flags;
-    char text[kText];
-};
 
 hid_t ReadingType()
 {

@@ -4,19 +4,10 @@
 #include <tarnwickhdf/typed.h>
 
 using namespace tarnwick::hdf;
+using bench::Reading;
 
 namespace
 {
-
-struct Reading
-{
-    double time;
-    double value;
-    double error;
-    int channel;
-    int flags;
-    char text[8];
-};
 
 const RowType<Reading> kReading = {{"time", &Reading::time},   {"value", &Reading::value},
                                    {"error", &Reading::error}, {"channel", &Reading::channel},
