@@ -196,7 +196,7 @@ def save(figure, path):
     """A picture of few colours is a small one."""
     figure.savefig(path, dpi=80)
     plt.close(figure)
-    Image.open(path).convert("RGB").quantize(48).save(path, optimize=True)
+    Image.open(path).convert("RGB").quantize(32).save(path, optimize=True)
 
 
 def draw_overview(rows, folder):
@@ -210,10 +210,10 @@ def draw_overview(rows, folder):
     axes.set_xscale("log")
     axes.xaxis.set_major_formatter("{x:g}")
     axes.set_yticks(range(len(points)), [f"{row.family}: {row.work}" for row in points], fontsize=7)
-    axes.invert_yaxis()
+    axes.set_ylim(len(points) - 0.5, -0.5)
     axes.set_xlabel("time over the library's time at the largest size: right of 1 the library is faster", fontsize=8)
     axes.grid(axis="x", color="#dddddd", linewidth=0.5)
-    axes.legend(fontsize=7, loc="upper center", bbox_to_anchor=(0.3, 1 + 2.2 / len(points)), ncol=5, frameon=False)
+    axes.legend(fontsize=7, loc="upper center", bbox_to_anchor=(0.3, 1 + 2 / len(points)), ncol=5, frameon=False)
     figure.tight_layout()
     save(figure, folder / "bench-overview.png")
 
@@ -224,7 +224,7 @@ def draw_family(family, rows, folder):
         return
     columns = 3
     lines = math.ceil(len(works) / columns)
-    figure, panels = plt.subplots(lines, columns, figsize=(9.6, 2.1 * lines + 0.4), squeeze=False)
+    figure, panels = plt.subplots(lines, columns, figsize=(9.6, 1.8 * lines + 0.4), squeeze=False)
     for panel in panels.flat[len(works):]:
         panel.set_axis_off()
     for panel, points in zip(panels.flat, works):
@@ -236,11 +236,13 @@ def draw_family(family, rows, folder):
                              label=OTHERS.get(side, side))
         panel.set_title(points[0].work, fontsize=7)
         panel.tick_params(labelsize=6)
+        panel.xaxis.set_minor_formatter("")
+        panel.yaxis.set_minor_formatter("")
         panel.set_xlabel(points[0].unit.rstrip(" ="), fontsize=6)
         panel.set_ylabel("seconds", fontsize=6)
     handles = {label: handle for panel in panels.flat for handle, label in zip(*panel.get_legend_handles_labels())}
     figure.legend(handles.values(), handles.keys(), loc="lower center", ncol=5, fontsize=7, frameon=False)
-    figure.tight_layout(rect=(0, 0.3 / (2.1 * lines + 0.4), 1, 1))
+    figure.tight_layout(rect=(0, 0.3 / (1.8 * lines + 0.4), 1, 1))
     save(figure, folder / picture_name(family))
 
 
