@@ -202,6 +202,18 @@ bool WrapsAround(hsize_t start, hsize_t stride, hsize_t count)
     return count > 1 && count != H5S_UNLIMITED && stride > (std::numeric_limits<hsize_t>::max() - start) / (count - 1);
 }
 
+bool WrapsAround(const Hyperslab& slab, int entries)
+{
+    for (int i = 0; i < entries; ++i)
+    {
+        if (WrapsAround(slab.start[i], slab.stride[i], slab.count[i]))
+        {
+            return true;
+        }
+    }
+    return false;
+}
+
 bool RunsBackwardsInside(hsize_t start, hsize_t stride, hsize_t count, hsize_t extent)
 {
     const hsize_t step = 0 - stride;
@@ -223,17 +235,13 @@ bool CanRunBackwards(hid_t dataSet, int rank, const hsize_t* extent)
 // space in memory.
 bool StaysInside(const ScopedSpace& space, const Hyperslab& slab, hid_t dataSet)
 {
-    const int rank = std::min(H5Sget_simple_extent_ndims(space.get()), kMostDimensions);
-    bool wraps = false;
-    for (int i = 0; i < rank; ++i)
+    if (!WrapsAround(slab, kMostDimensions))
     {
-        if (slab.count[i] == 0)
-        {
-            return true;
-        }
-        wraps = wraps || WrapsAround(slab.start[i], slab.stride[i], slab.count[i]);
+        return true;
     }
-    if (!wraps)
+    const int rank = std::clamp(H5Sget_simple_extent_ndims(space.get()), 0, kMostDimensions);
+    const bool isEmpty = std::find(slab.count, slab.count + rank, hsize_t{0}) != slab.count + rank;
+    if (isEmpty || !WrapsAround(slab, rank))
     {
         return true;
     }
@@ -257,12 +265,15 @@ void ReadSelection(hid_t dataSet, const MemoryType& memoryType, const ScopedSpac
 
 // Reads a hyperslab of the file, packed, into `memoryLength` elements. `entries` of the slab's are known.
 void ReadFileHyperslab(hid_t dataSet, const MemoryType& memoryType, hsize_t memoryLength, size_t entries,
-                       const Hyperslab& slab, const char* wrongRankMessage, void* buffer)
+                       const Hyperslab& slab, void* buffer)
 {
     ScopedSpace fileSpace;
     const ScopedSpace memorySpace(H5Screate_simple(1, &memoryLength, nullptr));
     fileSpace.reset(H5Dget_space(dataSet));
-    CheckRank(fileSpace, entries, wrongRankMessage);
+    if (entries < kMostDimensions)
+    {
+        CheckRank(fileSpace, entries, kWrongDimensions);
+    }
     CheckResult(H5Sselect_hyperslab(fileSpace.get(), H5S_SELECT_SET, slab.start, slab.stride, slab.count, nullptr),
                 kNoArraySelection);
     CheckResult(StaysInside(fileSpace, slab, dataSet) ? 0 : -1, kSlabFailed);
@@ -565,8 +576,9 @@ void IArray::GetFromHyperslab(void* buffer, int start, int stride, int count, TD
     {
         return;
     }
-    const Hyperslab slab = {{Widen(start)}, {Widen(stride)}, {Widen(count)}};
-    ReadFileHyperslab(m_location, memoryType, Widen(count), 1, slab, kNotOneDimension, buffer);
+    // With one component a second dimension has one element.
+    const Hyperslab slab = {{Widen(start), 0}, {Widen(stride), 1}, {Widen(count), 1}};
+    ReadFileHyperslab(m_location, memoryType, Widen(count), kMostDimensions, slab, buffer);
 }
 
 void IArray::GetFromHyperslab(void* buffer, int memoryLength, size_t dimensions, size_t* start, size_t* stride,
@@ -579,14 +591,14 @@ void IArray::GetFromHyperslab(void* buffer, int memoryLength, size_t dimensions,
     CopyEntries(start, dimensions, slab.start);
     CopyEntries(stride, dimensions, slab.stride);
     CopyEntries(count, dimensions, slab.count);
-    ReadFileHyperslab(m_location, memoryType, Widen(memoryLength), dimensions, slab, kWrongDimensions, buffer);
+    ReadFileHyperslab(m_location, memoryType, Widen(memoryLength), dimensions, slab, buffer);
 }
 
 void IArray::GetToMemoryHyperslab(void* buffer, int start, int stride, int count, TDataType::TDataType type) const
 {
     const MemoryType memoryType(type, dataType, typeId, components);
     const hsize_t bufferLength = WidenProduct(stride, count);
-    const Hyperslab places = {{Widen(start)}, {Widen(stride)}, {Widen(count)}};
+    const Hyperslab places = {{Widen(start), 0}, {Widen(stride), 1}, {Widen(count), 1}};
     const hsize_t first = 0;
     const hsize_t adjacent = 1;
     ScopedSpace fileSpace;

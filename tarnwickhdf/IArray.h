@@ -127,9 +127,9 @@ public:
     /// into a buffer of `count` elements. `type` as in GetToBuffer. The arguments go to HDF5 as they are, so a negative
     /// stride may run backwards; it can't cross the border of a chunk.
     /// @throws std::runtime_error with traceback: "Error reading hyperslab from a multidimensional array!" if
-    ///         `components` isn't 1 or the data set has two dimensions, "Error creating array space hyperslab!" if HDF5
-    ///         refuses the selection, so a stride of 0, "Error reading from dataset to a memory hyperslab!" if the read
-    ///         fails, so beyond the extent and for a negative `count`; "invalid TDataType".
+    ///         `components` isn't 1, "Error creating array space hyperslab!" if HDF5 refuses the selection, so a stride
+    ///         of 0, "Error reading from dataset to a memory hyperslab!" if the read fails, so beyond the extent and for
+    ///         a negative `count`; "invalid TDataType".
     void GetFromHyperslab(void* buffer, int start, int stride, int count, TDataType::TDataType type) const;
 
     /// Reads a strided block into a flat buffer of `memoryLength` elements, which must be the product of `count`.

@@ -163,6 +163,10 @@ bool RowBlocks::MayPick(const StoredRows& table, size_t count, hsize_t stride, h
     {
         return false;
     }
+    if (table.storage != StorageTraits::Unknown && !Has(table.storage, StorageTraits::LargeChunks))
+    {
+        return false;
+    }
     const size_t rowSize = std::max<size_t>(H5Tget_size(memoryType), 1);
     return stride <= kBytesWorthARow / rowSize &&
            Has(AskOnce(table.storage, table.dataSet, rowSize), StorageTraits::LargeChunks);

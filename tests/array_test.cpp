@@ -124,6 +124,7 @@ TEST_F(Array, IsReadThroughMoreDimensionsThanItHasButNotThroughFewer)
 {
     Store("line", {{20}, {}, {}});
     Store("plane", {{4, 5}, {}, {}});
+    Store("column", {{4, 1}, {}, {}});
     size_t start[] = {1, 2, 0};
     size_t stride[] = {2, 1, 0};
     size_t count[] = {2, 3, 0};
@@ -138,6 +139,9 @@ TEST_F(Array, IsReadThroughMoreDimensionsThanItHasButNotThroughFewer)
 
     readSlab("plane", 6, 2);
     EXPECT_EQ(read, (Ints{7, 8, 9, 17, 18, 19}));
+
+    root->GetArray("column")->GetFromHyperslab(read.data(), 1, 2, 2, Int);
+    EXPECT_EQ((Ints{read[0], read[1]}), (Ints{1, 3}));
 
     const std::string tooFew = "Error reading hyperslab: the number of dimensions doesn't match the array!:";
     const std::string tooMany = "Error reading hyperslab: there's no support for arrays with more than 2 dimensions!:";
