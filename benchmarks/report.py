@@ -196,7 +196,7 @@ def save(figure, path):
     """A picture of few colours is a small one."""
     figure.savefig(path, dpi=80)
     plt.close(figure)
-    Image.open(path).convert("RGB").quantize(32).save(path, optimize=True)
+    Image.open(path).convert("RGB").quantize(64, method=Image.Quantize.MAXCOVERAGE).save(path, optimize=True)
 
 
 def draw_overview(rows, folder):
