@@ -10,7 +10,7 @@
     pages.py for-doxygen PAGE.md           prints a page with its headings and links as Doxygen wants them
 
 The ```cpp pieces of a chapter (##) are one function, except for those that begin with #include: they stand at the top
-of the program. ```cmake, ```python and other pieces: Python is run too, before the chapter's C++ if it stands before
+of the program, and one that has a main() of its own is called as a chapter. ```cmake, ```python and other pieces: Python is run too, before the chapter's C++ if it stands before
 it, else behind it; the rest is left alone.
 """
 import contextlib
@@ -47,12 +47,23 @@ def is_head(code):
     return code.startswith("#include")
 
 
+MAIN = "int main()"
+
+
+def is_run(code):
+    return not is_head(code) or MAIN in code
+
+
 def extract(page, program):
     head, chapters = [], {}
     for chapter, line, language, code in pieces(page):
-        if language == "cpp":
-            target = head if is_head(code) else chapters.setdefault(chapter, [])
-            target.append(f'#line {line} "{page}"\n{code}')
+        if language != "cpp":
+            continue
+        if is_head(code) and MAIN in code:
+            code = code.replace(MAIN, f"static void Main{chapter}()")
+            chapters.setdefault(chapter, []).append(f"Main{chapter}();\n")
+        target = head if is_head(code) else chapters.setdefault(chapter, [])
+        target.append(f'#line {line} "{page}"\n{code}')
     with open(program, "w", encoding="utf-8") as out:
         out.write("".join(head))
         for chapter, code in chapters.items():
@@ -74,7 +85,7 @@ def run_chapters(page, program):
     for chapter, line, language, code in pieces(page):
         if language == "python":
             printed += run_python(code, page, line, names)
-        elif language == "cpp" and not is_head(code) and chapter not in done:
+        elif language == "cpp" and is_run(code) and chapter not in done:
             done.add(chapter)
             ran = subprocess.run([program, str(chapter)], capture_output=True, text=True, check=False)
             printed += ran.stdout
@@ -170,13 +181,17 @@ CODE_WITH_APOSTROPHE = re.compile(r"(?<!`)`([^`\n]*'[^`\n]*)`(?!`)")
 def for_doxygen(page):
     def labelled(heading):
         marks, text = heading.groups()
-        return f"{marks} {text} {{#{stem}-{anchor_of(text)}}}" if len(marks) > 1 else heading[0]
+        label = f"{stem}-{anchor_of(text)}"
+        if len(marks) == 1 or label in labels:
+            return heading[0]
+        labels.add(label)
+        return f"{marks} {text} {{#{label}}}"
 
     def linked(link):
         target = Path(link[1]).stem if link[1] else stem
         return f"](#{target}-{link[2]})"
 
-    stem = Path(page).stem
+    stem, labels = Path(page).stem, set()
     parts = re.split(r"(^```.*?^```)", Path(page).read_text(), flags=re.M | re.S)
     for i, part in enumerate(parts[::2]):
         part = re.sub(r"\]\(([^)#\s]*)#([^)\s]+)\)", linked, HEADING.sub(labelled, part))

@@ -3,10 +3,10 @@
 #include <tarnwickhdf/internal/CheckResult.h>
 #include <tarnwickhdf/internal/ChunkTransfer.h>
 #include <tarnwickhdf/internal/DataTypeLookup.h>
-#include <tarnwickhdf/internal/HandOver.h>
 #include <tarnwickhdf/internal/IDataSetBuilder.h>
 #include <tarnwickhdf/internal/ObjectLookup.h>
 #include <tarnwickhdf/internal/OwnSizes.h>
+#include <tarnwickhdf/internal/PassToNode.h>
 #include <tarnwickhdf/internal/Refusal.h>
 #include <tarnwickhdf/internal/RowBlocks.h>
 #include <tarnwickhdf/internal/ScopedId.h>
@@ -416,7 +416,7 @@ boost::shared_ptr<IArray> IArray::FromOpenDataSet(boost::weak_ptr<IFile> file, h
     std::unique_ptr<IArray> array(new IArray(std::move(file), parent, dataSet, name, info.components, info.length,
                                              info.typeId.get(), 0, true, info.type));
     array->mayHoldMore = info.mayHoldMore;
-    return HandOver(std::move(array), ownedDataSet, info.typeId);
+    return PassToNode(std::move(array), ownedDataSet, info.typeId);
 }
 
 void IArray::ReOpen(hid_t parent, const std::string& name)
@@ -477,7 +477,7 @@ boost::shared_ptr<IArray> IArray::CreateEmpty(boost::weak_ptr<IFile> file, hid_t
     std::unique_ptr<IArray> array(
         new IArray(std::move(file), parent, builder.dataSet, name, 0, 0, typeId, compression, false));
     builder.TakeDataSet();
-    return HandOver(std::move(array));
+    return PassToNode(std::move(array));
 }
 
 boost::shared_ptr<IArray> IArray::CreateFromBuffer(boost::weak_ptr<IFile> file, hid_t parent, const std::string& name,
@@ -508,7 +508,7 @@ boost::shared_ptr<IArray> IArray::CreateFromBuffer(boost::weak_ptr<IFile> file, 
     std::unique_ptr<IArray> array(new IArray(std::move(file), parent, builder.dataSet, name, components, length,
                                              fileType, compression, type == TDataType::String));
     builder.TakeDataSet();
-    return HandOver(std::move(array), stringType);
+    return PassToNode(std::move(array), stringType);
 }
 
 void IArray::SetFromBuffer(void* buffer, TDataType::TDataType type, size_t newLength, size_t newComponents)

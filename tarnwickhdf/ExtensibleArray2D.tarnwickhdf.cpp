@@ -2,8 +2,8 @@
 #include <tarnwickhdf/IFile.h>
 #include <tarnwickhdf/internal/CheckResult.h>
 #include <tarnwickhdf/internal/DataTypeLookup.h>
-#include <tarnwickhdf/internal/HandOver.h>
 #include <tarnwickhdf/internal/ObjectLookup.h>
+#include <tarnwickhdf/internal/PassToNode.h>
 #include <tarnwickhdf/internal/Refusal.h>
 #include <tarnwickhdf/internal/ScopedId.h>
 
@@ -286,7 +286,7 @@ boost::shared_ptr<IExtensibleArray2D> IExtensibleArray2D::Create(boost::weak_ptr
     CheckResult(H5Sclose(space.release()), "error closing dataspace");
     std::unique_ptr<IExtensibleArray2D> array(
         new IExtensibleArray2D(std::move(file), dataSet.get(), name, type, rows, columns));
-    return HandOver(std::move(array), dataSet);
+    return PassToNode(std::move(array), dataSet);
 }
 
 boost::shared_ptr<IExtensibleArray2D> IExtensibleArray2D::Open(boost::weak_ptr<IFile> file, hid_t parent,
@@ -360,7 +360,7 @@ boost::shared_ptr<IExtensibleArray2D> IExtensibleArray2D::FromDataSetWithCache(s
     }
     std::unique_ptr<IExtensibleArray2D> array(
         new IExtensibleArray2D(std::move(file), dataSet.get(), name, type, rows, columns));
-    return HandOver(std::move(array), dataSet);
+    return PassToNode(std::move(array), dataSet);
 }
 
 void IExtensibleArray2D::QueryInfo(hid_t dataSet, TDataType::TDataType& type, unsigned int& rows, unsigned int& columns)

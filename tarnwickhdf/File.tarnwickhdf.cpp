@@ -379,7 +379,7 @@ IFile::~IFile()
     {
         Close();
     }
-    catch (...) // NOLINT(bugprone-empty-catch): nobody is left who could hear of it.
+    catch (...) // NOLINT(bugprone-empty-catch): nobody is left to be told.
     {
     }
     if (!m_closed)
@@ -450,7 +450,7 @@ void IFile::CloseId(const std::string& message)
     }
 }
 
-// For the destructor, when the name couldn't be told: the file must not stay open for that. Nobody hears of failures, so
+// For the destructor, when the name couldn't be told: the file must not stay open for that. Nobody is told of failures, so
 // that the nodes' ids may go one by one, which needs no memory.
 void IFile::CloseUnnamed() noexcept
 {
@@ -465,7 +465,7 @@ void IFile::CloseUnnamed() noexcept
             globalFileTracker->OnClose(m_file_id, std::string());
         }
     }
-    catch (...) // NOLINT(bugprone-empty-catch): nobody is left who could hear of it.
+    catch (...) // NOLINT(bugprone-empty-catch): nobody is left to be told.
     {
     }
 }

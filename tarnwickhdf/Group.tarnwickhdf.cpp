@@ -4,8 +4,8 @@
 #include <tarnwickhdf/IGroup.h>
 #include <tarnwickhdf/ITable.h>
 #include <tarnwickhdf/internal/CheckResult.h>
-#include <tarnwickhdf/internal/HandOver.h>
 #include <tarnwickhdf/internal/ObjectLookup.h>
+#include <tarnwickhdf/internal/PassToNode.h>
 #include <tarnwickhdf/internal/QuietErrors.h>
 #include <tarnwickhdf/internal/ScopedId.h>
 
@@ -163,14 +163,14 @@ boost::shared_ptr<IGroup> IGroup::Create(boost::weak_ptr<IFile> file, hid_t pare
                                          int compression)
 {
     ScopedGroup group = CreateGroupAt(parent, name);
-    return HandOver(std::unique_ptr<IGroup>(new IGroup(std::move(file), group.get(), name, compression)), group);
+    return PassToNode(std::unique_ptr<IGroup>(new IGroup(std::move(file), group.get(), name, compression)), group);
 }
 
 boost::shared_ptr<IGroup> IGroup::Open(boost::weak_ptr<IFile> file, hid_t parent, const std::string& name,
                                        int compression)
 {
     ScopedGroup group = OpenCheckedGroup(parent, name);
-    return HandOver(std::unique_ptr<IGroup>(new IGroup(std::move(file), group.get(), name, compression)), group);
+    return PassToNode(std::unique_ptr<IGroup>(new IGroup(std::move(file), group.get(), name, compression)), group);
 }
 
 int IGroup::GetDefaultCompression() const
@@ -196,8 +196,8 @@ boost::shared_ptr<IGroup> IGroup::CreateGroup(const std::string& name)
         group = OpenOrCreateByLevels(m_location, path);
     }
     const std::string lastComponent = path.substr(path.rfind('/') + 1);
-    return HandOver(std::unique_ptr<IGroup>(new IGroup(m_file, group.get(), lastComponent, m_default_compression)),
-                    group);
+    return PassToNode(std::unique_ptr<IGroup>(new IGroup(m_file, group.get(), lastComponent, m_default_compression)),
+                      group);
 }
 
 boost::shared_ptr<IGroup> IGroup::CreateSubGroup(const std::string& name)

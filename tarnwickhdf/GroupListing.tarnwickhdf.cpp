@@ -4,7 +4,7 @@
 #include <tarnwickhdf/IGroup.h>
 #include <tarnwickhdf/ITable.h>
 #include <tarnwickhdf/internal/CheckResult.h>
-#include <tarnwickhdf/internal/HandOver.h>
+#include <tarnwickhdf/internal/PassToNode.h>
 #include <tarnwickhdf/internal/QuietErrors.h>
 #include <tarnwickhdf/internal/SameOnEveryHdf5.h>
 #include <tarnwickhdf/internal/ScopedId.h>
@@ -218,7 +218,7 @@ std::vector<boost::shared_ptr<IGroup>> IGroup::ListGroups() const
     const auto take = [&](const char* name, ScopedGroup group)
     {
         std::unique_ptr<IGroup> node(new IGroup(m_file, group.get(), name, m_default_compression));
-        groups.push_back(HandOver(std::move(node), group));
+        groups.push_back(PassToNode(std::move(node), group));
     };
     OpenChildren<ScopedGroup>(
         m_location, H5G_GROUP, &H5Gopen1, take,

@@ -58,7 +58,7 @@ public:
     /// Makes an array of `length` x `components` elements (for String: `length` strings of `components` bytes, marked
     /// with the file's encoding, padding H5T_STR_NULLPAD) and writes `buffer` to it. With `components` 1 the data set
     /// has one dimension, with any other number two; strings have one. A `compression` of 0 or less stores no filters.
-    /// String with `components` 0 stores strings of one byte: hand over at least one byte an item, as
+    /// String with `components` 0 stores strings of one byte: pass at least one byte an item, as
     /// CreateBufferFromStringVector does.
     /// @throws tarnwick::IPreconditionException "file must not be NULL" if the file object is gone.
     /// @throws std::runtime_error with traceback: "invalid TDataType" if the type has no HDF5 type, "could not create

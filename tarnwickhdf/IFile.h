@@ -79,19 +79,19 @@ public:
     IFile& operator=(const IFile&) = delete;
 
     /// Closes the file as Close does, but never throws: a failure of HDF5 or of the tracker is swallowed, and when HDF5
-    /// can't tell the file's name the file is closed all the same. Call Close to hear of failures, for example of a
+    /// can't tell the file's name the file is closed all the same. Call Close to be told of failures, for example of a
     /// full disk.
     ~IFile() override;
 
     /// Closes the file: every registered node becomes invalid, the root group is dropped, HDF5 writes what is left and
     /// closes, what nodes and their copies had open in other files, behind external links, is closed too, the tracker
-    /// hears of it. A second call does nothing. The cost grows with the number of live nodes. A failure to write to a
-    /// file behind a link isn't heard of here: INode::Flush on a node there tells it.
+    /// is called. A second call does nothing. The cost grows with the number of live nodes. A failure to write to a
+    /// file behind a link isn't told here: INode::Flush on a node there tells it.
     /// @throws std::runtime_error "Couldn't retrieve file name" (plain) if HDF5 can't name the file, which then stays
     ///         open.
     /// @throws std::runtime_error "Error closing file: " + name with traceback if HDF5 fails to close, as on a full
     ///         disk; what it couldn't write is lost, and what was in the file before may be unreadable. The file counts
-    ///         as closed and its nodes as invalid, and the tracker hears nothing. HDF5 keeps the id and some memory of
+    ///         as closed and its nodes as invalid, and the tracker isn't called. HDF5 keeps the id and some memory of
     ///         such a file until the process ends; other files and the regular end of the process don't suffer.
     /// @throws what the installed tracker throws from OnClose; the file is closed.
     void Close();

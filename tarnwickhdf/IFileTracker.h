@@ -9,7 +9,7 @@
 namespace tarnwick::hdf
 {
 
-/// An observer that hears of each file that the library opens and closes. It is installed once for the whole process
+/// An observer that is called for each file that the library opens and closes. It is installed once for the whole process
 /// with IFile::InstallGlobalFileTracker. It is called on the thread that opens or closes the file, and the library
 /// holds no lock during the call: a tracker that serves several threads protects itself.
 class TARNWICKHDF_EXPORT IFileTracker

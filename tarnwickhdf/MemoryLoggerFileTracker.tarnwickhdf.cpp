@@ -26,11 +26,11 @@ std::string LocalTimestamp()
 {
     const std::time_t seconds = std::chrono::system_clock::to_time_t(std::chrono::system_clock::now());
     std::tm local = {};
-    // std::localtime would hand out one buffer to all threads.
+    // std::localtime gives one buffer to all threads.
     // localtime_r alone may go on with the time zone that the process started with.
     tzset();
     localtime_r(&seconds, &local);
-    // A stream would pass over want of memory and give a cut text.
+    // A stream would ignore that memory ran out and give a cut text.
     char text[64] = "";
     std::strftime(text, sizeof(text), "%FT%T%z", &local);
     return text;

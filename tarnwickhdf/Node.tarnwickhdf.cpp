@@ -70,8 +70,8 @@ bool EveryLevelExists(hid_t location, const CumulativePathPrefixes& prefixes)
     return true;
 }
 
-// An open that succeeds answers all questions about the path at the cost of one look-up. One that fails must not be
-// heard of: the caller asks the questions then.
+// An open that succeeds answers all questions about the path at the cost of one look-up. One that fails must
+// print nothing: the caller asks the questions then.
 template <typename Holder, typename Open>
 Holder TryToOpen(Open open, hid_t parent, const std::string& name)
 {

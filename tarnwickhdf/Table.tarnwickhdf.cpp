@@ -3,10 +3,10 @@
 #include <tarnwickhdf/internal/CheckResult.h>
 #include <tarnwickhdf/internal/ChunkTransfer.h>
 #include <tarnwickhdf/internal/DataTypeLookup.h>
-#include <tarnwickhdf/internal/HandOver.h>
 #include <tarnwickhdf/internal/IDataSetBuilder.h>
 #include <tarnwickhdf/internal/ObjectLookup.h>
 #include <tarnwickhdf/internal/OwnSizes.h>
+#include <tarnwickhdf/internal/PassToNode.h>
 #include <tarnwickhdf/internal/RowBlocks.h>
 #include <tarnwickhdf/internal/ScopedId.h>
 #include <tarnwickhdf/internal/StorageLayout.h>
@@ -206,7 +206,7 @@ boost::shared_ptr<ITable> ITable::MakeOf(IDataSetBuilder& builder, boost::weak_p
     ScopedType compound(H5Tcopy(type));
     std::unique_ptr<ITable> table(new ITable(std::move(file), parent, builder.dataSet, name, rows, compound.get()));
     builder.TakeDataSet();
-    return HandOver(std::move(table), compound);
+    return PassToNode(std::move(table), compound);
 }
 
 boost::shared_ptr<ITable> ITable::Open(boost::weak_ptr<IFile> file, hid_t parent, const std::string& name)
@@ -233,7 +233,7 @@ boost::shared_ptr<ITable> ITable::FromOpenDataSet(boost::weak_ptr<IFile> file, h
     std::unique_ptr<ITable> table(new ITable(std::move(file), parent, dataSet, name, rows, compound.get()));
     table->mayGrow = RowsMayGrow(builder.fileSpace);
     builder.TakeDataSet();
-    return HandOver(std::move(table), compound);
+    return PassToNode(std::move(table), compound);
 }
 
 void ITable::QueryInfo(hid_t parent, const std::string& name, hid_t& dataSet, size_t& rows, hid_t& compound)

@@ -379,7 +379,8 @@ TEST_P(Faults, FailingAllocationsAreReportedAndLeaveNothingOpen)
 {
     if (GetParam().name == std::string("file.log"))
     {
-        GTEST_SKIP() << "the destructors of the JSON library allocate, so that want of memory ends the process there";
+        GTEST_SKIP()
+            << "the destructors of the JSON library allocate, so that running out of memory ends the process there";
     }
     TryAllocations({});
     const size_t step = std::getenv("TARNWICKHDF_LONG_TESTS") != nullptr ? 1 : 8;

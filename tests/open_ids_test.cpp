@@ -160,7 +160,7 @@ TEST_F(LinkedFiles, AreClosedAlsoWhenTheFilesNameCannotBeTold)
     EXPECT_FALSE(array->IsValid());
 }
 
-/// Counts the property lists that are open when it hears of a file.
+/// Counts the property lists that are open when it is called for a file.
 struct ListCounter : IFileTracker
 {
     void OnOpen(hid_t /*file*/, const std::string& name) override

@@ -6,7 +6,7 @@ namespace tarnwick::hdf
 {
 
 /// Judges a 32-bit HDF5 result (herr_t, htri_t, int): below zero throws std::runtime_error with `message`, ":\n" and
-/// the traceback of HDF5's error stack. To report a broken rule of the library in the same shape, hand over -1.
+/// the traceback of HDF5's error stack. To report a broken rule of the library in the same shape, pass -1.
 void CheckResult(int result, const std::string& message);
 
 /// Judges a 64-bit HDF5 result (hid_t, ssize_t, hssize_t), on its full width.
