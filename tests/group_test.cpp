@@ -28,6 +28,41 @@ TEST_F(Group, TakesTheCompressionOfTheHandleItWasReachedThrough)
     EXPECT_EQ(root->GetGroup("g")->GetDefaultCompression(), 4);
 }
 
+TEST_F(Group, GivesTablesItsCompressionWhereTheyHaveNoneOfTheirOwn)
+{
+    root->SetDefaultCompression(3);
+    const ScopedType row = TypeOf("H5T_COMPOUND { H5T_NATIVE_INT \"id\"; }");
+    int rows[] = {1, 2};
+
+    const auto blank = root->CreateTable("blank", 2, row.get(), -1);
+    const auto written = root->CreateTableFromBuffer("written", rows, 2, row.get(), -1, -1, 0);
+    const auto selected = root->CreateTableFromSelection("selected", rows, 2, {0, 1}, row.get(), -1, -1, 0);
+    const auto plain = root->CreateTableFromBuffer("plain", rows, 2, row.get(), 0, -1, 0);
+
+    EXPECT_EQ(StorageOf(blank->LocationID()), " chunk [2] deflate 3");
+    EXPECT_EQ(StorageOf(written->LocationID()), " chunk [2] deflate 3");
+    EXPECT_EQ(StorageOf(selected->LocationID()), " chunk [2] deflate 3");
+    EXPECT_EQ(StorageOf(plain->LocationID()), " chunk [2]");
+}
+
+TEST_F(Group, IsNotCountedTwiceWhereADamagedNameEndsTheListing)
+{
+    for (const char* name : {"a", "b", "c"})
+    {
+        root->CreateGroup(name);
+    }
+    file->Close();
+    // The entries of a group's table have 40 bytes each, behind 8 bytes of a header. They begin with the name's place.
+    const size_t table = Read("test.h5").find("SNOD");
+    std::fstream bytes(Path("test.h5"), std::ios::in | std::ios::out | std::ios::binary);
+    bytes.seekp(static_cast<std::streamoff>(table + 8 + 2 * 40));
+    bytes.write("\xff\xff\0\0\0\0\0\0", 8);
+    bytes.close();
+    file = Open("test.h5", "r");
+
+    EXPECT_LE(file->GetRoot()->GetNumberOfGroups(), 3U);
+}
+
 struct LinkedGroup : OpenFileTest
 {
     LinkedGroup()

@@ -168,6 +168,17 @@ TEST_F(Node, ThatWasRemovedIsStillValidAndHasNoPath)
     EXPECT_EQ(group->GetFullName(), "");
 }
 
+TEST_F(Attribute, OfTwoTextsIsNotReadIntoRoomForOne)
+{
+    const ScopedType text =
+        TypeOf("H5T_STRING { STRSIZE 4; STRPAD H5T_STR_NULLPAD; CSET H5T_CSET_ASCII; CTYPE H5T_C_S1; }");
+    const hsize_t two = 2;
+    const ScopedSpace space(H5Screate_simple(1, &two, nullptr));
+    ScopedAttribute(H5Acreate2(root->LocationID(), "texts", text.get(), space.get(), H5P_DEFAULT, H5P_DEFAULT));
+
+    EXPECT_EQ(WordsOf([&] { root->GetAttr("texts"); }), "could not read attribute: texts");
+}
+
 TEST_F(Attribute, ThatDoesNotExistOrHasAnUnknownEncodingIsRefusedInItsWords)
 {
     ExpectWords({{[&] { root->GetAttrType("no"); }, "invalid attribute name: no:"},
