@@ -203,6 +203,7 @@ struct Storage
     bool hasDeflate;
     bool isReadStraight; ///< Expected.
     bool canGrow = false;
+    bool hasPlainEnd = false; ///< A chunk that reaches behind the extent is stored without the filters.
 };
 
 ScopedType TextType(size_t size)
@@ -227,6 +228,10 @@ struct PackedChunks : OpenFileTest
         if (storage.hasDeflate)
         {
             H5Pset_deflate(list.get(), 1);
+        }
+        if (storage.hasPlainEnd)
+        {
+            H5Pset_chunk_opts(list.get(), H5D_CHUNK_DONT_FILTER_PARTIAL_CHUNKS);
         }
         const Dims unlimited(storage.extent.size(), H5S_UNLIMITED);
         const ScopedSpace space(
@@ -267,6 +272,7 @@ TEST_F(PackedChunks, AreReadStraightFromTheFileWhereTheyLieOneBehindTheOther)
                                            {"deflated", {20000}, {20000}, false, true, true},
                                            {"plain", {20000}, {3000}, false, false, false},
                                            {"short last chunk", {20000}, {3000}, true, true, true},
+                                           {"plain last chunk", {20000}, {3000}, true, false, false, false, true},
                                            {"larger chunk", {20000}, {30000}, true, true, true, true},
                                            {"one of two dimensions", {200, 100}, {200, 100}, true, true, true},
                                            {"all columns", {200, 100}, {30, 100}, true, true, true},
