@@ -78,7 +78,8 @@ inline json Attribute(const INode& node, const std::string& name)
 inline json Attributes(const INode& node)
 {
     const auto count = static_cast<size_t>(node.GetNumberOfAttrs());
-    return {Each(count, [&](int i) { return Attribute(node, node.GetAttrName(i)); }), node.ListAttrs()};
+    const json told = Each(count, [&](int i) { return Attribute(node, node.GetAttrName(i)); });
+    return {told, node.ListAttrs()};
 }
 
 inline json Of(const IGroup& group)
