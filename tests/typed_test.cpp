@@ -16,6 +16,10 @@ static_assert(ElementTypeOf<long>() == (sizeof(long) == 4 ? TDataType::Int : Ele
 static_assert(ElementTypeOf<float>() == TDataType::Float && ElementTypeOf<double>() == TDataType::Double);
 static_assert(!std::is_copy_constructible_v<RowType<int[1]>>);
 
+// Another test's struct may have the same name.
+namespace
+{
+
 struct Place
 {
     double east;
@@ -59,6 +63,8 @@ std::vector<Reading> SomeReadings()
                                 {220, 0.125, {7, 8}, "", "", {}}};
     return {std::begin(readings), std::end(readings)};
 }
+
+} // namespace
 
 struct Typed : OpenFileTest
 {
