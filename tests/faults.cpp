@@ -390,6 +390,33 @@ TEST_P(Faults, FailingAllocationsAreReportedAndLeaveNothingOpen)
     }
 }
 
+// A process translates types for the first time once. gtest runs tests of this ending first, so that the parts that it
+// forks for haven't done so yet.
+TEST(FirstTranslationDeathTest, OfTypesThatFailsIsMadeAgain)
+{
+    constexpr size_t moreThanItsCalls = 100;
+    const ScopedType copy(H5Tcopy(H5T_NATIVE_SCHAR));
+    for (size_t call = 0; call < moreThanItsCalls && !HasFailure(); ++call)
+    {
+        SCOPED_TRACE(call);
+        InAProcessOfItsOwn(
+            [&]
+            {
+                Outcome outcome;
+                plan = {call, true, SIZE_MAX};
+                const auto translate = [&]
+                {
+                    const Arming arming(outcome);
+                    INode::DataTypeToHDFType(TDataType::Int);
+                };
+                TextOf(translate);
+
+                hid_t type = copy.get();
+                EXPECT_EQ(INode::HDFTypeToDataType(type), TDataType::Char);
+            });
+    }
+}
+
 // Asking for groups looks at each of the nine children, asking for a data set stops at the first.
 TEST_F(HdfTest, QuestionsAboutChildrenLookAtNoMoreChildrenThanTheyNeed)
 {
