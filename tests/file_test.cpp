@@ -347,6 +347,13 @@ struct FullDisk
     rlim_t bytes;   ///< What fits.
 };
 
+// Else Google Test prints the bytes, those between the members too.
+void PrintTo(const FullDisk& disk, std::ostream* out)
+{
+    *out << (disk.isLarge ? "large " : "small ") << (disk.isFlushed ? "flushed " : "")
+         << (disk.isClosed ? "closed " : "") << disk.bytes;
+}
+
 struct FileOnAFullDisk : HdfTest, ::testing::WithParamInterface<FullDisk>
 {
     static inline boost::shared_ptr<IFile> openAtExit; // goes after HDF5 has ended

@@ -196,7 +196,7 @@ bool AreRowsFound(IGroup& root, const Expected& expected)
     for (unsigned int i = 0; areFound && i < expected.flushedRows; ++i)
     {
         std::vector<int> row(kColumns);
-        rows->ReadRowToBuffer(i, row.data(), TDataType::Int);
+        rows->ReadRowToBuffer(static_cast<int>(i), row.data(), TDataType::Int);
         areFound = row == std::vector<int>(kColumns, static_cast<int>(i));
     }
     return areFound;

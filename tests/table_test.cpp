@@ -194,7 +194,7 @@ TEST_F(TableRows, OutsideTheTableOrTheBufferAreToldByTheTransfer)
 TEST_F(TableRows, OutsideTheBufferLeaveANewTableWithoutRowsInTheFile)
 {
     std::vector<Row> buffer = NumberedRows(4);
-    for (const hsize_t place : {4, 5})
+    for (const hsize_t place : {4U, 5U})
     {
         const std::string name = "t" + std::to_string(place);
 

@@ -380,8 +380,9 @@ TEST_F(Typed, H5pyAndPyTablesReadWhatIsStored)
     StoreArray(*root, "matrix", std::vector<int>{1, 2, 3, 4, 5, 6}, 2);
     StoreArray(*root, "texts", {"sun", "Zürich", ""});
     StoreTable(*root, "table", kReading, SomeReadings(), 6, 2);
+    static const Padded padded[] = {{1, 1.5}, {2, 2.5}}; // static: the bytes between the members are stored too
     StoreTable(*root, "padded", RowType<Padded>{{"count", &Padded::count}, {"value", &Padded::value}},
-               std::vector<Padded>{{1, 1.5}, {2, 2.5}});
+               std::vector<Padded>(std::begin(padded), std::end(padded)));
     AppendRows<float>(*MakeExtensibleArray2D<float>(*root, "log", 2, 8), {1, 2, 3, 4});
     StoreAttr(*root, "text", "Zürich");
     StoreAttr(*root, "texts", Names{"Zürich", "x"});
