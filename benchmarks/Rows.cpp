@@ -23,7 +23,7 @@ using Clock = std::chrono::steady_clock;
 
 // A turn is repeated until this much time has been measured, and pairs of turns until this much has passed.
 constexpr double kSecondsOfATurn = 0.02;
-constexpr double kSecondsOfPairs = 0.6;
+constexpr double kSecondsOfPairs = 0.4;
 constexpr double kSecondsOfAPeer = 0.15;
 constexpr std::size_t kFewestPairs = 3;
 constexpr std::size_t kMostPairs = 25;

@@ -214,6 +214,18 @@ bool WrapsAround(const Hyperslab& slab, int entries)
     return false;
 }
 
+bool IsEmpty(const Hyperslab& slab, int entries)
+{
+    for (int i = 0; i < entries; ++i)
+    {
+        if (slab.count[i] == 0)
+        {
+            return true;
+        }
+    }
+    return false;
+}
+
 bool RunsBackwardsInside(hsize_t start, hsize_t stride, hsize_t count, hsize_t extent)
 {
     const hsize_t step = 0 - stride;
@@ -240,8 +252,7 @@ bool StaysInside(const ScopedSpace& space, const Hyperslab& slab, hid_t dataSet)
         return true;
     }
     const int rank = std::clamp(H5Sget_simple_extent_ndims(space.get()), 0, kMostDimensions);
-    const bool isEmpty = std::find(slab.count, slab.count + rank, hsize_t{0}) != slab.count + rank;
-    if (isEmpty || !WrapsAround(slab, rank))
+    if (IsEmpty(slab, rank) || !WrapsAround(slab, rank))
     {
         return true;
     }
