@@ -141,6 +141,22 @@ inline ScopedType TypeOf(const std::string& description)
     return ScopedType(H5LTtext_to_dtype(description.c_str(), H5LT_DDL));
 }
 
+/// What HDF5 tells of a file's metadata cache.
+struct CacheStatus
+{
+    explicit CacheStatus(hid_t file)
+    {
+        H5Fget_mdc_hit_rate(file, &rate);
+        H5Fget_mdc_size(file, &most, &clean, &size, &entries);
+    }
+
+    double rate = 0;
+    size_t most = 0;
+    size_t clean = 0;
+    size_t size = 0;
+    int entries = 0;
+};
+
 inline Dims ExtentOf(hid_t dataSet)
 {
     const ScopedSpace space(H5Dget_space(dataSet));

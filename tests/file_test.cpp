@@ -230,15 +230,9 @@ std::string CacheStatusOf(const IFile& file, bool compact)
 
 TEST_F(OpenFile, PrintsWhatHdf5TellsOfItsCacheAndZerosWhenClosed)
 {
-    double rate = 0;
-    size_t most = 0;
-    size_t clean = 0;
-    size_t size = 0;
-    int entries = 0;
-    H5Fget_mdc_hit_rate(file->FileID(), &rate);
-    H5Fget_mdc_size(file->FileID(), &most, &clean, &size, &entries);
+    const CacheStatus cache(file->FileID());
     std::ostringstream line;
-    line << rate << "," << most << "," << clean << "," << size << "," << entries << "\n";
+    line << cache.rate << "," << cache.most << "," << cache.clean << "," << cache.size << "," << cache.entries << "\n";
 
     EXPECT_EQ(CacheStatusOf(*file, true), line.str());
     file->Close();

@@ -32,19 +32,19 @@ TEST_F(MemoryLog, HasALineASampleWithWhatHdf5TellsOfEachFileInOrder)
 
     tracker.AppendToMemoryLog(-7, path);
 
-    double rate = 0;
-    size_t most = 0;
-    size_t clean = 0;
-    size_t size = 0;
-    int entries = 0;
-    H5Fget_mdc_hit_rate(file->FileID(), &rate);
-    H5Fget_mdc_size(file->FileID(), &most, &clean, &size, &entries);
-    const Json sample = {{"name", Path("test.h5")}, {"dataset_count", 1},
-                         {"group_count", 1},        {"attr_count", 1},
-                         {"object_count", 4},       {"file_count", 1},
-                         {"datatype_count", 0},     {"cache_hit_rate", rate},
-                         {"cache_max_size", most},  {"cache_min_clean_size", clean},
-                         {"cache_size", size},      {"cache_num_entries", entries}};
+    const CacheStatus cache(file->FileID());
+    const Json sample = {{"name", Path("test.h5")},
+                         {"dataset_count", 1},
+                         {"group_count", 1},
+                         {"attr_count", 1},
+                         {"object_count", 4},
+                         {"file_count", 1},
+                         {"datatype_count", 0},
+                         {"cache_hit_rate", cache.rate},
+                         {"cache_max_size", cache.most},
+                         {"cache_min_clean_size", cache.clean},
+                         {"cache_size", cache.size},
+                         {"cache_num_entries", cache.entries}};
     ASSERT_EQ(Lines().size(), 2U);
     EXPECT_EQ(Lines()[0], "kept");
     std::smatch parts;
