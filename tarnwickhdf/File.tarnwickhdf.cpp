@@ -1,34 +1,18 @@
-#include <tarnwickhdf/IArray.h>
 #include <tarnwickhdf/IFile.h>
 #include <tarnwickhdf/IFileTracker.h>
 #include <tarnwickhdf/IGroup.h>
-#include <tarnwickhdf/ITable.h>
 #include <tarnwickhdf/internal/CheckResult.h>
+#include <tarnwickhdf/internal/FileClosing.h>
+#include <tarnwickhdf/internal/FileModes.h>
 #include <tarnwickhdf/internal/FileName.h>
 #include <tarnwickhdf/internal/IntegerAttribute.h>
-#include <tarnwickhdf/internal/QuietErrors.h>
-#include <tarnwickhdf/internal/SameOnEveryHdf5.h>
 #include <tarnwickhdf/internal/ScopedId.h>
 
-#include <tarnwick/text.h>
-
-#include <algorithm>
-#include <cstdlib>
 #include <cstring>
-#include <filesystem>
-#include <fstream>
 #include <iostream>
-#include <mutex>
 #include <stdexcept>
-#include <system_error>
 #include <utility>
 #include <vector>
-
-#include <cerrno>
-#include <fcntl.h>
-#include <sys/file.h>
-#include <sys/stat.h>
-#include <unistd.h>
 
 namespace tarnwick::hdf
 {
@@ -48,192 +32,6 @@ std::string VersionAttributeName()
     return reservedAttributePrefix + "api_version";
 }
 
-// File streams take no wide path here, and they open directories; a pipe without a writer would block them.
-bool CanBeRead(const std::string& filename)
-{
-    const int file = ::open(filename.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK);
-    if (file < 0)
-    {
-        return false;
-    }
-    struct stat status = {};
-    const bool readable = ::fstat(file, &status) == 0 && !S_ISDIR(status.st_mode);
-    ::close(file);
-    return readable;
-}
-
-bool IsMissing(const std::string& filename)
-{
-    std::error_code error;
-    return std::filesystem::status(filename, error).type() == std::filesystem::file_type::not_found;
-}
-
-// Whether HDF5 would find, here or in another process, a lock against its own for writing.
-bool IsLocked(const std::string& filename)
-{
-    const int file = ::open(filename.c_str(), O_RDWR | O_CLOEXEC | O_NONBLOCK);
-    if (file < 0)
-    {
-        return false;
-    }
-    struct stat status = {};
-    const bool isLocked = ::fstat(file, &status) == 0 && S_ISREG(status.st_mode) &&
-                          ::flock(file, LOCK_EX | LOCK_NB) != 0 && errno == EWOULDBLOCK;
-    ::close(file);
-    return isLocked;
-}
-
-ScopedPropertyList CreateFileAccessList()
-{
-    ScopedPropertyList list(H5Pcreate(H5P_FILE_ACCESS));
-    CheckResult(list.get(), "could not create property list for file access");
-    CheckResult(H5Pset_fclose_degree(list.get(), H5F_CLOSE_STRONG), "could not set fclose degree");
-    CheckResult(H5Pset_gc_references(list.get(), 1), "Error while calling H5Pset_gc_reference");
-    SetOldestForms(list.get());
-    return list;
-}
-
-// HDF5 1.10 keeps the id of a file that it failed to close, but frees the file behind it. When the process exits, HDF5
-// closes the ids that are left, this one a second time, and crashes. It passes over an id that an error record names.
-struct UnclosedFiles
-{
-    std::mutex mutex;
-    std::vector<hid_t> ids;
-};
-
-// Never destroyed: the application's own last files go when the library's objects may already be gone.
-UnclosedFiles& GetUnclosedFiles()
-{
-    static UnclosedFiles* const files = new UnclosedFiles;
-    return *files;
-}
-
-void KeepFromClosingAtExit()
-{
-    // Else HDF5 might complain about the ids that it has to leave.
-    H5Eset_auto2(H5E_DEFAULT, nullptr, nullptr);
-    for (const hid_t file : GetUnclosedFiles().ids)
-    {
-        H5Epush2(H5Ecreate_stack(), "", "", 0, file, file, file, "open");
-    }
-}
-
-void AddUnclosedFile(hid_t file)
-{
-    UnclosedFiles& files = GetUnclosedFiles();
-    const std::lock_guard<std::mutex> lock(files.mutex);
-    // HDF5 has registered its own end before, so that this one comes first.
-    if (files.ids.empty())
-    {
-        std::atexit(&KeepFromClosingAtExit);
-    }
-    files.ids.push_back(file);
-}
-
-// Whether this process has a file open already: then an id for it isn't the only one on that file.
-bool IsOpenHere(const std::string& filename, hid_t accessList)
-{
-    const QuietErrors quiet;
-    ScopedFile file(H5Fopen(filename.c_str(), H5F_ACC_RDWR, accessList));
-    if (file.get() < 0)
-    {
-        file.reset(H5Fopen(filename.c_str(), H5F_ACC_RDONLY, accessList));
-    }
-    return H5Fget_obj_count(file.get(), H5F_OBJ_ALL) > 1;
-}
-
-// HDF5 empties a file before it takes its lock, and a process that has the file open would lose it. So a file that is
-// locked is opened first: that fails as HDF5 fails on the lock, or works, if HDF5 is told to do without locks. What
-// this process itself has open HDF5 refuses without harm. A process that opens the file between the look at the lock
-// and HDF5's own open isn't seen.
-hid_t CreateOrEmpty(const std::string& filename, hid_t accessList)
-{
-    if (IsLocked(filename) && !IsOpenHere(filename, accessList))
-    {
-        const ScopedFile file(H5Fopen(filename.c_str(), H5F_ACC_RDWR, accessList));
-        if (file.get() < 0)
-        {
-            return file.get();
-        }
-    }
-    return H5Fcreate(filename.c_str(), H5F_ACC_TRUNC, H5P_DEFAULT, accessList);
-}
-
-// HDF5 takes a file that is empty when it opens it for new, and writes its own over what another process has made of it
-// by the time that it gets the lock. Opening it for reading fails on the other's lock too, but never writes.
-hid_t OpenToWrite(const std::string& filename, hid_t accessList)
-{
-    std::error_code error;
-    if (std::filesystem::file_size(filename, error) == 0 && IsLocked(filename))
-    {
-        const ScopedFile file(H5Fopen(filename.c_str(), H5F_ACC_RDONLY, accessList));
-        if (file.get() < 0)
-        {
-            return file.get();
-        }
-    }
-    return H5Fopen(filename.c_str(), H5F_ACC_RDWR, accessList);
-}
-
-// Makes a file that the others see only when it is whole. HDF5 makes it empty, takes its lock and writes it when it
-// closes, and who opens it in between may write over another's work. A link never takes the place of a file.
-bool MakeWhole(const std::string& filename, hid_t accessList)
-{
-    const std::string unfinished = filename + ".new-" + std::to_string(::getpid());
-    const QuietErrors quiet;
-    const hid_t file = H5Fcreate(unfinished.c_str(), H5F_ACC_EXCL, H5P_DEFAULT, accessList);
-    if (file < 0)
-    {
-        return false;
-    }
-    const bool isWhole = H5Fclose(file) >= 0;
-    if (!isWhole)
-    {
-        AddUnclosedFile(file);
-    }
-    const bool isMade = isWhole && ::link(unfinished.c_str(), filename.c_str()) == 0;
-    ::unlink(unfinished.c_str());
-    return isMade;
-}
-
-// For file systems without links.
-hid_t CreateNew(const std::string& filename, hid_t accessList)
-{
-    const QuietErrors quiet;
-    return H5Fcreate(filename.c_str(), H5F_ACC_EXCL, H5P_DEFAULT, accessList);
-}
-
-// A file that was made by somebody else in the meantime is opened, never emptied. What can't be made is tried in the way
-// of mode "w": for its words, and for a symbolic link that leads nowhere yet.
-hid_t CreateMissing(const std::string& filename, hid_t accessList)
-{
-    if (MakeWhole(filename, accessList) || !IsMissing(filename))
-    {
-        return OpenToWrite(filename, accessList);
-    }
-    const hid_t file = CreateNew(filename, accessList);
-    return file >= 0 ? file : CreateOrEmpty(filename, accessList);
-}
-
-hid_t OpenOrCreate(const std::string& filename, const std::string& mode, hid_t accessList)
-{
-    if (mode == "w")
-    {
-        return CreateOrEmpty(filename, accessList);
-    }
-    if (mode == "r")
-    {
-        return H5Fopen(filename.c_str(), H5F_ACC_RDONLY, accessList);
-    }
-    if (mode == "r+")
-    {
-        // A file that is there but can't be read must not be taken for missing.
-        const bool isMissing = !IFile::FileExists(filename) && IsMissing(filename);
-        return isMissing ? CreateMissing(filename, accessList) : OpenToWrite(filename, accessList);
-    }
-    throw std::runtime_error("invalid file mode: " + mode);
-}
-
 H5AC_cache_config_t CacheConfigurationOf(hid_t file)
 {
     H5AC_cache_config_t config = {};
@@ -248,62 +46,6 @@ void LowerTheHitRateThreshold(hid_t file)
     H5AC_cache_config_t config = CacheConfigurationOf(file);
     config.lower_hr_threshold = kLowerHitRateThreshold;
     H5Fset_mdc_config(file, &config);
-}
-
-// The type that a node has open next to its object, -1 if it has none.
-hid_t TypeOf(const INode& node)
-{
-    if (const auto* const array = dynamic_cast<const IArray*>(&node))
-    {
-        return array->GetTypeID();
-    }
-    const auto* const table = dynamic_cast<const ITable*>(&node);
-    return table != nullptr ? table->GetCompoundTypeID() : -1;
-}
-
-// Takes an id down for all its owners, as HDF5's strong close does with the ids of its file. A type that isn't named
-// lies in no file and goes with its node.
-void TakeDown(hid_t id) noexcept
-{
-    if (H5Iis_valid(id) <= 0 || (H5Iget_type(id) == H5I_DATATYPE && H5Tcommitted(id) <= 0))
-    {
-        return;
-    }
-    while (H5Idec_ref(id) > 0)
-    {
-    }
-}
-
-// HDF5's strong close leaves what was opened behind external links: those ids lie in other files. Which these are shows
-// when the file is closed, and the nodes don't know their ids any more then.
-class IdsBehindLinks
-{
-public:
-    explicit IdsBehindLinks(size_t nodes) { m_ids.reserve(2 * nodes); }
-    IdsBehindLinks(const IdsBehindLinks&) = delete;
-    IdsBehindLinks& operator=(const IdsBehindLinks&) = delete;
-    ~IdsBehindLinks() { std::for_each(m_ids.begin(), m_ids.end(), &TakeDown); }
-
-    void Add(const std::set<INode*>& nodes)
-    {
-        for (const INode* node : nodes)
-        {
-            m_ids.push_back(node->LocationID());
-            m_ids.push_back(TypeOf(*node));
-        }
-    }
-
-private:
-    std::vector<hid_t> m_ids;
-};
-
-void TakeDownAll(const std::set<INode*>& nodes) noexcept
-{
-    for (const INode* node : nodes)
-    {
-        TakeDown(node->LocationID());
-        TakeDown(TypeOf(*node));
-    }
 }
 
 } // namespace
@@ -344,10 +86,7 @@ IFile::IFile(const std::string& filename, const std::string& mode)
     : m_closed(true), m_api_version(0), m_encoding(H5T_CSET_UTF8), m_file_id(-1),
       m_copies(std::make_unique<std::set<INode*>>())
 {
-    ScopedPropertyList accessList = CreateFileAccessList();
-    ScopedFile file(OpenOrCreate(filename, mode, accessList.get()));
-    CheckResult(file.get(), "Failed to obtain a valid file handle for filename: ", filename);
-    accessList.reset();
+    ScopedFile file = OpenFile(filename, mode);
     H5Eset_auto1(nullptr, nullptr);
     if (globalFileTracker)
     {
@@ -429,24 +168,11 @@ void IFile::CloseNamed(const std::string& name)
         ids.Add(m_nodes);
         ids.Add(*m_copies);
         InvalidateNodes();
-        CloseId(message);
+        CheckResult(CloseFile(m_file_id), message);
     }
     if (globalFileTracker)
     {
         globalFileTracker->OnClose(m_file_id, name);
-    }
-}
-
-void IFile::CloseId(const std::string& message)
-{
-    try
-    {
-        CheckResult(H5Fclose(m_file_id), message);
-    }
-    catch (const std::runtime_error&)
-    {
-        AddUnclosedFile(m_file_id);
-        throw;
     }
 }
 
@@ -459,8 +185,7 @@ void IFile::CloseUnnamed() noexcept
     InvalidateNodes();
     try
     {
-        CloseId(std::string());
-        if (globalFileTracker)
+        if (CloseFile(m_file_id) >= 0 && globalFileTracker)
         {
             globalFileTracker->OnClose(m_file_id, std::string());
         }

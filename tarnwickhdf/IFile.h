@@ -153,7 +153,6 @@ private:
     void RegisterCopy(INode* copy);
     void UnRegisterNode(INode* node);
     void CloseNamed(const std::string& name);
-    void CloseId(const std::string& message);
     void CloseUnnamed() noexcept;
     void InvalidateNodes() noexcept;
     void WriteOrReadVersionMark(const std::string& mode);
