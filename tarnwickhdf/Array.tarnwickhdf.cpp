@@ -3,6 +3,7 @@
 #include <tarnwickhdf/internal/CheckResult.h>
 #include <tarnwickhdf/internal/ChunkTransfer.h>
 #include <tarnwickhdf/internal/DataTypeLookup.h>
+#include <tarnwickhdf/internal/HyperslabGuard.h>
 #include <tarnwickhdf/internal/IDataSetBuilder.h>
 #include <tarnwickhdf/internal/ObjectLookup.h>
 #include <tarnwickhdf/internal/OwnSizes.h>
@@ -15,8 +16,6 @@
 #include <tarnwick/IException.h>
 
 #include <algorithm>
-#include <functional>
-#include <limits>
 #include <memory>
 #include <stdexcept>
 #include <utility>
@@ -27,7 +26,7 @@ namespace tarnwick::hdf
 namespace
 {
 
-constexpr int kMostDimensions = 2;
+constexpr int kMostDimensions = Hyperslab::kMostDimensions;
 const char* const kNotOneDimension = "Error reading hyperslab from a multidimensional array!";
 const char* const kNoArraySelection = "Error creating array space hyperslab!";
 const char* const kSlabFailed = "Error reading from dataset to a memory hyperslab!";
@@ -175,13 +174,6 @@ hsize_t WidenProduct(int one, int other)
     return Widen(static_cast<int>(static_cast<unsigned int>(one) * static_cast<unsigned int>(other)));
 }
 
-struct Hyperslab
-{
-    hsize_t start[kMostDimensions];
-    hsize_t stride[kMostDimensions];
-    hsize_t count[kMostDimensions];
-};
-
 void CopyEntries(const size_t* from, size_t entries, hsize_t* to)
 {
     std::copy(from, from + entries, to);
@@ -193,78 +185,6 @@ void CheckRank(const ScopedSpace& fileSpace, size_t entries, const char* message
 {
     const int rank = H5Sget_simple_extent_ndims(fileSpace.get());
     CheckResult(rank > 0 && static_cast<size_t>(rank) > entries ? -1 : 0, message);
-}
-
-// HDF5 looks at a selection's last element alone, and takes one that wraps around for one that ends inside. Only an
-// unlimited one it knows as such and refuses.
-bool WrapsAround(hsize_t start, hsize_t stride, hsize_t count)
-{
-    return count > 1 && count != H5S_UNLIMITED && stride > (std::numeric_limits<hsize_t>::max() - start) / (count - 1);
-}
-
-bool WrapsAround(const Hyperslab& slab, int entries)
-{
-    for (int i = 0; i < entries; ++i)
-    {
-        if (WrapsAround(slab.start[i], slab.stride[i], slab.count[i]))
-        {
-            return true;
-        }
-    }
-    return false;
-}
-
-bool IsEmpty(const Hyperslab& slab, int entries)
-{
-    for (int i = 0; i < entries; ++i)
-    {
-        if (slab.count[i] == 0)
-        {
-            return true;
-        }
-    }
-    return false;
-}
-
-bool RunsBackwardsInside(hsize_t start, hsize_t stride, hsize_t count, hsize_t extent)
-{
-    const hsize_t step = 0 - stride;
-    return start < extent && step < stride && count - 1 <= start / step;
-}
-
-// Whether HDF5 can follow a selection that runs backwards. Across the border of a chunk it never comes to an end.
-bool CanRunBackwards(hid_t dataSet, int rank, const hsize_t* extent)
-{
-    const StorageLayout layout = StorageLayoutOf(dataSet);
-    if (layout.layout == H5D_CHUNKED)
-    {
-        return std::equal(extent, extent + rank, layout.chunk, std::less_equal<>());
-    }
-    return layout.layout == H5D_CONTIGUOUS || layout.layout == H5D_COMPACT;
-}
-
-// Whether HDF5 stays inside the space with what it has selected there, or refuses it by itself. `dataSet` is -1 for a
-// space in memory.
-bool StaysInside(const ScopedSpace& space, const Hyperslab& slab, hid_t dataSet)
-{
-    if (!WrapsAround(slab, kMostDimensions))
-    {
-        return true;
-    }
-    const int rank = std::clamp(H5Sget_simple_extent_ndims(space.get()), 0, kMostDimensions);
-    if (IsEmpty(slab, rank) || !WrapsAround(slab, rank))
-    {
-        return true;
-    }
-    hsize_t extent[kMostDimensions] = {0, 0};
-    H5Sget_simple_extent_dims(space.get(), extent, nullptr);
-    bool isInside = dataSet == -1 || CanRunBackwards(dataSet, rank, extent);
-    for (int i = 0; i < rank; ++i)
-    {
-        isInside = isInside && (!WrapsAround(slab.start[i], slab.stride[i], slab.count[i]) ||
-                                RunsBackwardsInside(slab.start[i], slab.stride[i], slab.count[i], extent[i]));
-    }
-    return isInside;
 }
 
 void ReadSelection(hid_t dataSet, const MemoryType& memoryType, const ScopedSpace& memorySpace,
