@@ -118,7 +118,7 @@ IFile::~IFile()
     {
         Close();
     }
-    catch (...) // NOLINT(bugprone-empty-catch): nobody is left to be told.
+    catch (...) // NOLINT(bugprone-empty-catch): there is no caller to tell.
     {
     }
     if (!m_closed)
@@ -190,7 +190,7 @@ void IFile::CloseUnnamed() noexcept
             globalFileTracker->OnClose(m_file_id, std::string());
         }
     }
-    catch (...) // NOLINT(bugprone-empty-catch): nobody is left to be told.
+    catch (...) // NOLINT(bugprone-empty-catch): there is no caller to tell.
     {
     }
 }

@@ -32,7 +32,7 @@ struct Walk
 {
     int kind;
     std::function<bool(const ChildName& name)> visit; ///< Returns whether the walk goes on.
-    std::function<void()> restart;                    ///< Forgets what was visited: the walk begins anew.
+    std::function<void()> restart;                    ///< Forgets what was visited: the walk begins again.
     /// Opens a child that may be of another kind, which tells its kind at the cost of the one look-up; returns whether
     /// that went well. Empty where children aren't opened.
     std::function<bool(hid_t group, const char* name)> tryToOpen = nullptr;

@@ -29,7 +29,7 @@ class TARNWICKHDF_EXPORT IFile : public IH5Object
 public:
     /// Opens or creates a file and its root group.
     ///
-    /// @param filename the path in UTF-8, handed to HDF5 unchanged.
+    /// @param filename the path in UTF-8, passed to HDF5 unchanged.
     /// @param mode "r" reads, "w" creates and empties a file that exists, "r+" reads and writes and creates a file that
     ///        is missing. A file that exists but can't be read is never taken for a missing one: "r+" refuses it and
     ///        leaves it as it is. A file that another process has open, and HDF5 locks for it, is refused by "w" and
@@ -137,7 +137,7 @@ public:
     /// `version` are zeros if HDF5 can't tell them, for example after Close.
     H5AC_cache_config_t GetCacheConfiguration() const;
 
-    /// Hands a configuration to the metadata cache; `config.version` must be H5AC__CURR_CACHE_CONFIG_VERSION, as
+    /// Passes a configuration to the metadata cache; `config.version` must be H5AC__CURR_CACHE_CONFIG_VERSION, as
     /// GetCacheConfiguration gives it. A configuration that HDF5 refuses changes nothing, and nothing is reported.
     void SetCacheConfiguration(H5AC_cache_config_t& config);
 

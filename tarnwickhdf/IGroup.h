@@ -24,7 +24,7 @@ class ITable;
 /// A group of a file: it makes, finds, lists and removes groups and data sets.
 ///
 /// Nothing is cached: every call that returns a node makes a new object with an HDF5 id of its own, owned by the
-/// caller. A group hands its default compression to the groups and data sets that are made or opened through it.
+/// caller. A group passes its default compression to the groups and data sets that are made or opened through it.
 ///
 /// Names may be paths. Except in CreateGroup they go to HDF5 unchanged: a leading slash starts at the root of the file,
 /// and no operation but CreateGroup makes missing levels. Opening and testing walk the path level by level: a missing
@@ -182,7 +182,7 @@ protected:
     static boost::shared_ptr<IGroup> Open(boost::weak_ptr<IFile> file, hid_t parent, const std::string& name,
                                           int compression);
 
-    /// Opens a group or makes it, with the name handed to HDF5 whole: the levels above the last must exist.
+    /// Opens a group or makes it, with the whole name passed to HDF5: the levels above the last must exist.
     /// @throws as CreateGroup, and "could not get info for " for the empty name.
     boost::shared_ptr<IGroup> CreateSubGroup(const std::string& name);
 

@@ -3,7 +3,7 @@
 metadata cache over the time of the samples.
 
 Each log is a run of its own. So is what follows where the index of the samples
-goes back, because the program was started anew with the same log. Runs are lines
+goes back, because the program was started again with the same log. Runs are lines
 of their own colour.
 """
 import argparse
