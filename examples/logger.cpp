@@ -70,7 +70,14 @@ public:
         }
         m_file = hdf::IFile::Open(filename, "r+", kCompression);
         m_group = m_file->GetRoot()->CreateGroup("station/roof");
-        m_group->HasArray("samples") ? GoOn() : Begin();
+        if (m_group->HasExtensibleArray2D("samples"))
+        {
+            GoOn();
+        }
+        else
+        {
+            Begin();
+        }
     }
 
     void Run(std::int64_t samples)
