@@ -49,6 +49,7 @@ bool operator==(const Airport& one, const Airport& other)
 std::vector<Airport> AirportsOf(const std::vector<std::vector<std::string>>& records)
 {
     std::vector<Airport> airports;
+    airports.reserve(records.size());
     for (const std::vector<std::string>& record : records)
     {
         airports.push_back(

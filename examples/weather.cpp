@@ -84,6 +84,7 @@ std::vector<Day> ReadDays(const std::string& filename)
 std::vector<double> ColumnOf(const std::vector<Day>& days, double Day::*value)
 {
     std::vector<double> column;
+    column.reserve(days.size());
     for (const Day& day : days)
     {
         column.push_back(day.*value);
@@ -105,6 +106,7 @@ std::vector<double> MatrixOf(const std::vector<Day>& days)
 std::vector<std::string> WordsOf(const std::vector<Day>& days)
 {
     std::vector<std::string> words;
+    words.reserve(days.size());
     for (const Day& day : days)
     {
         words.push_back(day.weather.Text());
