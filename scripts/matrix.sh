@@ -93,7 +93,8 @@ build_and_test() { # SUITE COMPILER STANDARD
     ctest "$build" "$jobs" "$names" >"$log" || { failures_of "$log" >&2; return 1; }
   tests=$(sed -n 's/^100% tests passed.* out of //p' "$log")
   passed=$(awk '/\[  PASSED  \]/ { sum += $5 } END { print sum }' "$log")
-  skipped=$(skipped_of "$log")${names:+"$names|$cases: $reason"}
+  skipped=$(skipped_of "$log")
+  [ -z "$names" ] || skipped="${skipped:+$skipped; }$names|$cases: $reason"
 }
 
 # What Google Test and the Python programs have left out, with the reasons, each once.
