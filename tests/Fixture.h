@@ -19,6 +19,7 @@
 #include <string>
 #include <vector>
 
+#include <sys/resource.h>
 #include <unistd.h>
 
 namespace tarnwick::hdf::tests
@@ -109,6 +110,14 @@ inline std::string WordsOf(const std::function<void()>& call)
     return traceback == std::string::npos ? text : text.substr(0, traceback + 1);
 }
 
+/// The most memory that the process has had at once.
+inline long PeakKilobytes()
+{
+    rusage usage = {};
+    getrusage(RUSAGE_SELF, &usage);
+    return usage.ru_maxrss;
+}
+
 struct FailingCall
 {
     std::function<void()> call;
@@ -139,6 +148,51 @@ struct Inside : IGroup
 inline ScopedType TypeOf(const std::string& description)
 {
     return ScopedType(H5LTtext_to_dtype(description.c_str(), H5LT_DDL));
+}
+
+/// A text in a fixed room, filled up with NUL bytes.
+inline ScopedType TextType(size_t size, H5T_cset_t charset = H5T_CSET_ASCII)
+{
+    ScopedType type(H5Tcopy(H5T_C_S1));
+    H5Tset_size(type.get(), size);
+    H5Tset_strpad(type.get(), H5T_STR_NULLPAD);
+    H5Tset_cset(type.get(), charset);
+    return type;
+}
+
+/// A data set as plain HDF5 makes it.
+struct PlainDataSet
+{
+    hid_t type;
+    Dims extent;                                    ///< Empty for a scalar.
+    Dims chunk = {};                                ///< Empty for a contiguous one.
+    Dims maximum = {};                              ///< Empty for that of the extent.
+    std::function<void(hid_t list)> addToList = {}; ///< What else its creation list has.
+};
+
+/// Makes a data set by plain HDF5, and writes all of it if there are values.
+inline ScopedDataSet Make(hid_t parent, const std::string& name, const PlainDataSet& wanted,
+                          const void* values = nullptr)
+{
+    const int rank = static_cast<int>(wanted.extent.size());
+    const hsize_t* const maximum = wanted.maximum.empty() ? nullptr : wanted.maximum.data();
+    const ScopedSpace space(rank == 0 ? H5Screate(H5S_SCALAR) : H5Screate_simple(rank, wanted.extent.data(), maximum));
+    const ScopedPropertyList list(H5Pcreate(H5P_DATASET_CREATE));
+    if (!wanted.chunk.empty())
+    {
+        H5Pset_chunk(list.get(), rank, wanted.chunk.data());
+    }
+    if (wanted.addToList)
+    {
+        wanted.addToList(list.get());
+    }
+    ScopedDataSet made(
+        H5Dcreate2(parent, name.c_str(), wanted.type, space.get(), H5P_DEFAULT, list.get(), H5P_DEFAULT));
+    if (values != nullptr)
+    {
+        H5Dwrite(made.get(), wanted.type, H5S_ALL, H5S_ALL, H5P_DEFAULT, values);
+    }
+    return made;
 }
 
 /// What HDF5 tells of a file's metadata cache.

@@ -1,14 +1,32 @@
 #include "Fixture.h"
 
 #include <tarnwickhdf/internal/IDataSetBuilder.h>
+#include <tarnwickhdf/utils.h>
 
-#include <cstdint>
+#include <climits>
+#include <numeric>
 
 namespace tarnwick::hdf::tests
 {
 
-using DataSets = OpenFileTest;
-using Table = OpenFileTest;
+using namespace TDataType;
+
+namespace
+{
+
+const std::string kSlabRefused = "Error reading from dataset to a memory hyperslab!:";
+const std::string kHoldsMore = "Invalid buffer size: the dataset holds more elements than this object tells!:";
+
+using Ints = std::vector<int>;
+
+Ints Numbered(size_t count)
+{
+    Ints numbers(count);
+    std::iota(numbers.begin(), numbers.end(), 0);
+    return numbers;
+}
+
+} // namespace
 
 struct Chunking
 {
@@ -17,6 +35,17 @@ struct Chunking
     Dims given; ///< By the caller; empty for the automatic rule.
     Dims chunk; ///< Expected; empty for a refusal.
     std::string words;
+};
+
+struct DataSets : OpenFileTest
+{
+    /// The numbers 0, 1, 2 ... as plain HDF5 stores them.
+    boost::shared_ptr<IArray> StoreNumbers(const std::string& name, const Dims& extent, const Dims& chunk = {})
+    {
+        const hsize_t count = std::accumulate(extent.begin(), extent.end(), hsize_t{1}, std::multiplies<>());
+        Make(root->LocationID(), name, {H5T_NATIVE_INT, extent, chunk}, Numbered(count).data());
+        return root->GetArray(name);
+    }
 };
 
 TEST_F(DataSets, HaveOneChunkUpTo2GiBAndTheFewestEqualPiecesAbove)
@@ -51,101 +80,20 @@ TEST_F(DataSets, HaveOneChunkUpTo2GiBAndTheFewestEqualPiecesAbove)
     }
 }
 
-struct Refusals : OpenFileTest
-{
-    Refusals()
-    {
-        CreateArray("array", TDataType::Int);
-        CreateArray("texts", TDataType::String);
-        root->CreateTable("table", row.get());
-    }
-
-    boost::shared_ptr<IArray> CreateArray(const std::string& name, TDataType::TDataType type)
-    {
-        return root->CreateArrayFromBuffer(name, numbers, type, 3, 1);
-    }
-
-    int numbers[3] = {1, 2, 3};
-    ScopedType row = TypeOf("H5T_COMPOUND { H5T_NATIVE_INT \"id\"; }");
-};
-
-TEST_F(Refusals, OfNamesAndTypesAreToldByEveryFactory)
+TEST_F(DataSets, OfATakenNameOrNoTypeAreRefusedInTheWordsOfEachFactory)
 {
     const hid_t parent = root->LocationID();
+    const ScopedType row = TypeOf("H5T_COMPOUND { H5T_NATIVE_INT \"id\"; }");
+    int numbers[] = {1, 2, 3};
+    root->CreateTable("table", row.get());
+
     ExpectWords(
-        {{[&] { CreateArray("", TDataType::Int); }, "could not get info for :"},
-         {[&] { CreateArray("new", TDataType::VarLenString); }, "invalid TDataType:"},
+        {{[&] { root->CreateArrayFromBuffer("", numbers, Int, 3, 1); }, "could not get info for :"},
+         {[&] { root->CreateArrayFromBuffer("new", numbers, VarLenString, 3, 1); }, "invalid TDataType:"},
          {[&] { ITable::CreateEmpty(file, parent, "table", row.get()); }, "Table already exist. Fail to create!:"},
          {[&] { ITable::Create(file, parent, "table", 1, row.get(), 0); }, "Table already exist. Fail to create!:"},
          {[&] { ITable::CreateFromBuffer(file, parent, "table", numbers, 1, row.get(), 0, 0, 0); },
           "could not create dataset:"}});
-}
-
-TEST_F(Refusals, OfAnUnknownEncodingNameTheStepOfTheTextsType)
-{
-    file->SetEncoding(H5T_CSET_RESERVED_2);
-
-    ExpectWords({{[&] { CreateArray("texts", TDataType::String); }, "could not write charset for array: texts:"},
-                 {[&] { CreateArray("new", TDataType::String); }, "error calling H5Tset_cset for array: new:"}});
-}
-
-TEST_F(Refusals, OfARowThatIsTextOrNothingLeaveTheNumbersExtended)
-{
-    const auto extensible = root->CreateExtensibleArray2D("x", TDataType::Int, 0, 2, 3, 1, 0);
-
-    ExpectWords({{[&] { extensible->AppendRowFromBuffer(numbers, TDataType::String); },
-                  "error during io operation for ExtensibleArray2D dataset:"},
-                 {[&] { extensible->AppendRowFromBuffer(numbers, TDataType::Undefined); }, "invalid TDataType:"}});
-
-    EXPECT_EQ(extensible->GetNumberOfRows(), 0U);
-    EXPECT_EQ(ContentOf(extensible->LocationID()), "[2,2] chunk [3,1]: [0,0,0,0]");
-}
-
-TEST_F(Refusals, OfAFileThatMayNotBeWrittenLeaveWhatIsThere)
-{
-    file->Close();
-    file = Open("test.h5", "r");
-    root = file->GetRoot();
-
-    ExpectWords({{[&] { CreateArray("array", TDataType::Int); }, "error writing to dataset:"},
-                 {[&] { root->CreateArray("array", TDataType::Int, 0); }, "Fail to remove array: 'array':"}});
-
-    EXPECT_EQ(ContentOf(root->GetArray("array")->LocationID()), "[3] chunk [3]: [1,2,3]");
-}
-
-TEST_F(Refusals, ToReopenLeaveAnArrayThatARewriteOfItsShapeCannotFill)
-{
-    const auto texts = root->GetArray("texts");
-    EXPECT_EQ(WordsOf([&] { texts->SetFromBuffer(numbers, TDataType::String, 3, 1); }), "");
-
-    EXPECT_THROW(texts->ReOpen(root->LocationID(), "no"), std::runtime_error);
-
-    EXPECT_FALSE(texts->IsValid());
-    EXPECT_EQ(TextOf([&] { texts->SetFromBuffer(numbers, TDataType::String, 3, 1); }).find("error writing to dataset:"),
-              0U);
-}
-
-TEST_F(DataSets, OfTextLieInABufferItemByItemPaddedOrCut)
-{
-    const Names texts = {"ab", "c"};
-
-    EXPECT_EQ(std::string(IArray::CreateBufferFromStringVector(texts, 1).get(), 2), "ac");
-    EXPECT_EQ(std::string(IArray::CreateBufferFromStringVector(texts, 0).get(), 4), std::string("abc\0", 4));
-    EXPECT_EQ(std::string(IArray::CreateBufferFromStringVector(texts, 3).get(), 6), std::string("ab\0c\0\0", 6));
-}
-
-TEST_F(DataSets, OfTextDoNotRunIntoTheItemBehindATextThatIsTooLong)
-{
-    const Names texts = {"abc", "", "d"};
-
-    EXPECT_EQ(std::string(IArray::CreateBufferFromStringVector(texts, 2).get(), 6), std::string("ab\0\0d\0", 6));
-}
-
-TEST_F(DataSets, OfTextThatAreEmptyAreRewrittenInPlace)
-{
-    const auto empty = root->CreateArray("e", TDataType::String, 0);
-
-    EXPECT_EQ(WordsOf([&] { empty->SetFromBuffer(nullptr, TDataType::String, 0, 0); }), "");
 }
 
 TEST_F(DataSets, OfAnArrayThatWasReopenedInAnotherGroupAreReplacedThere)
@@ -153,75 +101,236 @@ TEST_F(DataSets, OfAnArrayThatWasReopenedInAnotherGroupAreReplacedThere)
     int numbers[] = {1, 2, 3};
     const auto before = root->CreateGroup("before");
     const auto after = root->CreateGroup("after");
-    const auto array = before->CreateArrayFromBuffer("a", numbers, TDataType::Int, 3, 1);
-    after->CreateArrayFromBuffer("a", numbers, TDataType::Int, 3, 1);
+    const auto array = before->CreateArrayFromBuffer("a", numbers, Int, 3, 1);
+    after->CreateArrayFromBuffer("a", numbers, Int, 3, 1);
 
     array->ReOpen(after->LocationID(), "a");
-    array->SetFromBuffer(numbers, TDataType::Int, 2, 1);
+    array->SetFromBuffer(numbers, Int, 2, 1);
 
     EXPECT_EQ(ContentOf(before->GetArray("a")->LocationID()), "[3] chunk [3]: [1,2,3]");
     EXPECT_EQ(ContentOf(after->GetArray("a")->LocationID()), "[2] chunk [2]: [1,2]");
 }
 
-TEST_F(DataSets, AreSpreadOverABufferWhoseLengthIsAProductOf32Bits)
+TEST_F(DataSets, ThatHaveGrownThroughAnotherHandleAreMovedAgainAfterTheyAreReopened)
+{
+    const hid_t parent = root->LocationID();
+    const ScopedType row = TypeOf("H5T_COMPOUND { H5T_NATIVE_INT \"id\"; }");
+    const ScopedDataSet numbers = Make(parent, "a", {H5T_NATIVE_INT, {2}, {2}, {H5S_UNLIMITED}});
+    const ScopedDataSet rows = Make(parent, "t", {row.get(), {2}, {2}, {H5S_UNLIMITED}});
+    const auto array = root->GetArray("a");
+    const auto table = root->GetTable("t");
+    Ints buffer = {1, 2};
+    array->SetFromBuffer(buffer.data(), Int, 2, 1);
+    table->SetFromBuffer(buffer.data(), 2, -1, 0);
+
+    for (const hsize_t length : {3U, 4U})
+    {
+        H5Dset_extent(numbers.get(), &length);
+        H5Dset_extent(rows.get(), &length);
+        ExpectWords({{[&] { array->GetToBuffer(buffer.data(), Int); }, kHoldsMore},
+                     {[&] { IArray(*array).GetToBuffer(buffer.data(), Int); }, kHoldsMore},
+                     {[&] { array->SetFromBuffer(buffer.data(), Int, length - 1, 1); }, kHoldsMore},
+                     {[&] { table->GetToBuffer(buffer.data(), -1); }, kHoldsMore},
+                     {[&] { ITable(*table).GetToBuffer(buffer.data(), -1); }, kHoldsMore},
+                     {[&] { table->SetFromBuffer(buffer.data(), length - 1, -1, 0); }, kHoldsMore},
+                     {[&] { table->SetFromSelection(buffer.data(), length - 1, {0}, -1, 0, 0); }, kHoldsMore}});
+
+        array->ReOpen(parent, "a");
+        table->ReOpen(parent, "t");
+        buffer.assign(length, 7);
+        array->GetToBuffer(buffer.data(), Int);
+        table->GetToBuffer(buffer.data(), -1);
+    }
+    EXPECT_EQ(buffer, (Ints{1, 2, 0, 0}));
+}
+
+struct Slab
+{
+    int start;
+    int stride;
+    int count;
+    Ints read;
+};
+
+TEST_F(DataSets, AreReadByTheHyperslabsThatHdf5Takes)
+{
+    const auto line = StoreNumbers("line", {20});
+    const std::vector<Slab> slabs = {
+        {3, 2, 4, {3, 5, 7, 9}}, {0, 1, 0, {}}, {3, -1, 1, {3}}, {3, -1, 3, {3, 2, 1}}, {19, -9, 3, {19, 10, 1}}};
+    for (const Slab& slab : slabs)
+    {
+        Ints read(slab.read.size());
+
+        line->GetFromHyperslab(read.data(), slab.start, slab.stride, slab.count, Int);
+
+        EXPECT_EQ(read, slab.read);
+    }
+
+    size_t start[] = {1, 2};
+    size_t stride[] = {2, 1};
+    size_t count[] = {2, 3};
+    Ints read(6);
+    StoreNumbers("plane", {4, 5})->GetFromHyperslab(read.data(), 6, 2, start, stride, count, Int);
+    EXPECT_EQ(read, (Ints{7, 8, 9, 17, 18, 19}));
+}
+
+struct RefusedSlab
+{
+    int start;
+    int stride;
+    int count;
+    std::string text; ///< How it begins.
+};
+
+// Plain HDF5 crashes on some of them.
+TEST_F(DataSets, RefuseOtherHyperslabsAtTheStepOfHdf5)
+{
+    const auto line = StoreNumbers("line", {20});
+    const auto chunks = StoreNumbers("chunks", {20}, {5});
+    const std::string noSelection = "Error creating array space hyperslab!:\n#0: in func H5Sselect_hyperslab";
+    const std::vector<RefusedSlab> slabs = {{3, 0, 1, noSelection},
+                                            {3, 1, 18, kSlabRefused},
+                                            {3, 1, -1, kSlabRefused + "\n#0: in func H5Dread"},
+                                            {19, 1, -5, kSlabRefused},
+                                            {3, -1, 5, kSlabRefused},
+                                            {20, -1, 3, kSlabRefused},
+                                            {-1, 1, 1, kSlabRefused},
+                                            {-1, 1, 5, kSlabRefused},
+                                            {19, 2, -2, kSlabRefused},
+                                            {INT_MAX, -1, INT_MAX, kSlabRefused}};
+    Ints read(20);
+    for (const RefusedSlab& slab : slabs)
+    {
+        SCOPED_TRACE(Json({slab.start, slab.stride, slab.count}).dump());
+        for (const auto& array : {line, chunks})
+        {
+            const std::string text =
+                TextOf([&] { array->GetFromHyperslab(read.data(), slab.start, slab.stride, slab.count, Int); });
+
+            EXPECT_EQ(text.substr(0, slab.text.size()), slab.text);
+        }
+    }
+    EXPECT_EQ(WordsOf([&] { chunks->GetFromHyperslab(read.data(), 14, -1, 8, Int); }), kSlabRefused);
+}
+
+TEST_F(DataSets, AreSpreadOverNoPlaceOutsideABuffer)
 {
     // Nothing was written and nothing fills, so that a buffer that is taken for longer than it is stays as it is.
-    const hsize_t length = 3;
-    const ScopedSpace space(H5Screate_simple(1, &length, nullptr));
-    const ScopedPropertyList list(H5Pcreate(H5P_DATASET_CREATE));
-    H5Pset_chunk(list.get(), 1, &length);
-    H5Pset_fill_time(list.get(), H5D_FILL_TIME_NEVER);
-    ScopedDataSet(
-        H5Dcreate2(root->LocationID(), "a", H5T_NATIVE_INT, space.get(), H5P_DEFAULT, list.get(), H5P_DEFAULT));
+    const auto neverFill = [](hid_t list)
+    {
+        H5Pset_fill_time(list, H5D_FILL_TIME_NEVER);
+    };
+    Make(root->LocationID(), "a", {H5T_NATIVE_INT, {3}, {3}, {}, neverFill});
     const auto array = root->GetArray("a");
-    const int stride = 2147483647; // Three times that are 2147483645 in 32 bits.
-    int place = 0;
+    int places[6] = {};
 
-    EXPECT_EQ(WordsOf([&] { array->GetToMemoryHyperslab(&place, 0, stride, 3, TDataType::Int); }),
-              "Error reading from dataset to a memory hyperslab!:");
+    ExpectWords({{[&] { array->GetToMemoryHyperslab(places, 0, INT_MAX, 3, Int); }, kSlabRefused},
+                 {[&] { array->GetToMemoryHyperslab(places, 3, -INT_MAX, 3, Int); }, kSlabRefused},
+                 {[&] { array->GetToMemoryHyperslab(places, 0, 1, -2, Int); }, kSlabRefused}});
 }
 
-TEST_F(Table, WrittenWithItsOwnCompoundTypeStaysTheDataSetThatItIs)
+struct Texts
 {
-    const ScopedType row = TypeOf("H5T_COMPOUND { H5T_NATIVE_INT \"id\"; }");
-    int rows[] = {1, 2, 3, 4};
-    const auto table = root->CreateTableFromBuffer("t", rows, 4, row.get(), 0, -1, 2);
-    const hid_t dataSet = table->LocationID();
-    std::reverse(std::begin(rows), std::end(rows));
+    Names texts;
+    size_t roomForEach;
+    std::string buffer;
+};
 
-    table->SetFromBuffer(rows, 4, table->GetCompoundTypeID(), 0);
+TEST_F(DataSets, OfTextLieInABufferItemByItemPaddedOrCut)
+{
+    const std::vector<Texts> table = {{{"ab", "c"}, 0, std::string("abc\0", 4)},
+                                      {{"ab", "c"}, 1, "ac"},
+                                      {{"ab", "c"}, 3, std::string("ab\0c\0\0", 6)},
+                                      {{"abc", "", "d"}, 2, std::string("ab\0\0d\0", 6)}};
+    for (const Texts& row : table)
+    {
+        const auto buffer = IArray::CreateBufferFromStringVector(row.texts, row.roomForEach);
 
-    EXPECT_EQ(table->LocationID(), dataSet);
-    EXPECT_EQ(ContentOf(dataSet, row.get()), "[4] chunk [2]: [4,3,2,1]");
+        EXPECT_EQ(std::string(buffer.get(), row.buffer.size()), row.buffer);
+    }
 }
 
-TEST_F(Table, HasNoColumnOutsideItsColumns)
+TEST_F(DataSets, OfTextWithoutASizeAreMovedInPlaceByTheByte)
 {
-    const ScopedType row = TypeOf("H5T_COMPOUND { H5T_NATIVE_INT \"id\"; }");
-    const auto table = root->CreateTable("t", row.get());
+    const auto line = root->CreateArrayFromBuffer("line", std::string("abc").data(), String, 3, 0);
+    const auto none = root->CreateArray("none", String, 0);
+    Make(root->LocationID(), "scalar", {TextType(4, H5T_CSET_UTF8).get(), {}}, "text");
+    Make(root->LocationID(), "Latin-1", {TextType(4).get(), {}}, "text");
+    std::string bytes = "xyz";
+    std::string read = "???text";
+
+    line->SetFromBuffer(bytes.data(), String, 3, 0);
+    root->GetArray("scalar")->SetFromBuffer(bytes.data(), Undefined, 0, 0);
+    line->GetToBuffer(read.data(), Undefined);
+    root->GetArray("scalar")->GetToBuffer(read.data() + 3, Undefined);
+
+    EXPECT_EQ(read, std::string("xyzxext"));
+    ExpectWords({{[&] { none->SetFromBuffer(bytes.data(), String, 0, 0); }, ""},
+                 {[&] { root->GetArray("Latin-1")->SetFromBuffer(bytes.data(), Undefined, 0, 0); },
+                  "error writing to dataset:"}});
+}
+
+TEST_F(DataSets, OfTextInTwoDimensionsAreNotMovedThroughABufferForOne)
+{
+    Make(root->LocationID(), "texts", {TextType(4, H5T_CSET_UTF8).get(), {1, 1000}});
+    const auto array = root->GetArray("texts");
+    std::string buffer(array->GetSize(), '?');
+
+    ExpectWords({{[&] { array->GetToBuffer(buffer.data(), Undefined); }, kHoldsMore},
+                 {[&] { array->SetFromBuffer(buffer.data(), Undefined, 1, 4); }, kHoldsMore}});
+}
+
+TEST_F(DataSets, OfTextAreReadUpToTheCountInTheOrderOfTheFile)
+{
+    const std::string all = "abcdefghijklmnopqrstuvwx";
+    const ScopedType byte = TextType(1);
+    const ScopedType variable =
+        TypeOf("H5T_STRING { STRSIZE H5T_VARIABLE; STRPAD H5T_STR_NULLTERM; CSET H5T_CSET_UTF8; CTYPE H5T_C_S1; }");
+    const char* const words[] = {"one", "two", "three"};
+    const ScopedDataSet bytes = Make(root->LocationID(), "bytes", {byte.get(), {2, 3, 4}}, all.data());
+    const ScopedDataSet variables = Make(root->LocationID(), "variables", {variable.get(), {3}}, words);
+    Names texts = {"before"};
+
+    for (size_t count = 0; count <= all.size() + 2; ++count)
+    {
+        utils::ReadStringDataSet(texts, bytes.get(), byte.get(), byte.get(), count, 1);
+
+        EXPECT_EQ(std::accumulate(texts.begin(), texts.end(), std::string()), all.substr(0, count));
+        EXPECT_EQ(texts.size(), count);
+    }
+    utils::ReadStringDataSet(texts, variables.get(), variable.get(), variable.get(), 2, sizeof(char*));
+    EXPECT_EQ(texts, (Names{"one", "two"}));
+}
+
+TEST_F(DataSets, OfTextCostTheMemoryOfTheCountWhateverTheyClaim)
+{
+    const ScopedType type = TextType(8);
+    const ScopedDataSet dataSet = Make(root->LocationID(), "texts", {type.get(), {hsize_t{1} << 30U}, {1024}});
+    const long before = PeakKilobytes();
     Names texts;
 
-    ExpectWords({{[&] { table->GetColumnType(1); }, "Invalid column index: 1 (1 columns)"},
-                 {[&] { table->FeedStringVector(texts, -1); }, "Invalid column index: -1 (1 columns)"}});
+    utils::ReadStringDataSet(texts, dataSet.get(), type.get(), type.get(), 1, 8);
+
+    EXPECT_EQ(texts, Names{""});
+    EXPECT_LT(PeakKilobytes() - before, 64 * 1024);
 }
 
-TEST_F(Table, ReopenedOnAnotherKeepsItsColumnsAndTakesTheOthersNamesRowsAndParent)
+TEST_F(DataSets, OfTextAreReadBeforeTheirCharacterSetIsAskedFor)
 {
-    const ScopedType one = TypeOf("H5T_COMPOUND { H5T_NATIVE_INT \"id\"; }");
-    const ScopedType two = TypeOf("H5T_COMPOUND { H5T_NATIVE_LONG \"l\"; H5T_NATIVE_SHORT \"s\"; }");
-    const auto table = root->CreateGroup("group")->CreateTable("y", 2, two.get(), 0);
-    root->CreateTable("z", one.get());
+    const ScopedType type = TextType(4);
+    const ScopedDataSet dataSet = Make(root->LocationID(), "texts", {type.get(), {1}}, "text");
+    Names texts = {"before"};
+    const auto read = [&](hid_t from)
+    {
+        return TextOf([&] { utils::ReadStringDataSet(texts, from, H5T_NATIVE_INT, type.get(), 1, 4); });
+    };
 
-    table->ReOpen(root->LocationID(), "z");
+    const std::string unread = read(-1);
+    const std::string noText = read(dataSet.get());
 
-    EXPECT_EQ(table->GetName(), "y");
-    EXPECT_EQ(table->GetColumnName(0), "id");
-    EXPECT_EQ(table->GetColumnName(1), "");
-    EXPECT_EQ(table->GetNumberOfColumns(), 2U);
-    EXPECT_EQ(table->GetColumnType(0).hdfType, table->GetColumnTypeID(0));
-    EXPECT_EQ(H5Tget_size(table->GetColumnTypeID(1)), sizeof(short));
-    EXPECT_EQ(table->ParentID(), root->LocationID());
-    EXPECT_EQ(table->GetNumberOfRows(), 0U);
+    EXPECT_EQ(unread.find("error reading string buffer from dataset:\n#0: in func H5Dread"), 0U) << unread;
+    EXPECT_EQ(noText.find("could not detect charset from dataset:\n#0: in func H5Tget_cset"), 0U) << noText;
+    EXPECT_EQ(texts, Names{"before"});
 }
 
 } // namespace tarnwick::hdf::tests

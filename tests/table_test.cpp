@@ -16,19 +16,16 @@ struct Row
     bool operator==(const Row& other) const { return number == other.number && half == other.half; }
 };
 
+using Rows = std::vector<Row>;
+
 constexpr size_t kRows = 1000;
 constexpr hsize_t kRowsInChunk = 100;
 // As many as the library moves by blocks.
 constexpr hsize_t kManyRows = 300;
 
-ScopedType RowType()
+Rows NumberedRows(size_t count)
 {
-    return TypeOf("H5T_COMPOUND { H5T_NATIVE_INT \"number\"; H5T_NATIVE_FLOAT \"half\"; }");
-}
-
-std::vector<Row> NumberedRows(size_t count)
-{
-    std::vector<Row> rows(count);
+    Rows rows(count);
     for (size_t i = 0; i < count; ++i)
     {
         rows[i] = {static_cast<int>(i), static_cast<float>(i) / 2};
@@ -37,25 +34,16 @@ std::vector<Row> NumberedRows(size_t count)
 }
 
 /// The rows `first` to `first` + `count` - 1.
-std::vector<hsize_t> RowsFrom(hsize_t first, hsize_t count)
+Dims RowsFrom(hsize_t first, hsize_t count)
 {
-    std::vector<hsize_t> run(count);
+    Dims run(count);
     std::iota(run.begin(), run.end(), first);
     return run;
 }
 
-/// kManyRows rows in equal parts from before and behind the chunk that begins with `hole`.
-std::vector<hsize_t> RowsAround(hsize_t hole)
+Rows Picked(const Rows& rows, const Dims& selection)
 {
-    std::vector<hsize_t> rows = RowsFrom(hole - kManyRows / 2, kManyRows / 2);
-    const std::vector<hsize_t> behind = RowsFrom(hole + kRowsInChunk, kManyRows / 2);
-    rows.insert(rows.end(), behind.begin(), behind.end());
-    return rows;
-}
-
-std::vector<Row> Picked(const std::vector<Row>& rows, const std::vector<hsize_t>& selection)
-{
-    std::vector<Row> picked;
+    Rows picked;
     for (const hsize_t row : selection)
     {
         picked.push_back(rows[row]);
@@ -63,176 +51,119 @@ std::vector<Row> Picked(const std::vector<Row>& rows, const std::vector<hsize_t>
     return picked;
 }
 
-void OverwriteChunk(hid_t dataSet, hsize_t firstRow, const std::string& bytes)
-{
-    ASSERT_GE(H5Dwrite_chunk(dataSet, H5P_DEFAULT, 0, &firstRow, bytes.size(), bytes.data()), 0);
-}
-
 } // namespace
 
-struct TableRows : OpenFileTest
+struct Table : OpenFileTest
 {
-    boost::shared_ptr<ITable> StoreTable(const std::string& name, std::vector<Row> rows, int compression)
-    {
-        return root->CreateTableFromBuffer(name, rows.data(), rows.size(), rowType.get(), compression, -1,
-                                           kRowsInChunk);
-    }
-
-    /// A table that plain HDF5 makes and that nobody has written a row to.
-    boost::shared_ptr<ITable> CreateUnwrittenTable(const std::string& name, const ScopedPropertyList& list) const
-    {
-        const hsize_t rows = kRows;
-        const ScopedSpace space(H5Screate_simple(1, &rows, nullptr));
-        ScopedDataSet(H5Dcreate2(root->LocationID(), name.c_str(), rowType.get(), space.get(), H5P_DEFAULT, list.get(),
-                                 H5P_DEFAULT));
-        return root->GetTable(name);
-    }
-
-    const ScopedType rowType = RowType();
-    const std::vector<Row> stored = NumberedRows(kRows);
+    const ScopedType row = TypeOf("H5T_COMPOUND { H5T_NATIVE_INT \"number\"; H5T_NATIVE_FLOAT \"half\"; }");
+    const Rows stored = NumberedRows(kRows);
 };
 
-TEST_F(TableRows, ManyRowsAreReadAroundADamagedChunk)
+TEST_F(Table, IsReadByBlocksAroundADamagedChunk)
 {
     const hsize_t damaged = 4 * kRowsInChunk;
-    const std::vector<hsize_t> selection = RowsAround(damaged);
-    StoreTable("t", stored, 6);
-    OverwriteChunk(root->GetTable("t")->LocationID(), damaged, "no deflated bytes");
-    std::vector<Row> read(kManyRows);
+    Dims selection = RowsFrom(damaged - kManyRows, kManyRows);
+    selection.push_back(damaged + kRowsInChunk);
+    Rows buffer = stored;
+    root->CreateTableFromBuffer("t", buffer.data(), kRows, row.get(), 6, -1, kRowsInChunk);
+    H5Dwrite_chunk(root->GetTable("t")->LocationID(), H5P_DEFAULT, 0, &damaged, 4, "none");
+    Rows read(selection.size());
 
     root->GetTable("t")->GetFromSelection(read.data(), -1, selection);
 
     EXPECT_EQ(read, Picked(stored, selection));
 }
 
-TEST_F(TableRows, ManyRowsAreReadFromOneExternalFileWhereAnotherIsMissing)
+TEST_F(Table, IsReadByBlocksFromOneExternalFileWhereAnotherIsMissing)
 {
-    const size_t bytesInFile = kRows / 2 * sizeof(Row);
-    const ScopedPropertyList list(H5Pcreate(H5P_DATASET_CREATE));
-    H5Pset_external(list.get(), Path("first").c_str(), 0, bytesInFile);
-    H5Pset_external(list.get(), Path("second").c_str(), 0, bytesInFile);
-    const auto table = CreateUnwrittenTable("t", list);
-    table->SetFromBuffer(NumberedRows(kRows).data(), kRows, -1, 0);
+    const auto addFiles = [this](hid_t list)
+    {
+        H5Pset_external(list, Path("first").c_str(), 0, kRows / 2 * sizeof(Row));
+        H5Pset_external(list, Path("second").c_str(), 0, kRows / 2 * sizeof(Row));
+    };
+    Make(root->LocationID(), "t", {row.get(), {kRows}, {}, {}, addFiles}, stored.data());
     std::filesystem::remove(Path("second"));
-    std::vector<hsize_t> backwards = RowsFrom(0, kManyRows);
-    std::reverse(backwards.begin(), backwards.end());
-    std::vector<Row> read(kManyRows);
+    const Dims selection = RowsFrom(0, kManyRows);
+    Rows read(kManyRows);
 
-    table->GetFromSelection(read.data(), -1, backwards);
+    root->GetTable("t")->GetFromSelection(read.data(), -1, selection);
 
-    EXPECT_EQ(read, Picked(stored, backwards));
-    EXPECT_EQ(WordsOf(
-                  [&]
-                  {
-                      table->GetFromHyperslabToSelection(read.data(), kManyRows, rowType.get(), kRows - kManyRows,
-                                                         RowsFrom(0, kManyRows));
-                  }),
-              "Error reading data set to a memory selection!:");
+    EXPECT_EQ(read, Picked(stored, selection));
 }
 
-TEST_F(TableRows, RowsThatWereNeverWrittenAndHaveNoFillValueLeaveTheBufferAsItIs)
+TEST_F(Table, WithoutAFillValueLeavesTheBufferAsItIsWhereNothingWasWritten)
 {
-    const hsize_t chunk = kRowsInChunk;
-    const ScopedPropertyList neverFilled(H5Pcreate(H5P_DATASET_CREATE));
-    H5Pset_chunk(neverFilled.get(), 1, &chunk);
-    H5Pset_fill_time(neverFilled.get(), H5D_FILL_TIME_NEVER);
-    const ScopedPropertyList withoutValue(H5Pcreate(H5P_DATASET_CREATE));
-    H5Pset_chunk(withoutValue.get(), 1, &chunk);
-    H5Pset_fill_value(withoutValue.get(), rowType.get(), nullptr);
-    for (const auto& table :
-         {CreateUnwrittenTable("never filled", neverFilled), CreateUnwrittenTable("without a value", withoutValue)})
+    const auto fillNever = [](hid_t list)
     {
-        SCOPED_TRACE(table->GetName());
+        H5Pset_fill_time(list, H5D_FILL_TIME_NEVER);
+    };
+    const auto fillWithNothing = [this](hid_t list)
+    {
+        H5Pset_fill_value(list, row.get(), nullptr);
+    };
+    Make(root->LocationID(), "never filled", {row.get(), {kRows}, {kRowsInChunk}, {}, fillNever});
+    Make(root->LocationID(), "no value", {row.get(), {kRows}, {kRowsInChunk}, {}, fillWithNothing});
+    for (const std::string name : {"never filled", "no value"})
+    {
+        SCOPED_TRACE(name);
+        const auto table = root->GetTable(name);
         Row first = {1, 1}; // without any row HDF5 refuses to read what has no value
-        table->SetToHyperslabFromSelection(&first, 1, rowType.get(), 0, {0});
-        const std::vector<Row> before(kManyRows, Row{7, 7});
-        std::vector<Row> read = before;
+        table->SetToHyperslabFromSelection(&first, 1, row.get(), 0, {0});
+        const Rows before(kManyRows, Row{7, 7});
+        Rows read = before;
 
         table->GetFromSelection(read.data(), -1, RowsFrom(100, kManyRows));
-        table->GetFromHyperslabToSelection(read.data(), kManyRows, rowType.get(), 100, RowsFrom(0, kManyRows));
+        table->GetFromHyperslabToSelection(read.data(), kManyRows, row.get(), 100, RowsFrom(0, kManyRows));
 
         EXPECT_EQ(read, before);
     }
 }
 
-TEST_F(TableRows, OutsideTheTableOrTheBufferAreToldByTheTransfer)
+TEST_F(Table, RowsFarOutsideItAreToldByTheTransfer)
 {
-    const auto table = StoreTable("t", stored, 0);
-    std::vector<Row> buffer(4);
-    const std::string reading = "Error reading data set to a memory selection!:";
+    const auto table = root->CreateTable("t", kRows, row.get(), 0);
+    Rows buffer(4);
     const hsize_t far = hsize_t{1} << 63U;
+    const std::string reading = "Error reading data set to a memory selection!:";
 
-    for (const hsize_t row : {hsize_t{kRows}, hsize_t{kRows} + 1, far})
-    {
-        const std::string read = "Error -1 while reading from dataset 't':";
-        ExpectWords({{[&] {
-                          table->GetFromSelection(buffer.data(), -1, {1, row});
-                      },
-                      read},
-                     {[&] {
-                          table->GetFromToSelection(buffer.data(), 4, -1, {1, row}, {0, 1});
-                      },
-                      reading}});
-    }
-    for (const hsize_t place : {hsize_t{4}, hsize_t{5}, far})
-    {
-        ExpectWords({{[&] {
-                          table->GetFromToSelection(buffer.data(), 4, -1, {0, 1}, {3, place});
-                      },
-                      reading},
-                     {[&] {
-                          table->GetFromHyperslabToSelection(buffer.data(), 4, rowType.get(), 0, {3, place});
-                      },
-                      reading},
-                     {[&] {
-                          table->SetToHyperslabFromSelection(buffer.data(), 4, rowType.get(), 0, {3, place});
-                      },
-                      "error writing to dataset:"}});
-    }
+    ExpectWords({{[&] {
+                      table->GetFromSelection(buffer.data(), -1, {1, far});
+                  },
+                  "Error -1 while reading from dataset 't':"},
+                 {[&] {
+                      table->GetFromToSelection(buffer.data(), 4, -1, {0, 1}, {3, far});
+                  },
+                  reading},
+                 {[&] {
+                      table->GetFromHyperslabToSelection(buffer.data(), 4, row.get(), 0, {3, far});
+                  },
+                  reading}});
 }
 
-TEST_F(TableRows, OutsideTheBufferLeaveANewTableWithoutRowsInTheFile)
+TEST_F(Table, HasNoColumnOutsideItsColumns)
 {
-    std::vector<Row> buffer = NumberedRows(4);
-    for (const hsize_t place : {4U, 5U})
-    {
-        const std::string name = "t" + std::to_string(place);
+    const auto table = root->CreateTable("t", row.get());
+    Names texts;
 
-        EXPECT_EQ(WordsOf(
-                      [&] {
-                          root->CreateTableFromSelection(name, buffer.data(), 4, {0, place}, rowType.get(), 0, -1, 0);
-                      }),
-                  "error writing to dataset:");
-
-        EXPECT_EQ(root->GetTable(name)->GetNumberOfRows(), 2U);
-    }
+    ExpectWords({{[&] { table->GetColumnType(2); }, "Invalid column index: 2 (2 columns)"},
+                 {[&] { table->FeedStringVector(texts, -1); }, "Invalid column index: -1 (2 columns)"}});
 }
 
-TEST_F(TableRows, GrownThroughAnotherHandleAreMovedAgainAfterTheTableIsReopened)
+TEST_F(Table, ReopenedOnAnotherKeepsItsColumnsAndTakesTheOthersNamesRowsAndParent)
 {
-    const hsize_t before = 3;
-    const hsize_t after = 5;
-    const hsize_t unlimited = H5S_UNLIMITED;
-    const ScopedSpace space(H5Screate_simple(1, &before, &unlimited));
-    const ScopedPropertyList list(H5Pcreate(H5P_DATASET_CREATE));
-    H5Pset_chunk(list.get(), 1, &before);
-    const ScopedDataSet grown(
-        H5Dcreate2(root->LocationID(), "t", rowType.get(), space.get(), H5P_DEFAULT, list.get(), H5P_DEFAULT));
-    const auto table = root->GetTable("t");
-    std::vector<Row> rows = NumberedRows(before);
-    table->SetFromBuffer(rows.data(), before, -1, 0);
-    H5Dset_extent(grown.get(), &after);
-    const std::string words = "Invalid buffer size: the dataset holds more elements than this object tells!:";
+    const ScopedType one = TypeOf("H5T_COMPOUND { H5T_NATIVE_INT \"id\"; }");
+    const auto table = root->CreateGroup("group")->CreateTable("y", 2, row.get(), 0);
+    root->CreateTable("z", one.get());
 
-    ExpectWords({{[&] { table->GetToBuffer(rows.data(), -1); }, words},
-                 {[&] { ITable(*table).GetToBuffer(rows.data(), -1); }, words},
-                 {[&] { table->SetFromBuffer(rows.data(), before, -1, 0); }, words},
-                 {[&] { table->SetFromSelection(rows.data(), before, {0}, -1, 0, 0); }, words}});
+    table->ReOpen(root->LocationID(), "z");
 
-    table->ReOpen(root->LocationID(), "t");
-    rows.resize(after, {7, 7});
-    table->GetToBuffer(rows.data(), -1);
-    EXPECT_EQ(rows, (std::vector<Row>{{0, 0}, {1, 0.5F}, {2, 1}, {0, 0}, {0, 0}}));
+    EXPECT_EQ(table->GetName(), "y");
+    EXPECT_EQ(table->GetColumnName(0), "id");
+    EXPECT_EQ(table->GetColumnName(1), "");
+    EXPECT_EQ(table->GetNumberOfColumns(), 2U);
+    EXPECT_EQ(H5Tget_class(table->GetColumnTypeID(1)), H5T_FLOAT);
+    EXPECT_EQ(table->ParentID(), root->LocationID());
+    EXPECT_EQ(table->GetNumberOfRows(), 0U);
 }
 
 } // namespace tarnwick::hdf::tests
