@@ -1,9 +1,11 @@
+// Measures the rows: what is needed for a fair turn, and what Google Benchmark is told of it.
 #include "Rows.h"
-#include "PythonPeers.h"
 
 #include <benchmark/benchmark.h>
 
 #include <hdf5.h>
+
+#include <sys/stat.h>
 
 #include <algorithm>
 #include <chrono>
@@ -11,14 +13,12 @@
 #include <cstdlib>
 #include <map>
 #include <memory>
-#include <utility>
+
+using namespace bench;
 
 namespace
 {
 
-using bench::Row;
-using bench::Side;
-using bench::Turn;
 using Clock = std::chrono::steady_clock;
 
 // A turn is repeated until this much time has been measured, and pairs of turns until this much has passed.
@@ -31,59 +31,88 @@ constexpr double kMostRounds = 500;
 // A size at which a turn would take longer is left out, as far as the size before can tell.
 constexpr double kLongestTurn = 3.0;
 
-Clock::time_point workBegan;
+const bool kIsQuick = std::getenv("TARNWICKHDF_BENCH_QUICK") != nullptr;
+const bool kIsLong = std::getenv("TARNWICKHDF_BENCH_LONG") != nullptr;
 bool isCountingHeap = false;
-
-bool IsSet(const char* name)
-{
-    return std::getenv(name) != nullptr;
-}
-
-// A short run tests that everything works.
-bool IsQuick()
-{
-    return IsSet("TARNWICKHDF_BENCH_QUICK");
-}
 
 double SecondsSince(Clock::time_point begin)
 {
     return std::chrono::duration<double>(Clock::now() - begin).count();
 }
 
-double Quartile(std::vector<double> values, std::size_t which)
+// peers.py, which does its rows when it is asked to, so that h5py and PyTables take turns with the other sides. Questions
+// go to its input, answers come through a named pipe.
+class PythonPeers
 {
-    std::sort(values.begin(), values.end());
-    return values[(values.size() - 1) * which / 4];
-}
+public:
+    PythonPeers()
+    {
+        const std::string answers = PathOf("answers");
+        mkfifo(answers.c_str(), S_IRUSR | S_IWUSR);
+        m_questions = popen((PEERS_COMMAND " > '" + answers + "'").c_str(), "w");
+        m_answers = std::fopen(answers.c_str(), "r");
+    }
+    PythonPeers(const PythonPeers&) = delete;
+    PythonPeers& operator=(const PythonPeers&) = delete;
+    ~PythonPeers()
+    {
+        pclose(m_questions);
+        std::fclose(m_answers);
+    }
+
+    // An empty side if the peer doesn't know the row.
+    Side For(Name peer, Name row)
+    {
+        const bool isKnown = Ask(peer, row, 0) >= 0;
+        return isKnown ? [=](std::size_t size) { return Turn{Ask(peer, row, size)}; } : Side();
+    }
+
+private:
+    // The seconds of a turn. A size of 0 asks whether the peer knows the row: the answer is negative if it doesn't.
+    double Ask(Name peer, Name row, std::size_t size)
+    {
+        double seconds = -1;
+        std::fprintf(m_questions, "%s|%s|%zu\n", peer.c_str(), row.c_str(), size);
+        std::fflush(m_questions);
+        if (std::fscanf(m_answers, "%lf", &seconds) != 1)
+        {
+            std::fprintf(stderr, "the Python peers ended in: %s\n", row.c_str());
+            std::abort();
+        }
+        return seconds;
+    }
+
+    FILE* m_questions;
+    FILE* m_answers;
+};
 
 int RoundsFor(double secondsOfARound)
 {
-    const double wanted = IsQuick() ? kSecondsOfATurn / 10 : kSecondsOfATurn;
+    const double wanted = kIsQuick ? 0 : kSecondsOfATurn;
     return static_cast<int>(std::clamp(wanted / std::max(secondsOfARound, 1e-9), 1.0, kMostRounds));
 }
 
-// One side in one row: its first turn, which warms up and tells of the heap, and how long its other turns took.
+// One side of a row at one size: its first turn, which warms up and tells of the heap, and how long its other turns took.
 struct Contestant
 {
     std::string key;
     Side side;
     Turn first = {};
+    double fastest = 0; ///< Round, on the average of a turn.
     std::vector<double> seconds = {};
     double spent = 0;
-    double fastest = 0; ///< Round, on the average of a turn.
 
     bool IsMain() const { return key == "library" || key == "plain"; }
 
-    void Begin(std::size_t size)
+    void WarmUp(std::size_t size)
     {
         isCountingHeap = true;
         first = side(size);
-        fastest = first.seconds;
         isCountingHeap = false;
+        fastest = first.seconds;
     }
 
-    // Gives the time that counts for the pairs.
-    double TakeTurn(std::size_t size, int rounds)
+    void TakeTurn(std::size_t size, int rounds)
     {
         const auto begin = Clock::now();
         double sum = 0;
@@ -93,19 +122,7 @@ struct Contestant
         }
         seconds.push_back(sum / rounds);
         fastest = std::min(fastest, seconds.back());
-        const double turn = SecondsSince(begin);
-        spent += turn;
-        return IsMain() ? turn : 0;
-    }
-
-    std::vector<double> RatiosTo(const Contestant& other) const
-    {
-        std::vector<double> ratios;
-        for (std::size_t i = 0; i < std::min(seconds.size(), other.seconds.size()); ++i)
-        {
-            ratios.push_back(seconds[i] / other.seconds[i]);
-        }
-        return ratios;
+        spent += SecondsSince(begin);
     }
 };
 
@@ -113,15 +130,14 @@ struct Contestant
 class Contest
 {
 public:
-    Contest(const Row& row, bench::PythonPeers& peers) : m_row(row)
+    Contest(const Row& row, PythonPeers& peers) : m_row(row)
     {
-        m_sides = {{"library", row.library}, {"plain", row.plain}};
+        m_sides = {{"library", row.library}, {"plain", row.plain}, {"cpp", row.cpp}};
         // Users' own ways stand in the row of the best one.
         if (row.name.find(", beside ") == std::string::npos)
         {
-            m_sides.insert(m_sides.end(), {{"cpp", row.cpp},
-                                           {"h5py", peers.For("h5py", row.name)},
-                                           {"pytables", peers.For("PyTables", row.name)}});
+            m_sides["h5py"] = peers.For("h5py", row.name);
+            m_sides["pytables"] = peers.For("PyTables", row.name);
         }
     }
 
@@ -133,24 +149,22 @@ public:
             return;
         }
         std::vector<Contestant> all;
-        for (const auto& [key, side] : m_sides)
+        for (const char* key : {"library", "plain", "cpp", "h5py", "pytables"})
         {
-            if (side && !IsTooLong(key, size))
+            if (m_sides[key] && !IsTooLong(key, size))
             {
-                all.push_back({key, side});
+                all.push_back({key, m_sides[key]});
             }
         }
         Measure(all, size);
-        Tell(all, state);
-        state.SetLabel(m_row.unit);
-        state.counters["target"] = size >= m_row.targetFrom ? m_row.target : 0;
+        Tell(all, state, size);
     }
 
 private:
-    bool IsTooLong(const std::string& key, std::size_t size) const
+    bool IsTooLong(Name key, std::size_t size) const
     {
         const auto last = m_last.find(key);
-        if (IsSet("TARNWICKHDF_BENCH_LONG") || last == m_last.end())
+        if (kIsLong || last == m_last.end())
         {
             return false;
         }
@@ -176,61 +190,63 @@ private:
     {
         for (Contestant& contestant : all)
         {
-            contestant.Begin(size);
+            contestant.WarmUp(size);
             m_last[contestant.key] = {size, contestant.first.seconds};
         }
-        const std::size_t fewestPairs = IsQuick() ? 1 : kFewestPairs;
-        double spent = IsQuick() ? kSecondsOfPairs : 0;
-        for (std::size_t pair = 0; pair < fewestPairs || (pair < kMostPairs && spent < kSecondsOfPairs); ++pair)
+        const std::size_t fewestPairs = kIsQuick ? 1 : kFewestPairs;
+        const std::size_t mostPairs = kIsQuick ? 1 : kMostPairs;
+        double spent = 0;
+        for (std::size_t pair = 0; pair < fewestPairs || (pair < mostPairs && spent < kSecondsOfPairs); ++pair)
         {
+            spent = 0;
             const int roundsOfMain = RoundsOfMain(all);
             for (Contestant& contestant : all)
             {
-                if (contestant.IsMain() || pair == 0 || (!IsQuick() && contestant.spent < kSecondsOfAPeer))
+                const bool isMain = contestant.IsMain();
+                if (isMain || contestant.spent < kSecondsOfAPeer)
                 {
-                    const bool isMain = contestant.IsMain();
-                    spent += contestant.TakeTurn(size, isMain ? roundsOfMain : RoundsFor(contestant.fastest));
+                    contestant.TakeTurn(size, isMain ? roundsOfMain : RoundsFor(contestant.fastest));
                 }
+                spent += isMain ? contestant.spent : 0;
             }
             std::reverse(all.begin(), all.end());
         }
     }
 
-    static void Tell(std::vector<Contestant>& all, benchmark::State& state)
+    // Each turn is told, report.py does the statistics. The unit and the reasons that hold for the size go where Google
+    // Benchmark has room for words.
+    void Tell(const std::vector<Contestant>& all, benchmark::State& state, std::size_t size)
     {
-        const auto library =
-            std::find_if(all.begin(), all.end(), [](const Contestant& c) { return c.key == "library"; });
+        std::string words = m_row.unit;
+        for (const Reason& reason : m_row.reasons)
+        {
+            words += size <= reason.largest ? "|" + reason.winner + ": " + reason.text : "";
+        }
+        state.SetLabel(words);
+        state.counters["target"] = size >= m_row.targetFrom ? m_row.target : 0;
         for (const Contestant& contestant : all)
         {
-            state.counters[contestant.key + "_s"] = Quartile(contestant.seconds, 2);
             state.counters[contestant.key + "_heap"] = static_cast<double>(contestant.first.heapPeak);
             state.counters[contestant.key + "_file"] = static_cast<double>(contestant.first.fileBytes);
-            if (library != all.end() && contestant.key != "library")
+            for (std::size_t turn = 0; turn < contestant.seconds.size(); ++turn)
             {
-                state.counters[contestant.key + "_times"] = Quartile(contestant.RatiosTo(*library), 2);
-            }
-            if (library != all.end() && contestant.key == "plain")
-            {
-                const std::vector<double> ratios = library->RatiosTo(contestant);
-                state.counters["ratio"] = Quartile(ratios, 2);
-                state.counters["ratio_q1"] = Quartile(ratios, 1);
-                state.counters["ratio_q3"] = Quartile(ratios, 3);
-                state.counters["pairs"] = static_cast<double>(ratios.size());
+                state.counters[contestant.key + "_s" + std::to_string(turn)] = contestant.seconds[turn];
             }
         }
     }
 
     Row m_row;
-    std::vector<std::pair<std::string, Side>> m_sides;
+    std::map<std::string, Side> m_sides;
     std::map<std::string, std::pair<std::size_t, double>> m_last;
 };
 
-void Register(const Row& row, bench::PythonPeers& peers)
+void Register(const Row& row, PythonPeers& peers)
 {
     const auto contest = std::make_shared<Contest>(row, peers);
-    const std::vector<std::size_t> sizes = IsQuick() ? std::vector<std::size_t>{row.sizes.front()} : row.sizes;
-    for (const std::size_t size : sizes)
+    const std::size_t sizes = kIsQuick ? 1 : row.sizes.size();
+    for (std::size_t i = 0; i < sizes; ++i)
     {
+        const std::size_t size = row.sizes[i];
         const auto run = [=](benchmark::State& state)
         {
             for (auto _ : state)
@@ -251,24 +267,18 @@ herr_t EndAtAnError(hid_t stack, void* /*data*/)
 
 } // namespace
 
-void bench::BeginWork()
+Turn bench::Measured(const std::function<void()>& work)
 {
     if (isCountingHeap)
     {
         H5garbage_collect();
         BeginCountingHeap();
     }
-    workBegan = Clock::now();
-}
-
-bench::Turn bench::EndWork()
-{
     Turn turn;
-    turn.seconds = SecondsSince(workBegan);
-    if (isCountingHeap)
-    {
-        turn.heapPeak = EndCountingHeap();
-    }
+    const auto begin = Clock::now();
+    work();
+    turn.seconds = SecondsSince(begin);
+    turn.heapPeak = isCountingHeap ? EndCountingHeap() : 0;
     return turn;
 }
 
@@ -293,9 +303,8 @@ const std::vector<std::string>& bench::Names(const std::string& prefix, std::siz
 
 int main(int argc, char** argv)
 {
-    bench::PythonPeers peers;
+    PythonPeers peers;
     H5Eset_auto2(H5E_DEFAULT, &EndAtAnError, nullptr);
-    using namespace bench;
     for (const auto& family :
          {FileRows, SmallArrayRows, DataSetRows, ExtensibleArrayRows, AttributeRows, TypedRows, TypeRows})
     {

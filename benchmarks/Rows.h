@@ -1,6 +1,6 @@
 #pragma once
 
-#include <cstddef>
+#include <cstdint>
 #include <functional>
 #include <string>
 #include <vector>
@@ -19,18 +19,27 @@ struct Turn
 /// Prepares what it needs, does the work once for a size and tells what it took.
 using Side = std::function<Turn(std::size_t size)>;
 
+/// Why somebody is faster than the library. It must be a true statement: without one the pages say "not explained".
+struct Reason
+{
+    std::string winner;             ///< One of plain, cpp, h5py and pytables, or * for anybody.
+    std::string text;               ///< What the winner saves.
+    std::size_t largest = SIZE_MAX; ///< The largest size at which it holds.
+};
+
 /// One row: all that there is to say of a measurement. The sides of a row take turns, and so do h5py and PyTables for the
 /// rows that peers.py knows by the same name.
 struct Row
 {
     std::string name; ///< "family/work", or "family/work, beside another way" where `plain` isn't the best one.
     std::string unit; ///< What a size counts.
-    std::vector<std::size_t> sizes; ///< A short run has the first alone.
-    double target = 0;          ///< The highest ratio of library to plain that the project allows itself, 0 for none.
-    std::size_t targetFrom = 0; ///< The smallest size that the target holds for.
-    Side library = {};          ///< A side that is missing isn't measured.
-    Side plain = {};            ///< The program that a good programmer of plain HDF5 would write for the same work.
-    Side cpp = {};              ///< HDF5's C++ API.
+    std::vector<std::size_t> sizes;   ///< A quick run has the first alone.
+    double target = 0;                ///< The highest ratio of library to plain that the project allows itself, or 0.
+    std::vector<Reason> reasons = {}; ///< The first one that fits counts.
+    std::size_t targetFrom = 0;       ///< The smallest size that the target holds for.
+    Side library = {};                ///< A side that is missing isn't measured.
+    Side plain = {};                  ///< The program that a good programmer of plain HDF5 would write for the work.
+    Side cpp = {};                    ///< HDF5's C++ API.
 };
 
 using Rows = std::vector<Row>;
@@ -48,19 +57,11 @@ Rows TypeRows();
 std::string PathOf(const std::string& name);
 
 /// "prefix000000", "prefix000001" and so on, in the order of HDF5's name index.
+using Name = const std::string&;
 const std::vector<std::string>& Names(const std::string& prefix, std::size_t count);
 
-void BeginWork();
-Turn EndWork();
-
 /// What of a turn is measured.
-template <typename Work>
-Turn Measured(Work work)
-{
-    BeginWork();
-    work();
-    return EndWork();
-}
+Turn Measured(const std::function<void()>& work);
 
 /// The heap of the process, counted between the two calls.
 void BeginCountingHeap();

@@ -2,7 +2,7 @@
 
 #include "Rows.h"
 
-#include <tarnwickhdf/tarnwickhdf.h>
+#include <tarnwickhdf/typed.h>
 
 #include <benchmark/benchmark.h>
 
@@ -12,6 +12,8 @@
 
 namespace bench
 {
+
+using namespace tarnwick::hdf;
 
 /// Gives back an id of plain HDF5.
 struct Id
@@ -26,7 +28,6 @@ struct Id
 };
 
 /// A row of a table, 40 bytes.
-constexpr std::size_t kText = 8;
 struct Reading
 {
     double time;
@@ -34,7 +35,7 @@ struct Reading
     double error;
     int channel;
     int flags;
-    char text[kText];
+    char text[8];
 };
 
 /// The file that a row works on: a new one each turn (mode "w"), or one that is made when a size is first asked for.
@@ -43,7 +44,7 @@ struct Place
 {
     std::string name;
     std::string mode = "w";
-    std::function<void(const std::string& path, std::size_t size)> make = {};
+    std::function<void(Name path, std::size_t size)> make = {};
 
     std::string Ready(std::size_t size) const
     {
@@ -56,14 +57,71 @@ struct Place
     }
 };
 
+/// A file that the library makes: `make(root, size)`.
+template <typename Make>
+Place MadeByLibrary(Name name, const char* mode, Make make)
+{
+    return {name, mode,
+            [=](Name path, std::size_t size)
+            {
+                make(*IFile::Open(path, "w", 0)->GetRoot(), size);
+            }};
+}
+
+// A file as each side has it; a plain one has what the library's have: the mark and a setting of the cache.
 constexpr const char* kMark = "__vorl_api_version";
 
-// What a plain file has in common with one of the library's.
-Id PlainAccessList();
-void LowerHitRateThreshold(hid_t file);
-void WriteMark(hid_t file);
-Id PlainFile(const std::string& path, const std::string& mode);
-H5::H5File CppFile(const std::string& path, const std::string& mode);
+inline boost::shared_ptr<IFile> LibraryFile(Name path, Name mode)
+{
+    return IFile::Open(path, mode, 0);
+}
+
+inline Id PlainAccessList()
+{
+    const hid_t access = H5Pcreate(H5P_FILE_ACCESS);
+    H5Pset_fclose_degree(access, H5F_CLOSE_STRONG);
+    H5Pset_gc_references(access, 1);
+    return Id(access);
+}
+
+inline void LowerHitRateThreshold(hid_t file)
+{
+    H5AC_cache_config_t config;
+    config.version = H5AC__CURR_CACHE_CONFIG_VERSION;
+    H5Fget_mdc_config(file, &config);
+    config.lower_hr_threshold = 0.8;
+    H5Fset_mdc_config(file, &config);
+}
+
+inline void WriteMark(hid_t file)
+{
+    const hsize_t one = 1;
+    const unsigned int version = 1;
+    const Id space(H5Screate_simple(1, &one, nullptr));
+    const Id mark(H5Acreate2(file, kMark, H5T_NATIVE_UINT, space, H5P_DEFAULT, H5P_DEFAULT));
+    H5Awrite(mark, H5T_NATIVE_UINT, &version);
+}
+
+inline Id PlainFile(Name path, Name mode)
+{
+    const Id access = PlainAccessList();
+    const unsigned int flags = mode == "r" ? H5F_ACC_RDONLY : H5F_ACC_RDWR;
+    const bool isNew = mode == "w";
+    const hid_t file =
+        isNew ? H5Fcreate(path.c_str(), H5F_ACC_TRUNC, H5P_DEFAULT, access) : H5Fopen(path.c_str(), flags, access);
+    LowerHitRateThreshold(file);
+    if (isNew)
+    {
+        WriteMark(file);
+    }
+    return Id(file);
+}
+
+inline H5::H5File CppFile(Name path, Name mode)
+{
+    const unsigned int reading = mode == "r" ? H5F_ACC_RDONLY : H5F_ACC_RDWR;
+    return H5::H5File(path, mode == "w" ? H5F_ACC_TRUNC : reading);
+}
 
 template <typename T>
 T& Object(boost::shared_ptr<T>& pointer)
@@ -96,71 +154,26 @@ Side OnFile(Place place, OpenFile openFile, Open open, Work work)
     };
 }
 
-/// Things are objects of the library, ids, or objects of HDF5's C++ API.
+/// A row of three sides. `open` and `work` have an overload for each: for objects of the library, for ids, and for
+/// objects of HDF5's C++ API.
 template <typename Open, typename Work>
-Side Library(Place place, Open open, Work work)
+Row On(Row row, const Place& place, Open open, Work work)
 {
-    return OnFile(
-        place,
-        [](const std::string& path, const std::string& mode) { return tarnwick::hdf::IFile::Open(path, mode, 0); },
-        open, work);
-}
-
-template <typename Open, typename Work>
-Side Plain(Place place, Open open, Work work)
-{
-    return OnFile(place, PlainFile, open, work);
-}
-
-template <typename Open, typename Work>
-Side Cpp(Place place, Open open, Work work)
-{
-    return OnFile(place, CppFile, open, work);
-}
-
-/// A row whose sides open things on one place in one way, or plain HDF5 in another.
-template <typename Open, typename LibraryWork, typename PlainWork>
-Row On(Row row, const Place& place, Open open, LibraryWork library, PlainWork plain)
-{
-    row.library = Library(place, open, library);
-    row.plain = Plain(place, open, plain);
+    row.library = OnFile(place, LibraryFile, open, work);
+    row.plain = OnFile(place, PlainFile, open, work);
+    row.cpp = OnFile(place, CppFile, open, work);
     return row;
 }
 
-template <typename Open, typename LibraryWork, typename PlainWork, typename CppWork>
-Row On(Row row, const Place& place, Open open, LibraryWork library, PlainWork plain, CppWork cpp)
+/// The row of a library's work that stands beside another way of plain HDF5 than the best one.
+inline Row Beside(Row row, Name way, double target, const Side& plain)
 {
-    row = On(row, place, open, library, plain);
-    row.cpp = Cpp(place, open, cpp);
+    row.name += ", beside " + way;
+    row.target = target;
+    row.plain = plain;
+    row.cpp = {};
     return row;
 }
-
-/// How a data set of one dimension is stored: chunks are of so many elements, none or all; with shuffle and deflate of a
-/// level above 0.
-struct Storage
-{
-    const char* word;
-    hsize_t chunk;
-    int level;
-};
-
-constexpr hsize_t kAll = HSIZE_UNDEF;
-constexpr Storage kContiguous = {"contiguous", 0, 0};
-constexpr Storage kOneChunk = {"one-chunk", kAll, 0};
-constexpr Storage kSmallChunks = {"small-chunks", 1024, 0};
-constexpr Storage kDeflate1 = {"deflate-1", kAll, 1};
-constexpr Storage kDeflate6 = {"deflate-6", kAll, 6};
-
-/// Makes a data set and writes it whole.
-void WritePlainly(hid_t group, const char* name, hid_t type, hsize_t length, const Storage& storage,
-                  const void* values);
-void WriteByCpp(const H5::Group& group, const char* name, const H5::DataType& type, hsize_t length,
-                const Storage& storage, const void* values);
-
-/// Reads `count` elements, every stride-th, by a selection of HDF5's.
-void ReadPlainly(hid_t set, hid_t type, hsize_t start, hsize_t stride, hsize_t count, void* values);
-void ReadByCpp(const H5::DataSet& set, const H5::DataType& type, hsize_t start, hsize_t stride, hsize_t count,
-               void* values);
 
 /// The work for each of so many children of a group.
 template <typename Work>
@@ -168,7 +181,7 @@ auto ForEachName(Work work)
 {
     return [=](auto&& group, std::size_t count)
     {
-        for (const std::string& name : Names("child", count))
+        for (Name name : Names("child", count))
         {
             work(group, name);
         }
@@ -178,21 +191,9 @@ auto ForEachName(Work work)
 /// The root group, for `open`.
 struct Root
 {
-    boost::shared_ptr<tarnwick::hdf::IGroup> operator()(tarnwick::hdf::IFile& file, std::size_t /*size*/) const
-    {
-        return file.GetRoot();
-    }
+    boost::shared_ptr<IGroup> operator()(IFile& file, std::size_t /*size*/) const { return file.GetRoot(); }
     Id operator()(hid_t file, std::size_t /*size*/) const { return Id(H5Gopen2(file, "/", H5P_DEFAULT)); }
     H5::Group operator()(H5::H5File& file, std::size_t /*size*/) const { return file.openGroup("/"); }
-};
-
-/// The data set of a name, for `open`: what the library opens it as is added where that is known.
-struct DataSet
-{
-    std::string name;
-
-    Id operator()(hid_t file, std::size_t /*size*/) const { return Id(H5Dopen2(file, name.c_str(), H5P_DEFAULT)); }
-    H5::DataSet operator()(H5::H5File& file, std::size_t /*size*/) const { return file.openDataSet(name); }
 };
 
 } // namespace bench

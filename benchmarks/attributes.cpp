@@ -1,19 +1,11 @@
 #include "Sides.h"
 
-#include <algorithm>
-#include <cstring>
 #include <deque>
 
-using tarnwick::hdf::IFile;
-using tarnwick::hdf::IGroup;
+using namespace bench;
 
 namespace
 {
-
-// The objects of a file, open, on which the attributes are spread: by the library, by plain HDF5, by its C++ API.
-using Groups = std::vector<boost::shared_ptr<IGroup>>;
-using PlainGroups = std::deque<bench::Id>;
-using CppGroups = std::vector<H5::Group>;
 
 // A text for each attribute of an object.
 const std::vector<std::string>& Texts(std::size_t count)
@@ -26,106 +18,86 @@ const std::vector<std::string>& Texts(std::size_t count)
     return texts;
 }
 
-// The work for each attribute of each object.
+// The work for each attribute of each object. One object of the work serves all: what it has is made once.
 template <typename Work>
-auto ForEachAttribute(Work work)
+struct ForEachAttribute
 {
-    return [=](auto&& groups, std::size_t count)
+    template <typename Objects>
+    void operator()(Objects& objects, std::size_t count) const
     {
-        const std::size_t each = count / groups.size();
-        const std::vector<std::string>& names = bench::Names("attribute", each);
+        const std::size_t each = count / objects.size();
+        const std::vector<std::string>& names = Names("attribute", each);
         const std::vector<std::string>& texts = Texts(each);
-        for (auto&& group : groups)
+        const Work work;
+        for (const auto& object : objects)
         {
             for (std::size_t i = 0; i < each; ++i)
             {
-                work(group, names[i], texts[i]);
+                work(object, names[i], texts[i]);
             }
         }
-    };
-}
-
-template <typename Work>
-auto ForEachGroup(Work work)
-{
-    return [=](auto&& groups, std::size_t /*count*/)
-    {
-        for (auto&& group : groups)
-        {
-            work(group);
-        }
-    };
-}
-
-void Set(const boost::shared_ptr<IGroup>& group, const std::string& name, const std::string& text)
-{
-    group->SetAttr(name, text);
-}
-
-void SetPlainly(hid_t group, const std::string& name, const std::string& text, hid_t space, hid_t type)
-{
-    H5Tset_size(type, text.size());
-    const bench::Id attribute(H5Acreate2(group, name.c_str(), type, space, H5P_DEFAULT, H5P_DEFAULT));
-    H5Awrite(attribute, type, text.c_str());
-}
-
-// A space and a type serve so many attributes as `work` sets by them.
-template <typename Work>
-void WithSpaceAndType(Work work)
-{
-    const hsize_t one = 1;
-    const bench::Id space(H5Screate_simple(1, &one, nullptr));
-    const bench::Id type(H5Tcopy(H5T_C_S1));
-    H5Tset_cset(type, H5T_CSET_UTF8);
-    work(space, type);
-}
-
-void SetAllPlainly(const PlainGroups& groups, std::size_t count)
-{
-    WithSpaceAndType(
-        [&](hid_t space, hid_t type)
-        {
-            ForEachAttribute([=](hid_t group, const std::string& name, const std::string& text)
-                             { SetPlainly(group, name, text, space, type); })(groups, count);
-        });
-}
-
-void SetPlainlyAlone(hid_t group, const std::string& name, const std::string& text)
-{
-    WithSpaceAndType([&](hid_t space, hid_t type) { SetPlainly(group, name, text, space, type); });
-}
-
-void SetByCpp(const H5::Group& group, const std::string& name, const std::string& text)
-{
-    const hsize_t one = 1;
-    H5::StrType type(H5::PredType::C_S1, text.size());
-    type.setCset(H5T_CSET_UTF8);
-    H5::Attribute attribute = group.createAttribute(name, type, H5::DataSpace(1, &one));
-    attribute.write(type, text);
-}
-
-void Get(const boost::shared_ptr<IGroup>& group, const std::string& name, const std::string& /*text*/)
-{
-    group->GetAttr(name);
-}
-
-void GetPlainly(hid_t group, const std::string& name, const std::string& /*text*/)
-{
-    const bench::Id attribute(H5Aopen(group, name.c_str(), H5P_DEFAULT));
-    const bench::Id type(H5Aget_type(attribute));
-    std::string text(H5Tget_size(type), '\0');
-    if (H5Tget_class(type) == H5T_STRING && H5Tis_variable_str(type) == 0 && H5Tget_cset(type) >= 0)
-    {
-        H5Aread(attribute, type, text.data());
     }
-}
+};
 
-void GetByCpp(const H5::Group& group, const std::string& name, const std::string& /*text*/)
+using Group = boost::shared_ptr<IGroup>;
+
+struct SetByLibrary
 {
-    const H5::Attribute attribute = group.openAttribute(name);
-    std::string text;
-    attribute.read(attribute.getStrType(), text);
-}
+    void operator()(const Group& group, Name name, Name text) const { group->SetAttr(name, text); }
+};
+
+struct SetPlainly
+{
+    const hsize_t one = 1;
+    Id space{H5Screate_simple(1, &one, nullptr)};
+    Id type{H5Tcopy(H5T_C_S1)};
+
+    SetPlainly() { H5Tset_cset(type, H5T_CSET_UTF8); }
+    void operator()(hid_t group, Name name, Name text) const
+    {
+        H5Tset_size(type, text.size());
+        const Id attribute(H5Acreate2(group, name.c_str(), type, space, H5P_DEFAULT, H5P_DEFAULT));
+        H5Awrite(attribute, type, text.c_str());
+    }
+};
+
+struct SetEachPlainly
+{
+    void operator()(hid_t group, Name name, Name text) const { SetPlainly{}(group, name, text); }
+};
+
+struct SetByCpp
+{
+    void operator()(const H5::Group& group, Name name, Name text) const
+    {
+        const hsize_t one = 1;
+        H5::StrType type(H5::PredType::C_S1, text.size());
+        type.setCset(H5T_CSET_UTF8);
+        H5::Attribute attribute = group.createAttribute(name, type, H5::DataSpace(1, &one));
+        attribute.write(type, text);
+    }
+};
+
+struct Get
+{
+    void operator()(const Group& group, Name name, Name /*text*/) const { group->GetAttr(name); }
+    void operator()(hid_t group, Name name, Name /*text*/) const
+    {
+        const Id attribute(H5Aopen(group, name.c_str(), H5P_DEFAULT));
+        const Id type(H5Aget_type(attribute));
+        std::string text(H5Tget_size(type), '\0');
+        if (H5Tget_class(type) == H5T_STRING && H5Tis_variable_str(type) == 0 && H5Tget_cset(type) >= 0)
+        {
+            H5Aread(attribute, type, text.data());
+        }
+    }
+    void operator()(const H5::Group& group, Name name, Name /*text*/) const
+    {
+        const H5::Attribute attribute = group.openAttribute(name);
+        std::string text;
+        attribute.read(attribute.getStrType(), text);
+    }
+};
 
 herr_t CopyName(hid_t /*object*/, const char* name, const H5A_info_t* /*info*/, void* names)
 {
@@ -133,46 +105,56 @@ herr_t CopyName(hid_t /*object*/, const char* name, const H5A_info_t* /*info*/, 
     return 0;
 }
 
-void ListPlainly(hid_t group)
+struct List
 {
-    std::vector<std::string> names;
-    H5Aiterate2(group, H5_INDEX_CRT_ORDER, H5_ITER_INC, nullptr, &CopyName, &names);
-}
-
-void ListByCpp(const H5::Group& group)
-{
-    std::vector<std::string> names;
-    const int count = group.getNumAttrs();
-    for (int i = 0; i < count; ++i)
+    template <typename Objects>
+    void operator()(Objects& objects, std::size_t /*count*/) const
     {
-        names.push_back(group.openAttribute(static_cast<unsigned int>(i)).getName());
+        for (const auto& object : objects)
+        {
+            std::vector<std::string> names;
+            ListNames(object, names);
+        }
     }
-}
 
-// Opens `objects` groups of a file, and makes those that aren't there.
-struct OpenObjects
+    static void ListNames(const Group& group, std::vector<std::string>& /*names*/) { group->ListAttrs(); }
+    static void ListNames(hid_t group, std::vector<std::string>& names)
+    {
+        H5Aiterate2(group, H5_INDEX_CRT_ORDER, H5_ITER_INC, nullptr, &CopyName, &names);
+    }
+    static void ListNames(const H5::Group& group, std::vector<std::string>& names)
+    {
+        const int count = group.getNumAttrs();
+        for (int i = 0; i < count; ++i)
+        {
+            names.push_back(group.openAttribute(static_cast<unsigned int>(i)).getName());
+        }
+    }
+};
+
+// Opens the groups on which the attributes are spread, and makes those that aren't there.
+struct Objects
 {
-    std::size_t attributesOfEach; // 0: one object has all
+    std::size_t attributesOfEach; ///< 0: one object has all.
 
     const std::vector<std::string>& NamesFor(std::size_t count) const
     {
-        return bench::Names("object", attributesOfEach == 0 ? 1 : count / attributesOfEach);
+        return Names("object", attributesOfEach == 0 ? 1 : count / attributesOfEach);
     }
 
-    Groups operator()(IFile& file, std::size_t count) const
+    std::vector<Group> operator()(IFile& file, std::size_t count) const
     {
-        Groups groups;
-        for (const std::string& name : NamesFor(count))
+        std::vector<Group> groups;
+        for (Name name : NamesFor(count))
         {
             groups.push_back(file.GetRoot()->CreateGroup(name));
         }
         return groups;
     }
-
-    PlainGroups operator()(hid_t file, std::size_t count) const
+    std::deque<Id> operator()(hid_t file, std::size_t count) const
     {
-        PlainGroups groups;
-        for (const std::string& name : NamesFor(count))
+        std::deque<Id> groups;
+        for (Name name : NamesFor(count))
         {
             const bool isThere = H5Lexists(file, name.c_str(), H5P_DEFAULT) > 0;
             groups.emplace_back(isThere ? H5Gopen2(file, name.c_str(), H5P_DEFAULT)
@@ -180,38 +162,43 @@ struct OpenObjects
         }
         return groups;
     }
-
-    CppGroups operator()(H5::H5File& file, std::size_t count) const
+    std::vector<H5::Group> operator()(H5::H5File& file, std::size_t count) const
     {
-        const PlainGroups groups = (*this)(file.getId(), count);
-        return CppGroups(groups.begin(), groups.end());
+        const std::deque<Id> groups = (*this)(file.getId(), count);
+        return {groups.begin(), groups.end()};
     }
 };
 
-void AddRows(bench::Rows& rows, const std::string& word, std::size_t attributesOfEach,
-             const std::vector<std::size_t>& counts)
+const std::vector<Reason> kEachByItself = {{"*", "each call opens and closes the attribute and tests its type"}};
+const std::vector<Reason> kAllNames = {
+    {"pytables", "PyTables reads all names when it opens a group, outside of what is measured"},
+    {"*", "each call opens and closes the attribute and tests its type"}};
+const std::vector<Reason> kReplaced = {
+    {"*", "an attribute is replaced, so it is asked for first, and each call makes its own space and type where the "
+          "program makes one for all"}};
+
+void AddRows(Rows& rows, Name word, std::size_t attributesOfEach, const std::vector<std::size_t>& counts)
 {
-    const OpenObjects open = {attributesOfEach};
-    const auto make = [=](const std::string& path, std::size_t count)
-    {
-        ForEachAttribute(Set)(open(*IFile::Open(path, "w", 0), count), count);
-    };
-    const bench::Place fresh = {"attributes"};
-    const bench::Place there = {"attributes-" + std::to_string(attributesOfEach), "r+", make};
-    const auto list = [](const boost::shared_ptr<IGroup>& group)
-    {
-        group->ListAttrs();
-    };
-    const auto add = [&](const std::string& work, const bench::Place& place, double target, auto... sides)
-    {
-        rows.push_back(bench::On({"attributes/" + work, "attributes", counts, target}, place, open, sides...));
-    };
-    add("get texts of " + word, there, 1.10, ForEachAttribute(Get), ForEachAttribute(GetPlainly),
-        ForEachAttribute(GetByCpp));
-    add("list names of " + word, there, 1.10, ForEachGroup(list), ForEachGroup(ListPlainly), ForEachGroup(ListByCpp));
-    add("set texts on " + word, fresh, 1.10, ForEachAttribute(Set), SetAllPlainly, ForEachAttribute(SetByCpp));
-    add("set texts on " + word + ", beside a space and a type for each", fresh, 0, ForEachAttribute(Set),
-        ForEachAttribute(SetPlainlyAlone));
+    const Objects open = {attributesOfEach};
+    const Place fresh = {"attributes"};
+    const Place there = {"attributes-" + std::to_string(attributesOfEach), "r+",
+                         [=](Name path, std::size_t count)
+                         {
+                             const auto file = IFile::Open(path, "w", 0);
+                             auto groups = open(*file, count);
+                             ForEachAttribute<SetByLibrary>{}(groups, count);
+                         }};
+    rows.push_back(On({"attributes/get texts of " + word, "attributes", counts, 1.10, kEachByItself}, there, open,
+                      ForEachAttribute<Get>{}));
+    rows.push_back(
+        On({"attributes/list names of " + word, "attributes", counts, 1.10, kAllNames}, there, open, List{}));
+    Row set = {"attributes/set texts on " + word, "attributes", counts, 1.10, kReplaced};
+    set.library = OnFile(fresh, LibraryFile, open, ForEachAttribute<SetByLibrary>{});
+    set.plain = OnFile(fresh, PlainFile, open, ForEachAttribute<SetPlainly>{});
+    set.cpp = OnFile(fresh, CppFile, open, ForEachAttribute<SetByCpp>{});
+    rows.push_back(set);
+    rows.push_back(Beside(set, "a space and a type for each", 0,
+                          OnFile(fresh, PlainFile, open, ForEachAttribute<SetEachPlainly>{})));
 }
 
 } // namespace

@@ -12,22 +12,15 @@ bool isCounting = false;
 std::ptrdiff_t inUse = 0;
 std::ptrdiff_t peak = 0;
 
-void* Count(void* block)
+// Counts a block that came (sign 1) or goes (sign -1).
+void* Count(void* block, int sign)
 {
     if (isCounting && block != nullptr)
     {
-        inUse += static_cast<std::ptrdiff_t>(malloc_usable_size(block));
+        inUse += sign * static_cast<std::ptrdiff_t>(malloc_usable_size(block));
         peak = std::max(peak, inUse);
     }
     return block;
-}
-
-void Discount(void* block)
-{
-    if (isCounting && block != nullptr)
-    {
-        inUse -= static_cast<std::ptrdiff_t>(malloc_usable_size(block));
-    }
 }
 
 } // namespace
@@ -41,26 +34,25 @@ extern "C"
 
     void* malloc(std::size_t size)
     {
-        return Count(__libc_malloc(size));
+        return Count(__libc_malloc(size), 1);
     }
 
     void* calloc(std::size_t count, std::size_t size)
     {
-        return Count(__libc_calloc(count, size));
+        return Count(__libc_calloc(count, size), 1);
     }
 
     void* realloc(void* block, std::size_t size)
     {
-        Discount(block);
+        Count(block, -1);
         void* moved = __libc_realloc(block, size);
-        Count(moved == nullptr && size != 0 ? block : moved);
+        Count(moved == nullptr && size != 0 ? block : moved, 1);
         return moved;
     }
 
     void free(void* block)
     {
-        Discount(block);
-        __libc_free(block);
+        __libc_free(Count(block, -1));
     }
 }
 

@@ -13,7 +13,7 @@ import numpy as np
 import tables
 
 warnings.filterwarnings("ignore")
-ROW = np.dtype([("time", "f8"), ("value", "f8"), ("error", "f8"), ("channel", "i4"), ("flags", "i4"), ("text", "S8")])
+READING = np.dtype([("time", "f8"), ("value", "f8"), ("error", "f8"), ("channel", "i4"), ("flags", "i4"), ("text", "S8")])
 MILLION = 1_000_000
 SMALL = np.arange(1, 9, dtype="f8")
 COLUMNS = 16
@@ -187,63 +187,110 @@ def small_arrays():
         lambda file, _: len(file.root._v_groups))
 
 
-def counts_of(size):
-    return np.random.default_rng(1).integers(0, 1024, size // 8).astype("f8")
+# The kinds of data of data_sets.cpp, as many elements of each.
+
+def counts(count):
+    return np.random.default_rng(1).integers(0, 1024, count).astype("f8")
 
 
-def readings_of(size):
-    rows = size // ROW.itemsize
-    data = np.zeros(rows, ROW)
-    data["time"] = np.arange(rows) / 100
-    data["value"] = counts_of(8 * rows)
-    data["text"] = np.char.add(b"row ", (np.arange(rows) % 1000).astype("S3"))
-    return data
+def walk(count):
+    return np.random.default_rng(1).integers(-8, 9, count, "i4").cumsum(dtype="i4")
 
 
-def data_sets(family, element, make_data, read_h5py, read_tables):
-    """Arrays or tables as each peer stores them by default: contiguously, or in chunks of its own choice where filtered."""
-    def store(deflate=0, chunk=0, elements=0):
-        filters, both_filters = filters_of(deflate)
+def sines(count):
+    i = np.arange(count)
+    return 3 * np.sin(i / 1000) + np.sin(i / 77) + np.sin(i / 13) / 10
 
-        def data_for(size):
-            return data_of(elements * make_data(ROW.itemsize * 8).itemsize if elements else size, make_data)
 
-        def by_h5py(file, size):
-            chunks = {"chunks": (chunk,)} if chunk else {}
-            file.create_dataset("data", data=data_for(size), **filters, **chunks)
+def noisy_counts(count):
+    noise = np.random.default_rng(1).normal(0, 8, count)
+    return np.clip(np.rint(2048 + 1500 * np.sin(np.arange(count) / 500) + noise), 0, 4095).astype("i2")
 
-        def by_tables(file, size):
-            data = data_for(size)
-            if family == "tables":
-                file.create_table("/", "data", obj=data, filters=both_filters, expectedrows=len(data),
-                                  **({"chunkshape": chunk} if chunk else {})).close()
-            elif deflate or chunk:
-                file.create_carray("/", "data", obj=data, filters=both_filters,
-                                   **({"chunkshape": (chunk,)} if chunk else {})).close()
-            else:
-                file.create_array("/", "data", obj=data).close()
-        return both(by_h5py, by_tables)
 
-    for deflate, word in (0, ""), (1, " with shuffle and deflate 1"), (6, " with shuffle and deflate 6"):
-        make = store(deflate)
-        row(f"{family}/write{word}", new, make["h5py"], make["PyTables"])
-        row(f"{family}/read{word}", stored(f"{family}-{deflate}", make, "data"), read_h5py, read_tables)
+def measurements(count):
+    random = np.random.default_rng(1)
+    columns = (1.7e9 + np.arange(count) / 100, sines(count), random.normal(0, 8, count), walk(count), noisy_counts(count),
+               random.choice([b"ok", b"ok", b"ok", b"low", b"high"], count))
+    return np.rec.fromarrays(columns, READING).view(np.ndarray)
 
-    def read_every(stride, times):
+
+def repeated_rows(count):
+    i = np.arange(count)
+    columns = (i / 100, counts(count), 0 * i, i % 16, 0 * i, np.char.add(b"row ", (i % 1000).astype("S3")))
+    return np.rec.fromarrays(columns, READING).view(np.ndarray)
+
+
+def make_data_set(kind, deflate=0, chunk=0, count=0):
+    """A data set as each peer makes it by default: contiguous, or in chunks of its own choice where filtered."""
+    filters, tables_filters = filters_of(deflate)
+
+    def data_for(size):
+        return data_of(count or size // kind(1).itemsize, kind)
+
+    def by_h5py(file, size):
+        file.create_dataset("data", data=data_for(size), chunks=(chunk,) if chunk else None, **filters)
+
+    def by_tables(file, size):
+        data = data_for(size)
+        if data.dtype.fields:
+            node = file.create_table("/", "data", obj=data, filters=tables_filters, expectedrows=len(data),
+                                     chunkshape=chunk or None)
+        elif deflate or chunk:
+            node = file.create_carray("/", "data", obj=data, filters=tables_filters, chunkshape=(chunk,) if chunk else None)
+        else:
+            node = file.create_array("/", "data", obj=data)
+        node.close()
+    return both(by_h5py, by_tables)
+
+
+def whole(family, word, kind, deflate=0):
+    """Writing and reading whole; arrays are read into memory that is there, which h5py and PyTables can't do for tables."""
+    def read_h5py(_, node, size):
+        node[:] if family == "tables" else node.read_direct(data_of(size // node.dtype.itemsize, kind))
+
+    def read_tables(_, node, size):
+        node.read() if family == "tables" else node.read(out=data_of(size // node.dtype.itemsize, kind))
+
+    make = make_data_set(kind, deflate)
+    row(f"{family}/write{word}", new, make["h5py"], make["PyTables"])
+    row(f"{family}/read{word}", stored(f"{family}{word}", make, "data"), read_h5py, read_tables)
+
+
+def parts(family, element, kind):
+    length = (16 << 20) // kind(1).itemsize
+
+    def add(work, read, **storage):
+        there = stored(f"{family}-{work}", make_data_set(kind, count=length, **storage), "data")
+        row(f"{family}/{work}", there, read, read)
+
+    def read_every(stride):
         def do(_, node, count):
-            for _ in range(times):
+            for _ in range(10):
                 node[0:count * stride:stride]
         return do
 
-    length = (16 << 20) // make_data(ROW.itemsize * 8).itemsize
-    strided = stored(f"{family}-strided", store(chunk=length, elements=length), "data")
-    row(f"{family}/read every n-th {element} of 16 MiB", strided, *2 * [lambda _, node, stride: node[::stride]])
-    row(f"{family}/read a run of {element}s", strided, *2 * [lambda _, node, size: node[0:length]])
-    row(f"{family}/read every 500th {element} of a contiguous data set, 10 times",
-        stored(f"{family}-few", store(elements=length), "data"), *2 * [read_every(500, 10)])
-    row(f"{family}/read every 20th {element} in chunks of 1,024, 10 times",
-        stored(f"{family}-chunks", store(chunk=1024, elements=length), "data"), *2 * [read_every(20, 10)])
-    return stored(f"{family}-0", store(), "data"), stored("million", store(elements=MILLION), "data", "r+")
+    add(f"read every n-th {element} of 16 MiB", lambda _, node, stride: node[::stride], chunk=length)
+    add(f"read a run of {element}s", lambda _, node, size: node[0:length], chunk=length)
+    add(f"read every 500th {element} of a contiguous data set, 10 times", read_every(500))
+    add(f"read every 20th {element} in chunks of 1,024, 10 times", read_every(20), chunk=1024)
+
+
+def data_sets():
+    whole("arrays", "", counts)
+    whole("tables", "", repeated_rows)
+    for deflate in 1, 6:
+        word = f" with shuffle and deflate {deflate}, "
+        for kind, name in ((walk, "random walk of ints"), (sines, "sines in doubles"), (counts, "counts in doubles"),
+                           (noisy_counts, "noisy 12-bit counts in shorts")):
+            whole("arrays", word + name, kind, deflate)
+        for kind, name in (measurements, "measurements"), (repeated_rows, "rows that repeat"):
+            whole("tables", word + name, kind, deflate)
+    parts("arrays", "element", counts)
+    parts("tables", "row", repeated_rows)
+    row("tables/read a column of texts", stored("tables", make_data_set(repeated_rows), "data"),
+        lambda _, node, size: [s.decode() for s in node["text"]], lambda _, node, size: [s.decode() for s in node.col("text")])
+    for word, pick in ("sorted", in_order), ("shuffled", shuffled), ("each four times", repeated):
+        selections(word, pick)
 
 
 def attributes(word, objects_for):
@@ -374,7 +421,12 @@ def opened_extensible_arrays():
         for_each_child(lambda file, name: (file.get_node("/" + name).dtype, file.get_node("/" + name).shape)))
 
 
-def selections(there, word, pick):
+def selections(word, pick):
+    there = stored("million", make_data_set(repeated_rows, count=MILLION), "data", "r+")
+
+    def buffer():
+        return data_of(MILLION, repeated_rows)
+
     def pick_h5py(_, node, count):
         # A mask is h5py's fastest way, and gives rows in ascending order and each once: numpy puts them in place.
         rows = data_of(count, pick)
@@ -383,22 +435,19 @@ def selections(there, word, pick):
         _, back = np.unique(rows, return_inverse=True)
         node[mask][back]
 
-    def scatter_h5py(_, node, count):
-        data_of(MILLION * ROW.itemsize, readings_of)[data_of(count, pick)] = node[100:100 + count]
-
-    def scatter_tables(_, node, count):
-        data_of(MILLION * ROW.itemsize, readings_of)[data_of(count, pick)] = node.read(100, 100 + count)
+    def scatter(_, node, count):
+        buffer()[data_of(count, pick)] = node[100:100 + count]
 
     def collect_h5py(_, node, count):
-        node[100:100 + count] = data_of(MILLION * ROW.itemsize, readings_of)[data_of(count, pick)]
+        node[100:100 + count] = buffer()[data_of(count, pick)]
 
     def collect_tables(_, node, count):
-        node.modify_rows(100, 100 + count, rows=data_of(MILLION * ROW.itemsize, readings_of)[data_of(count, pick)])
+        node.modify_rows(100, 100 + count, rows=buffer()[data_of(count, pick)])
         node.flush()
 
     row("tables/read selected rows of a million, " + word, there, pick_h5py,
         lambda _, node, count: node.read_coordinates(data_of(count, pick)))
-    row("tables/read a run to selected rows of a buffer, " + word, there, scatter_h5py, scatter_tables)
+    row("tables/read a run to selected rows of a buffer, " + word, there, scatter, scatter)
     row("tables/write selected rows of a buffer to a run, " + word, there, collect_h5py, collect_tables)
 
 
@@ -424,14 +473,7 @@ def main():
     files()
     groups()
     small_arrays()
-    data_sets("arrays", "element", counts_of, lambda _, node, size: node.read_direct(data_of(size, counts_of)),
-              lambda _, node, size: node.read(out=data_of(size, counts_of)))
-    whole, million = data_sets("tables", "row", readings_of, lambda _, node, size: node[:],
-                               lambda _, node, size: node.read())
-    row("tables/read a column of texts", whole, lambda _, node, size: [s.decode() for s in node["text"]],
-        lambda _, node, size: [s.decode() for s in node.col("text")])
-    for word, pick in ("sorted", in_order), ("shuffled", shuffled), ("each four times", repeated):
-        selections(million, word, pick)
+    data_sets()
     for word, (chunk_rows, deflate) in STORAGES.items():
         extensible_arrays(word, chunk_rows, deflate)
     opened_extensible_arrays()

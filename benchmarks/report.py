@@ -1,7 +1,12 @@
-"""Makes both pages and the pictures of a run: report.py RESULTS.json FOLDER."""
-import fnmatch
+"""Makes both pages and the pictures of a run: report.py RESULTS.json FOLDER.
+
+The templates benchmarks.md.in and benchmarks-internal.md.in say what stands where: "@rows: columns@" is the table of some
+rows (ROWS below) with these columns (COLUMNS below), "@name@" is a text (TEXTS below).
+"""
 import json
 import math
+import re
+import statistics
 import sys
 from pathlib import Path
 
@@ -17,48 +22,48 @@ STYLES = {"library": ("#1f5fa8", "-", "o"), "plain": ("#555555", "--", "s"), "cp
           "h5py": ("#d97706", ":", "^"), "pytables": ("#15803d", "-.", "v")}
 LOST = 0.95  # Whoever takes less than this share of the library's time has won the row.
 MIB = 1 << 20
-HEAP_ALLOWANCE = MIB
 
 
 class Row:
-    """A row at one size: what the others take, as multiples of the library's time, and who is faster."""
+    """A row at one size: the seconds of each side's turns, and what the others take as multiples of the library's."""
 
     def __init__(self, entry):
         self.entry = entry
         self.name, _, size = entry["name"].split("/iterations")[0].rpartition("/")
         self.family, _, full = self.name.partition("/")
         self.work, _, self.beside = full.partition(", beside ")
-        self.size, self.unit = int(size), entry.get("label", "")
-        self.is_compared = "ratio" in entry
-        self.times = {other: entry[f"{other}_times"] for other in OTHERS if f"{other}_times" in entry}
+        self.size = int(size)
+        self.was_left_out = "error_occurred" in entry
+        self.unit, *reasons = entry.get("label", "").split("|")
+        self.reasons = [reason.split(": ", 1) for reason in reasons]
+        self.turns = {side: self.turns_of(side) for side in STYLES if f"{side}_s0" in entry}
+        self.seconds = {side: statistics.median(turns) for side, turns in self.turns.items()}
+        self.is_compared = {"library", "plain"} <= set(self.turns)
         self.target = entry.get("target", 0)
-        self.is_missed = bool(self.target) and round(entry["ratio"], 2) > self.target
-        self.winners = [other for other, times in self.times.items() if times < LOST]
+        if self.is_compared:
+            self.times = {other: statistics.median(self.ratios(other, "library")) for other in self.turns}
+            ratios = self.ratios("library", "plain")
+            quartiles = statistics.quantiles(ratios, n=4, method="inclusive") if len(ratios) > 1 else 3 * ratios
+            self.quarter, self.ratio, self.three_quarters = quartiles
+            self.pairs = len(ratios)
+            self.is_missed = bool(self.target) and round(self.ratio, 2) > self.target
+            self.winners = [other for other in self.turns if self.times[other] < LOST]
 
-    def __getattr__(self, key):
-        return self.entry[key]
+    def turns_of(self, side):
+        keys = [key for key in self.entry if re.fullmatch(side + r"_s\d+", key)]
+        return [self.entry[key] for key in sorted(keys, key=lambda key: int(key.rpartition("_s")[2]))]
 
-    def size_text(self):
-        if self.unit == "bytes":
-            return bytes_text(self.size)
-        return f"{self.unit} {self.size}" if self.unit.endswith("=") else f"{self.size:,} {self.unit}"
+    def ratios(self, one, other):
+        return [a / b for a, b in zip(self.turns[one], self.turns[other])]
 
-    def quartiles(self):
-        return f"{self.ratio_q1:.2f} to {self.ratio_q3:.2f}"
+    def heap(self, side):
+        return self.entry[f"{side}_heap"]
 
+    def file(self, side):
+        return self.entry[f"{side}_file"]
 
-def reasons():
-    """Who wins which row and why: lines "row | winner | reason" of reasons.txt, where rows and winners are patterns."""
-    lines = (HERE / "reasons.txt").read_text().splitlines()
-    return [tuple(part.strip() for part in line.split("|")) for line in lines if line and not line.startswith("#")]
-
-
-def reason_for(row, winner):
-    for pattern, who, reason in reasons():
-        names = (row.name, f"{row.name}/{row.size}")
-        if any(fnmatch.fnmatchcase(name, pattern) for name in names) and fnmatch.fnmatchcase(winner, who):
-            return reason
-    return None
+    def reason(self, winner):
+        return next((text for who, text in self.reasons if who in (winner, "*")), "not explained")
 
 
 def bytes_text(count):
@@ -75,46 +80,59 @@ def time_text(seconds):
     return f"{seconds * 1e9:.3g} ns"
 
 
+def size_text(row):
+    if row.unit == "bytes":
+        return bytes_text(row.size)
+    return f"{row.unit} {row.size}" if row.unit.endswith("=") else f"{row.size:,} {row.unit}"
+
+
 def times_text(row, other):
-    if other not in row.times:
+    if other not in row.turns:
         return ""
     times = row.times[other]
     text = f"{times:.2f}" if times < 9.995 else f"{times:,.0f}"
-    if other == "plain":
-        text += f" ({1 / row.ratio_q3:.2f} to {1 / row.ratio_q1:.2f})" if times < 9.995 else ""
+    if other == "plain" and times < 9.995:
+        text += f" ({1 / row.three_quarters:.2f} to {1 / row.quarter:.2f})"
     return f"**{text}**" if other in row.winners else text
+
+
+def verdict(row):
+    if not row.target:
+        return ""
+    return "**miss**" if row.is_missed else "made"
 
 
 COLUMNS = {
     "row": lambda row: row.name,
     "work": lambda row: row.work,
     "beside": lambda row: row.beside,
-    "size:": lambda row: row.size_text(),
-    "library:": lambda row: time_text(row.library_s),
-    "plain:": lambda row: time_text(row.plain_s),
-    "the other way:": lambda row: times_text(row, "plain"),
-    "ratio:": lambda row: f"{row.ratio:.3f}",
-    "quartiles:": lambda row: row.quartiles(),
-    "pairs:": lambda row: f"{row.pairs:.0f}",
-    "target:": lambda row: f"{row.target:.2f}" if row.target else "",
-    "verdict": lambda row: ("**miss**" if row.is_missed else "made") if row.target else "",
-    "reason": lambda row: reason_for(row, "plain") or "NO REASON GIVEN",
-    "heap of the library:": lambda row: bytes_text(row.library_heap),
-    "heap of plain HDF5:": lambda row: bytes_text(row.plain_heap),
-    "file of the library:": lambda row: bytes_text(row.library_file),
-    "file of plain HDF5:": lambda row: bytes_text(row.plain_file),
-    "ratio of files:": lambda row: f"{row.library_file / row.plain_file:.3f}",
-    **{f"{name}:": lambda row, other=other: times_text(row, other) for other, name in OTHERS.items()},
+    "size": size_text,
+    "library": lambda row: time_text(row.seconds["library"]),
+    "plain": lambda row: time_text(row.seconds["plain"]),
+    "the other way": lambda row: times_text(row, "plain"),
+    "ratio": lambda row: f"{row.ratio:.3f}",
+    "quartiles": lambda row: f"{row.quarter:.2f} to {row.three_quarters:.2f}",
+    "pairs": lambda row: str(row.pairs),
+    "target": lambda row: f"{row.target:.2f}" if row.target else "",
+    "verdict": verdict,
+    "reason": lambda row: row.reason("plain"),
+    "heap of the library": lambda row: bytes_text(row.heap("library")),
+    "heap of plain HDF5": lambda row: bytes_text(row.heap("plain")),
+    "file of the library": lambda row: bytes_text(row.file("library")),
+    "file of plain HDF5": lambda row: bytes_text(row.file("plain")),
+    "ratio of files": lambda row: f"{row.file('library') / row.file('plain'):.3f}",
+    "share of the data": lambda row: f"{row.file('library') / row.size:.3f}",
+    **{name: lambda row, other=other: times_text(row, other) for other, name in OTHERS.items()},
 }
+TO_THE_LEFT = {"row", "work", "beside", "sizes", "verdict", "reason"}
 
 
 def markdown(heads, lines):
-    """A table of Markdown: what stands in columns whose head ends with ":" goes to the right."""
-    cells = [[head.rstrip(":") for head in heads], ["---:" if head.endswith(":") else "---" for head in heads], *lines]
-    return "\n".join("| " + " | ".join(line) + " |" for line in cells) + "\n"
+    rules = ["---" if head in TO_THE_LEFT else "---:" for head in heads]
+    return "\n".join("| " + " | ".join(line) + " |" for line in [heads, rules, *lines]) + "\n"
 
 
-def table(rows, *heads):
+def table(rows, heads):
     return markdown(heads, [[COLUMNS[head](row) for head in heads] for row in rows]) if rows else ""
 
 
@@ -125,16 +143,22 @@ def grouped(rows, key):
     return groups
 
 
+def largest(rows):
+    """Each row at its largest size alone."""
+    return [max(sizes, key=lambda row: row.size) for sizes in grouped(rows, lambda row: row.name).values()]
+
+
+def at_several_sizes(rows):
+    """The rows of each name that is measured at three sizes or more."""
+    return [points for points in grouped(rows, lambda row: row.name).values() if len(points) > 2]
+
+
 def lost_lines(rows):
     """Why rows are lost: a line for each reason."""
     lost = {}
     for row in rows:
         for winner in row.winners:
-            who = row.beside if row.beside else OTHERS[winner]
-            works = lost.setdefault(reason_for(row, winner) or "NO REASON GIVEN", {})
-            works.setdefault(row.work, {})[who] = None
-    if lost:
-        yield "Where another is faster:\n"
+            lost.setdefault(row.reason(winner), {}).setdefault(row.work, {})[row.beside or OTHERS[winner]] = None
     for reason, works in lost.items():
         texts = [f"**{work}** ({', '.join(winners)})" for work, winners in works.items()]
         yield f"- {', '.join(texts)}: {reason}."
@@ -142,50 +166,27 @@ def lost_lines(rows):
 
 def family_section(family, rows):
     main = [row for row in rows if not row.beside]
-    beside = [row for row in rows if row.beside]
-    others = [other for other in OTHERS if any(other in row.times for row in main)]
+    others = [name for other, name in OTHERS.items() if any(other in row.turns for row in main)]
+    lost = list(lost_lines(rows))
     yield f"## {family.capitalize()}\n"
-    if drawn_works(main):
+    if at_several_sizes(main):
         yield f"![{family.capitalize()}: time over size](images/{picture_name(family)})\n"
-    yield table(main, "work", "size:", "library:", *(f"{OTHERS[other]}:" for other in others))
-    yield table(beside, "work", "beside", "size:", "library:", "the other way:")
-    yield from lost_lines(rows)
-    yield ""
+    yield table(main, ["work", "size", "library", *others])
+    yield table([row for row in rows if row.beside], ["work", "beside", "size", "library", "the other way"])
+    if lost:
+        yield "\n".join(["Where another is faster:\n", *lost]) + "\n"
 
 
-def drawn_works(rows):
-    """The rows of each work that is measured at several sizes."""
-    return [points for points in grouped(rows, lambda row: row.work).values() if len(points) > 2]
-
-
-def largest(rows):
-    """Each row at its largest size alone."""
-    return [max(sizes, key=lambda row: row.size) for sizes in grouped(rows, lambda row: row.name).values()]
-
-
-def memory_table(rows):
-    shown = [row for row in rows if abs(row.library_heap - row.plain_heap) > max(row.plain_heap / 10, 65536)]
-    return table(largest(shown), "row", "size:", "heap of the library:", "heap of plain HDF5:")
-
-
-def file_table(rows):
-    shown = [row for row in rows if row.plain_file > 65536 and abs(row.library_file / row.plain_file - 1) > 0.005]
-    return table(shown, "row", "size:", "file of the library:", "file of plain HDF5:", "ratio of files:")
-
-
-def exponent(points):
-    """The slope of time over size, log-log, by least squares."""
-    xs, ys = [math.log(x) for x, _ in points], [math.log(y) for _, y in points]
-    x, y = sum(xs) / len(xs), sum(ys) / len(ys)
-    return sum((a - x) * (b - y) for a, b in zip(xs, ys)) / sum((a - x) ** 2 for a in xs)
+def exponent(points, side):
+    """The slope of time over size, log-log."""
+    sizes = [math.log(point.size) for point in points]
+    return f"{statistics.linear_regression(sizes, [math.log(point.seconds[side]) for point in points]).slope:.2f}"
 
 
 def growth_table(rows):
-    series = {name: points for name, points in grouped(rows, lambda row: row.name).items() if len(points) > 2}
-    return markdown(["row", "sizes", "library:", "plain HDF5:"],
-                    [[name, f"{points[0].size_text()} to {points[-1].size_text()}",
-                      *(f"{exponent([(p.size, p.entry[s]) for p in points]):.2f}" for s in ("library_s", "plain_s"))]
-                     for name, points in series.items()])
+    lines = [[points[0].name, f"{size_text(points[0])} to {size_text(points[-1])}", exponent(points, "library"),
+              exponent(points, "plain")] for points in at_several_sizes(rows)]
+    return markdown(["row", "sizes", "library", "plain HDF5"], lines)
 
 
 def picture_name(family):
@@ -199,13 +200,14 @@ def save(figure, path):
     Image.open(path).convert("RGB").quantize(64, method=Image.Quantize.MAXCOVERAGE).save(path, optimize=True)
 
 
-def draw_overview(rows, folder):
+def draw_overview(rows, path):
     """All rows at their largest size, on one scale."""
     points = largest(rows)
     figure, axes = plt.subplots(figsize=(9, 0.19 * len(points) + 1.2))
     for other, label in OTHERS.items():
-        shown = [(row.times[other], place) for place, row in enumerate(points) if other in row.times]
-        axes.plot(*zip(*shown), STYLES[other][2], color=STYLES[other][0], markersize=4, label=label)
+        shown = [(row.times[other], place) for place, row in enumerate(points) if other in row.turns]
+        if shown:
+            axes.plot(*zip(*shown), STYLES[other][2], color=STYLES[other][0], markersize=4, label=label)
     axes.axvline(1, color=STYLES["library"][0], linewidth=1, label="the library")
     axes.set_xscale("log")
     axes.xaxis.set_major_formatter("{x:g}")
@@ -215,84 +217,98 @@ def draw_overview(rows, folder):
     axes.grid(axis="x", color="#dddddd", linewidth=0.5)
     axes.legend(fontsize=7, loc="upper center", bbox_to_anchor=(0.3, 1 + 2 / len(points)), ncol=5, frameon=False)
     figure.tight_layout()
-    save(figure, folder / "bench-overview.png")
+    save(figure, path)
 
 
-def draw_family(family, rows, folder):
-    works = drawn_works(rows)
+def draw_panel(panel, points):
+    for side, (color, style, marker) in STYLES.items():
+        line = [(point.size, point.seconds[side]) for point in points if side in point.turns]
+        if line:
+            panel.loglog(*zip(*line), color=color, linestyle=style, marker=marker, markersize=3, linewidth=1,
+                         label=OTHERS.get(side, side))
+    panel.set_title(points[0].work, fontsize=7)
+    panel.tick_params(labelsize=6)
+    panel.xaxis.set_minor_formatter("")
+    panel.yaxis.set_minor_formatter("")
+    panel.set_xlabel(points[0].unit.rstrip(" ="), fontsize=6)
+    panel.set_ylabel("seconds", fontsize=6)
+
+
+def draw_family(rows, path):
+    """A panel for each work; none for a work of one size."""
+    works = at_several_sizes(rows)
     if not works:
         return
     columns = 3
     lines = math.ceil(len(works) / columns)
-    figure, panels = plt.subplots(lines, columns, figsize=(9.6, 1.8 * lines + 0.4), squeeze=False)
+    height = 1.8 * lines + 0.4
+    figure, panels = plt.subplots(lines, columns, figsize=(9.6, height), squeeze=False)
     for panel in panels.flat[len(works):]:
         panel.set_axis_off()
     for panel, points in zip(panels.flat, works):
-        for side, (color, style, marker) in STYLES.items():
-            line = [(p.size, p.library_s * (1 if side == "library" else p.times[side])) for p in points
-                    if side == "library" or side in p.times]
-            if line:
-                panel.loglog(*zip(*line), color=color, linestyle=style, marker=marker, markersize=3, linewidth=1,
-                             label=OTHERS.get(side, side))
-        panel.set_title(points[0].work, fontsize=7)
-        panel.tick_params(labelsize=6)
-        panel.xaxis.set_minor_formatter("")
-        panel.yaxis.set_minor_formatter("")
-        panel.set_xlabel(points[0].unit.rstrip(" ="), fontsize=6)
-        panel.set_ylabel("seconds", fontsize=6)
+        draw_panel(panel, points)
     handles = {label: handle for panel in panels.flat for handle, label in zip(*panel.get_legend_handles_labels())}
     figure.legend(handles.values(), handles.keys(), loc="lower center", ncol=5, fontsize=7, frameon=False)
-    figure.tight_layout(rect=(0, 0.3 / (1.8 * lines + 0.4), 1, 1))
-    save(figure, folder / picture_name(family))
+    figure.tight_layout(rect=(0, 0.3 / height, 1, 1))
+    save(figure, path)
 
 
-def processor():
-    names = [line.partition(":")[2].strip() for line in Path("/proc/cpuinfo").read_text().splitlines()
-             if line.startswith("model name")]
-    return f"{len(names)} processors {names[0] if names else ''}"
+def machine(context):
+    names = re.findall(r"^model name\s*: (.*)$", Path("/proc/cpuinfo").read_text(), re.MULTILINE) or [""]
+    hdf5 = context["hdf5"].replace(" library version:", "")
+    return f"{len(names)} processors {names[0]}, {hdf5}, gcc {context['compiler']}"
 
 
-def fill(template, folder, values):
-    text = (HERE / f"{template}.in").read_text()
-    for key, value in values.items():
-        text = text.replace(f"@{key}@", value.rstrip())
-    (folder / template).write_text(text)
+def differs_in_heap(row):
+    return abs(row.heap("library") - row.heap("plain")) > max(row.heap("plain") / 10, 65536)
+
+
+def differs_in_file(row):
+    return row.file("plain") > 65536 and abs(row.file("library") / row.file("plain") - 1) > 0.005
 
 
 def main():
     run = json.loads(Path(sys.argv[1]).read_text())
     folder = Path(sys.argv[2])
-    entries = [entry for entry in run["benchmarks"] if not entry.get("error_occurred")]
-    left_out = [entry["name"].split("/iterations")[0] for entry in run["benchmarks"] if entry.get("error_occurred")]
-    everything = [Row(entry) for entry in entries]
+    everything = [Row(entry) for entry in run["benchmarks"]]
     rows = [row for row in everything if row.is_compared]
-    alone = [row for row in everything if not row.is_compared]
-    main_rows = [row for row in rows if not row.beside]
-    draw_overview(main_rows, folder / "images")
     families = grouped(rows, lambda row: row.family)
-    for family in families:
-        draw_family(family, [row for row in main_rows if row.family == family], folder / "images")
-    with_target = [row for row in rows if row.target]
     missed = [row for row in rows if row.is_missed]
-    machine = f"{processor()}, {run['context']['hdf5'].replace(' library version:', '')}, gcc {run['context']['compiler']}"
-    fill("benchmarks.md", folder, {
-        "MACHINE": machine, "MEMORY": memory_table(rows), "FILES": file_table(rows),
-        "SECTIONS": "\n".join(line for family, its in families.items() for line in family_section(family, its))})
-    fill("benchmarks-internal.md", folder, {
-        "MACHINE": machine, "MADE": str(len(with_target) - len(missed)), "TARGETS": str(len(with_target)),
-        "MISSED": table(missed, "row", "size:", "ratio:", "target:", "reason"),
-        "HEAP": table([row for row in rows if row.library_heap > row.plain_heap + HEAP_ALLOWANCE], "row", "size:",
-                      "heap of the library:", "heap of plain HDF5:"),
-        "ROWS": table(rows, "row", "size:", "plain:", "library:", "ratio:", "quartiles:", "pairs:", "target:", "verdict"),
-        "GROWTH": growth_table(rows), "LEFT_OUT": "\n".join(f"- {name}" for name in left_out) or "None.",
-        "ALONE": table(alone, "row", "size:", "plain:")})
-    print(f"{len(with_target) - len(missed)} of {len(with_target)} targets made")
+    targets = [row for row in rows if row.target]
+    selections = {
+        "rows": rows,
+        "missed": missed,
+        "plain alone": [row for row in everything if not row.is_compared and not row.was_left_out],
+        "more heap": [row for row in rows if row.heap("library") > row.heap("plain") + MIB],
+        "other heap": largest([row for row in rows if differs_in_heap(row)]),
+        "compressed files": [row for row in rows if row.work.startswith("write with")],
+        "other files": [row for row in rows if differs_in_file(row) and not row.work.startswith("write with")],
+    }
+    left_out = [f"- {row.name}/{row.size}" for row in everything if row.was_left_out]
+    texts = {
+        "machine": machine(run["context"]),
+        "targets made": f"{len(targets) - len(missed)} of {len(targets)}",
+        "sections": "\n".join(line for family, its in families.items() for line in family_section(family, its)),
+        "growth": growth_table(rows),
+        "left out": "\n".join(left_out) or "None.",
+    }
+
+    def fill(place):
+        name, _, heads = place[1].partition(": ")
+        return (table(selections[name], heads.split(", ")) or "None." if heads else texts[name]).rstrip()
+
+    for template in HERE.glob("*.md.in"):
+        (folder / template.stem).write_text(re.sub("@(.+?)@", fill, template.read_text()))
+    draw_overview([row for row in rows if not row.beside], folder / "images" / "bench-overview.png")
+    for family, its in families.items():
+        draw_family([row for row in its if not row.beside], folder / "images" / picture_name(family))
+    print(f"{texts['targets made']} targets made")
     for row in missed:
-        print(f"missed: {row.name}, {row.size_text()}: {row.ratio:.3f} ({row.quartiles()}), target {row.target:.2f}")
+        print(f"missed: {row.name}, {size_text(row)}: {row.ratio:.3f}, target {row.target:.2f}: {row.reason('plain')}")
     for row in rows:
         for winner in row.winners:
-            if not reason_for(row, winner):
-                print(f"no reason given: {row.name} | {winner} | {row.size_text()}, {row.times[winner]:.2f}")
+            if row.reason(winner) == "not explained":
+                print(f"not explained: {row.name}, {size_text(row)}: {winner} takes {row.times[winner]:.2f}")
 
 
 if __name__ == "__main__":

@@ -1,8 +1,6 @@
 #include "Sides.h"
 
-using tarnwick::hdf::IFile;
-using tarnwick::hdf::IGroup;
-namespace TDataType = tarnwick::hdf::TDataType;
+using namespace bench;
 
 namespace
 {
@@ -16,61 +14,45 @@ struct TableRow
     int number;
 };
 
-const auto createArray = [](IGroup& root, const std::string& name)
+void CreateArray(IGroup& root, Name name)
 {
     root.CreateArrayFromBuffer(name, values, TDataType::Double, kLength, 1);
-};
+}
 
-const auto createTable = [](IGroup& root, const std::string& name)
+void CreateTable(IGroup& root, Name name)
 {
-    static const hid_t type = []
-    {
-        const hid_t compound = H5Tcreate(H5T_COMPOUND, sizeof(TableRow));
-        H5Tinsert(compound, "value", HOFFSET(TableRow, value), H5T_NATIVE_DOUBLE);
-        H5Tinsert(compound, "number", HOFFSET(TableRow, number), H5T_NATIVE_INT);
-        return compound;
-    }();
+    static const RowType<TableRow> type = {{"value", &TableRow::value}, {"number", &TableRow::number}};
     TableRow row = {1.5, 2};
-    root.CreateTableFromBuffer(name, &row, 1, type, 0, -1, 0);
-};
-
-// A file with so many children.
-template <typename Create>
-bench::Place WithChildren(const std::string& name, Create create)
-{
-    const auto make = [=](const std::string& path, std::size_t count)
-    {
-        bench::ForEachName(create)(*IFile::Open(path, "w", 0)->GetRoot(), count);
-    };
-    return {name, "r", make};
+    root.CreateTableFromBuffer(name, &row, 1, type.Id(), 0, -1, 0);
 }
 
 // A space and a creation list serve all arrays.
-void CreatePlainArrays(hid_t group, std::size_t count)
+struct CreateArrays
 {
-    const bench::Id space(H5Screate_simple(1, &kLength, nullptr));
-    const bench::Id list(H5Pcreate(H5P_DATASET_CREATE));
-    H5Pset_chunk(list, 1, &kLength);
-    const auto create = [&](hid_t parent, const std::string& name)
+    void operator()(IGroup& root, std::size_t count) const { ForEachName(CreateArray)(root, count); }
+    void operator()(hid_t root, std::size_t count) const
     {
-        const bench::Id set(H5Dcreate2(parent, name.c_str(), H5T_NATIVE_DOUBLE, space, H5P_DEFAULT, list, H5P_DEFAULT));
-        H5Dwrite(set, H5T_NATIVE_DOUBLE, H5S_ALL, H5S_ALL, H5P_DEFAULT, values);
-    };
-    bench::ForEachName(create)(group, count);
-}
-
-void CreateArraysByCpp(const H5::Group& group, std::size_t count)
-{
-    const H5::DataSpace space(1, &kLength);
-    H5::DSetCreatPropList list;
-    list.setChunk(1, &kLength);
-    const auto create = [&](const H5::Group& parent, const std::string& name)
+        const Id space(H5Screate_simple(1, &kLength, nullptr));
+        const Id list(H5Pcreate(H5P_DATASET_CREATE));
+        H5Pset_chunk(list, 1, &kLength);
+        for (Name name : Names("child", count))
+        {
+            const Id set(H5Dcreate2(root, name.c_str(), H5T_NATIVE_DOUBLE, space, H5P_DEFAULT, list, H5P_DEFAULT));
+            H5Dwrite(set, H5T_NATIVE_DOUBLE, H5S_ALL, H5S_ALL, H5P_DEFAULT, values);
+        }
+    }
+    void operator()(const H5::Group& root, std::size_t count) const
     {
-        const H5::DataSet set = parent.createDataSet(name, H5::PredType::NATIVE_DOUBLE, space, list);
-        set.write(values, H5::PredType::NATIVE_DOUBLE);
-    };
-    bench::ForEachName(create)(group, count);
-}
+        const H5::DataSpace space(1, &kLength);
+        H5::DSetCreatPropList list;
+        list.setChunk(1, &kLength);
+        for (Name name : Names("child", count))
+        {
+            const H5::DataSet set = root.createDataSet(name, H5::PredType::NATIVE_DOUBLE, space, list);
+            set.write(values, H5::PredType::NATIVE_DOUBLE);
+        }
+    }
+};
 
 void AskNumberType(hid_t type)
 {
@@ -87,21 +69,20 @@ void AskColumns(hid_t compound)
     const int members = H5Tget_nmembers(compound);
     for (int i = 0; i < members; ++i)
     {
-        const bench::Id member(H5Tget_member_type(compound, static_cast<unsigned int>(i)));
-        AskNumberType(member);
+        AskNumberType(Id(H5Tget_member_type(compound, static_cast<unsigned int>(i))));
     }
 }
 
-hsize_t AskLength(hid_t set)
+void AskLength(hid_t set)
 {
     hsize_t dimensions[2] = {0, 0};
     hsize_t maximum[2] = {0, 0};
-    const bench::Id space(H5Dget_space(set));
+    const Id space(H5Dget_space(set));
     if (H5Sget_simple_extent_ndims(space) <= 2)
     {
         H5Sget_simple_extent_dims(space, dimensions, maximum);
     }
-    return dimensions[0];
+    benchmark::DoNotOptimize(dimensions);
 }
 
 enum class Kind
@@ -114,7 +95,7 @@ enum class Kind
 // Asks an array or a table what a caller has to know of it before reading it; false for a data set of the other kind.
 bool AskTypeAndShape(hid_t set, Kind kind)
 {
-    const bench::Id type(H5Dget_type(set));
+    const Id type(H5Dget_type(set));
     if ((H5Tget_class(type) == H5T_COMPOUND) != (kind == Kind::Table))
     {
         return false;
@@ -127,22 +108,30 @@ bool AskTypeAndShape(hid_t set, Kind kind)
     {
         AskNumberType(type);
     }
-    benchmark::DoNotOptimize(AskLength(set));
+    AskLength(set);
     return true;
 }
 
-const auto openPlainArray = [](hid_t group, const std::string& name)
+struct OpenArray
 {
-    AskTypeAndShape(bench::Id(H5Dopen2(group, name.c_str(), H5P_DEFAULT)), Kind::Array);
+    void operator()(IGroup& root, Name name) const { root.GetArray(name)->GetLength(); }
+    void operator()(hid_t root, Name name) const
+    {
+        AskTypeAndShape(Id(H5Dopen2(root, name.c_str(), H5P_DEFAULT)), Kind::Array);
+    }
+    void operator()(const H5::Group& root, Name name) const
+    {
+        const H5::DataSet set = root.openDataSet(name);
+        benchmark::DoNotOptimize(set.getDataType().getSize());
+        hsize_t dimensions[2] = {0, 0};
+        set.getSpace().getSimpleExtentDims(dimensions);
+    }
 };
 
-const auto openArrayByCpp = [](const H5::Group& group, const std::string& name)
+struct IsExtensible : OpenArray
 {
-    const H5::DataSet set = group.openDataSet(name);
-    const H5::DataType type = set.getDataType();
-    benchmark::DoNotOptimize(type.getSize());
-    hsize_t dimensions[2] = {0, 0};
-    set.getSpace().getSimpleExtentDims(dimensions);
+    using OpenArray::operator();
+    void operator()(IGroup& root, Name name) const { root.HasExtensibleArray2D(name); }
 };
 
 H5O_type_t TypeOfChild(hid_t group, const char* name)
@@ -152,14 +141,17 @@ H5O_type_t TypeOfChild(hid_t group, const char* name)
     return info.type;
 }
 
-const auto hasPlainArray = [](hid_t group, const std::string& name)
+struct HasArray
 {
-    return H5Lexists(group, name.c_str(), H5P_DEFAULT) > 0 && TypeOfChild(group, name.c_str()) == H5O_TYPE_DATASET;
-};
-
-const auto hasArrayByCpp = [](const H5::Group& group, const std::string& name)
-{
-    return group.nameExists(name) && group.childObjType(name) == H5O_TYPE_DATASET;
+    void operator()(IGroup& root, Name name) const { root.HasArray(name); }
+    bool operator()(hid_t root, Name name) const
+    {
+        return H5Lexists(root, name.c_str(), H5P_DEFAULT) > 0 && TypeOfChild(root, name.c_str()) == H5O_TYPE_DATASET;
+    }
+    bool operator()(const H5::Group& root, Name name) const
+    {
+        return root.nameExists(name) && root.childObjType(name) == H5O_TYPE_DATASET;
+    }
 };
 
 struct PlainListing
@@ -168,60 +160,75 @@ struct PlainListing
     std::vector<hid_t> ids = {};
 };
 
+bool IsOfKind(hid_t object, Kind kind)
+{
+    const H5I_type_t type = H5Iget_type(object);
+    return kind == Kind::Group ? type == H5I_GROUP : type == H5I_DATASET && AskTypeAndShape(object, kind);
+}
+
 herr_t OpenChild(hid_t group, const char* name, const H5L_info_t* info, void* data)
 {
     auto& listing = *static_cast<PlainListing*>(data);
-    if (info->type != H5L_TYPE_HARD)
+    if (info->type == H5L_TYPE_HARD)
     {
-        return 0;
-    }
-    const hid_t object = H5Oopen(group, name, H5P_DEFAULT);
-    const H5I_type_t type = H5Iget_type(object);
-    const bool isWanted =
-        listing.kind == Kind::Group ? type == H5I_GROUP : type == H5I_DATASET && AskTypeAndShape(object, listing.kind);
-    if (isWanted)
-    {
-        listing.ids.push_back(object);
-    }
-    else
-    {
-        H5Oclose(object);
+        const hid_t object = H5Oopen(group, name, H5P_DEFAULT);
+        if (IsOfKind(object, listing.kind))
+        {
+            listing.ids.push_back(object);
+        }
+        else
+        {
+            H5Oclose(object);
+        }
     }
     return 0;
 }
 
 // Opens all children of a kind, in the order of names, and asks data sets for type and shape.
-auto ListPlain(Kind kind)
+struct List
 {
-    return [=](hid_t group, std::size_t /*count*/)
+    Kind kind;
+
+    void operator()(const IGroup& root, std::size_t /*count*/) const
+    {
+        switch (kind)
+        {
+        case Kind::Array:
+            root.ListArrays();
+            break;
+        case Kind::Table:
+            root.ListTables();
+            break;
+        case Kind::Group:
+            root.ListGroups();
+            break;
+        }
+    }
+    void operator()(hid_t root, std::size_t /*count*/) const
     {
         PlainListing listing = {kind};
-        H5Literate(group, H5_INDEX_NAME, H5_ITER_INC, nullptr, &OpenChild, &listing);
+        H5Literate(root, H5_INDEX_NAME, H5_ITER_INC, nullptr, &OpenChild, &listing);
         for (const hid_t id : listing.ids)
         {
             H5Oclose(id);
         }
-    };
-}
-
-auto ListByCpp(Kind kind)
-{
-    return [=](const H5::Group& group, std::size_t /*count*/)
+    }
+    void operator()(const H5::Group& root, std::size_t /*count*/) const
     {
         std::vector<H5::Group> groups;
         std::vector<H5::DataSet> sets;
-        const hsize_t children = group.getNumObjs();
+        const hsize_t children = root.getNumObjs();
         for (hsize_t i = 0; i < children; ++i)
         {
-            const std::string name = group.getObjnameByIdx(i);
-            const H5O_type_t type = group.childObjType(name);
+            const std::string name = root.getObjnameByIdx(i);
+            const H5O_type_t type = root.childObjType(name);
             if (kind == Kind::Group && type == H5O_TYPE_GROUP)
             {
-                groups.push_back(group.openGroup(name));
+                groups.push_back(root.openGroup(name));
             }
             if (kind != Kind::Group && type == H5O_TYPE_DATASET)
             {
-                const H5::DataSet set = group.openDataSet(name);
+                const H5::DataSet set = root.openDataSet(name);
                 if ((set.getTypeClass() == H5T_COMPOUND) == (kind == Kind::Table))
                 {
                     benchmark::DoNotOptimize(set.getSpace().getSimpleExtentNpoints());
@@ -229,99 +236,96 @@ auto ListByCpp(Kind kind)
                 }
             }
         }
-    };
+    }
+};
+
+bool IsGroup(hid_t group, const char* name)
+{
+    return TypeOfChild(group, name) == H5O_TYPE_GROUP;
 }
 
+bool IsGroupWhenOpened(hid_t group, const char* name)
+{
+    return H5Iget_type(Id(H5Oopen(group, name, H5P_DEFAULT))) == H5I_GROUP;
+}
+
+template <bool (*IsCounted)(hid_t, const char*)>
 herr_t CountChild(hid_t group, const char* name, const H5L_info_t* info, void* count)
 {
-    if (info->type == H5L_TYPE_HARD && TypeOfChild(group, name) == H5O_TYPE_GROUP)
-    {
-        ++*static_cast<std::size_t*>(count);
-    }
+    const bool isCounted = info->type == H5L_TYPE_HARD && IsCounted(group, name);
+    *static_cast<std::size_t*>(count) += isCounted ? 1 : 0;
     return 0;
 }
 
-herr_t CountOpenedChild(hid_t group, const char* name, const H5L_info_t* info, void* count)
+struct CountGroups
 {
-    if (info->type == H5L_TYPE_HARD && H5Iget_type(bench::Id(H5Oopen(group, name, H5P_DEFAULT))) == H5I_GROUP)
-    {
-        ++*static_cast<std::size_t*>(count);
-    }
-    return 0;
-}
+    H5L_iterate_t countChild = &CountChild<IsGroup>;
 
-auto CountPlain(H5L_iterate_t countChild)
-{
-    return [=](hid_t group, std::size_t /*count*/)
+    void operator()(const IGroup& root, std::size_t /*count*/) const { root.GetNumberOfGroups(); }
+    void operator()(hid_t root, std::size_t /*count*/) const
     {
         std::size_t groups = 0;
-        H5Literate(group, H5_INDEX_NAME, H5_ITER_INC, nullptr, countChild, &groups);
+        H5Literate(root, H5_INDEX_NAME, H5_ITER_INC, nullptr, countChild, &groups);
         benchmark::DoNotOptimize(groups);
-    };
-}
-
-void CountByCpp(const H5::Group& group, std::size_t /*count*/)
-{
-    std::size_t groups = 0;
-    const hsize_t children = group.getNumObjs();
-    for (hsize_t i = 0; i < children; ++i)
-    {
-        groups += group.childObjType(i) == H5O_TYPE_GROUP ? 1 : 0;
     }
-    benchmark::DoNotOptimize(groups);
-}
+    void operator()(const H5::Group& root, std::size_t /*count*/) const
+    {
+        std::size_t groups = 0;
+        const hsize_t children = root.getNumObjs();
+        for (hsize_t i = 0; i < children; ++i)
+        {
+            groups += root.childObjType(i) == H5O_TYPE_GROUP ? 1 : 0;
+        }
+        benchmark::DoNotOptimize(groups);
+    }
+};
+
+const std::vector<Reason> kOwnList = {
+    {"*",
+     "a property list and a space are made for each array, where the program makes one for all; a list that is kept "
+     "keeps an id open"}};
+const std::vector<Reason> kOwnObject = {{"*", "each array becomes an object that stands for itself"}};
+const std::vector<Reason> kAsExtensible = {
+    {"*", "the array is opened as an extensible one, which is refused in words"}};
+const std::vector<Reason> kWalk = {
+    {"*", "a path is walked level by level, so that a missing level is an answer and not an error"}};
+const std::vector<Reason> kOwnObjects = {
+    {"*", "each child becomes an object that stands for itself, with the types of its columns for tables"}};
+const std::vector<Reason> kAllNames = {
+    {"pytables", "PyTables reads all names when it opens the file, outside of what is measured"}};
 
 } // namespace
 
 bench::Rows bench::SmallArrayRows()
 {
-    const std::vector<std::size_t> counts = {1000, 10000, 50000};
     const Place fresh = {"small", "w",
-                         [](const std::string& /*path*/, std::size_t count)
+                         [](Name /*path*/, std::size_t count)
                          {
                              Names("child", count);
                          }};
-    const Place arrays = WithChildren("small-arrays", createArray);
-    const Place tables = WithChildren("small-tables", createTable);
+    const Place arrays = MadeByLibrary("small-arrays", "r", ForEachName(CreateArray));
+    const Place tables = MadeByLibrary("small-tables", "r", ForEachName(CreateTable));
     const Place groups =
-        WithChildren("small-groups", [](IGroup& root, const std::string& name) { root.CreateGroup(name); });
-    Rows rows;
-    const auto add = [&](const std::string& work, const Place& place, double target, auto... sides)
+        MadeByLibrary("small-groups", "r", ForEachName([](IGroup& root, Name name) { root.CreateGroup(name); }));
+    const auto row = [](Name work, double target, const std::vector<Reason>& reasons, const Place& place, auto sides)
     {
-        rows.push_back(On({"small arrays/" + work, "children", counts, target}, place, Root{}, sides...));
+        return On({"small arrays/" + work, "children", {1000, 10000, 50000}, target, reasons}, place, Root{}, sides);
     };
-    const auto addHas = [&](const std::string& word, auto... sides)
-    {
-        add("ask whether arrays are there" + word, arrays, 1.15,
-            ForEachName([](IGroup& root, const std::string& name) { root.HasArray(name); }), sides...);
+    const Row has = row("ask whether arrays are there", 1.15, kWalk, arrays, ForEachName(HasArray{}));
+    const Row count = row("count groups", 1.15, kAllNames, groups, CountGroups{});
+    return {
+        row("create arrays of 8 doubles", 1.10, kOwnList, fresh, CreateArrays{}),
+        row("open arrays, ask for type and shape", 1.15, kOwnObject, arrays, ForEachName(OpenArray{})),
+        row("ask whether arrays are extensible", 1.15, kAsExtensible, arrays, ForEachName(IsExtensible{})),
+        has,
+        Beside(has, "opening them", 1.15, OnFile(arrays, PlainFile, Root{}, ForEachName(OpenArray{}))),
+        row("list arrays", 1.15, kOwnObjects, arrays, List{Kind::Array}),
+        row("list tables", 1.15, kOwnObjects, tables, List{Kind::Table}),
+        row("list no arrays among tables", 1.15, kOwnObjects, tables, List{Kind::Array}),
+        row("list no tables among arrays", 1.15, kOwnObjects, arrays, List{Kind::Table}),
+        row("list groups", 1.15, kOwnObjects, groups, List{Kind::Group}),
+        count,
+        Beside(count, "opening them", 1.15,
+               OnFile(groups, PlainFile, Root{}, CountGroups{&CountChild<IsGroupWhenOpened>})),
     };
-    const auto addListing = [&](const std::string& work, const Place& place, Kind kind, auto library)
-    {
-        add(
-            "list " + work, place, 1.15, [=](const IGroup& root, std::size_t /*count*/) { library(root); },
-            ListPlain(kind), ListByCpp(kind));
-    };
-    const auto addCount = [&](const std::string& word, auto... sides)
-    {
-        add(
-            "count groups" + word, groups, 1.15,
-            [](const IGroup& root, std::size_t /*count*/) { root.GetNumberOfGroups(); }, sides...);
-    };
-    add("create arrays of 8 doubles", fresh, 1.10, ForEachName(createArray), CreatePlainArrays, CreateArraysByCpp);
-    add("open arrays, ask for type and shape", arrays, 1.15,
-        ForEachName([](IGroup& root, const std::string& name) { root.GetArray(name)->GetLength(); }),
-        ForEachName(openPlainArray), ForEachName(openArrayByCpp));
-    add("ask whether arrays are extensible", arrays, 1.15,
-        ForEachName([](IGroup& root, const std::string& name) { root.HasExtensibleArray2D(name); }),
-        ForEachName(openPlainArray), ForEachName(openArrayByCpp));
-    addHas("", ForEachName(hasPlainArray), ForEachName(hasArrayByCpp));
-    addHas(", beside opening them", ForEachName(openPlainArray));
-    addListing("arrays", arrays, Kind::Array, [](const IGroup& root) { root.ListArrays(); });
-    addListing("tables", tables, Kind::Table, [](const IGroup& root) { root.ListTables(); });
-    addListing("no arrays among tables", tables, Kind::Array, [](const IGroup& root) { root.ListArrays(); });
-    addListing("no tables among arrays", arrays, Kind::Table, [](const IGroup& root) { root.ListTables(); });
-    addListing("groups", groups, Kind::Group, [](const IGroup& root) { root.ListGroups(); });
-    addCount("", CountPlain(CountChild), CountByCpp);
-    addCount(", beside opening them", CountPlain(CountOpenedChild));
-    return rows;
 }
