@@ -1,11 +1,13 @@
 #include <tarnwickhdf/IExtensibleArray2D.h>
 #include <tarnwickhdf/IFile.h>
 #include <tarnwickhdf/internal/CheckResult.h>
+#include <tarnwickhdf/internal/ChunkCache.h>
 #include <tarnwickhdf/internal/DataTypeLookup.h>
 #include <tarnwickhdf/internal/ObjectLookup.h>
 #include <tarnwickhdf/internal/PassToNode.h>
 #include <tarnwickhdf/internal/Refusal.h>
 #include <tarnwickhdf/internal/ScopedId.h>
+#include <tarnwickhdf/internal/StorageLayout.h>
 
 #include <algorithm>
 #include <cstdint>
@@ -101,83 +103,6 @@ ScopedSpace ExtendBy(hsize_t count, hid_t dataSet, int growing, hsize_t otherDim
     return space;
 }
 
-constexpr std::uint64_t kDefaultCacheBytes = std::uint64_t{1} << 20U;
-constexpr std::uint64_t kLargestCacheBytes = std::uint64_t{64} << 20U;
-
-constexpr std::uint64_t kLargestCacheForColumns = std::uint64_t{16} << 20U;
-constexpr hsize_t kCacheSlots = 521;
-
-struct Chunking
-{
-    hsize_t chunk[kRank];
-    hsize_t rows;
-    hsize_t columns;
-    size_t elementSize;
-    bool filtered;
-};
-
-hsize_t ChunksAlong(hsize_t size, hsize_t chunk)
-{
-    const hsize_t step = std::max<hsize_t>(chunk, 1);
-    return std::max<hsize_t>((size + step - 1) / step, 1);
-}
-
-// How much the chunk cache must hold for a row not to be taken apart and put together again by every access: the chunks
-// that a row goes through. HDF5's default serves small chunks; large ones are kept up to a limit, so that a handle
-// never costs more than that, but a single chunk with filters always, which HDF5 has to hold whole in memory anyway.
-std::uint64_t CacheBytesForRows(const Chunking& chunking, std::uint64_t chunkBytes)
-{
-    if (chunkBytes <= kLargestCacheBytes)
-    {
-        return std::min<std::uint64_t>(chunkBytes * ChunksAlong(chunking.columns, chunking.chunk[kColumns]),
-                                       kLargestCacheBytes);
-    }
-    return chunking.filtered ? chunkBytes : kDefaultCacheBytes;
-}
-
-// The same for a column, up to a lower limit, because a column goes through the whole length of the data. More chunks
-// than the cache has slots for would push each other out.
-std::uint64_t CacheBytesForColumns(const Chunking& chunking, std::uint64_t chunkBytes)
-{
-    const hsize_t chunks = ChunksAlong(chunking.rows, chunking.chunk[kRows]);
-    const bool fits = chunks <= kCacheSlots && chunkBytes <= kLargestCacheForColumns &&
-                      chunkBytes * chunks <= kLargestCacheForColumns;
-    return fits ? chunkBytes * chunks : 0;
-}
-
-std::uint64_t CacheBytesFor(const Chunking& chunking)
-{
-    const std::uint64_t chunkBytes = chunking.chunk[kRows] * chunking.chunk[kColumns] * chunking.elementSize;
-    const std::uint64_t bytes =
-        std::max(CacheBytesForRows(chunking, chunkBytes), CacheBytesForColumns(chunking, chunkBytes));
-    return std::max(bytes, kDefaultCacheBytes);
-}
-
-// The access list with a chunk cache of so many bytes; none where HDF5's default cache will do.
-ScopedPropertyList CreateAccessList(std::uint64_t cacheBytes)
-{
-    if (cacheBytes <= kDefaultCacheBytes)
-    {
-        return ScopedPropertyList(H5P_DEFAULT);
-    }
-    ScopedPropertyList list(H5Pcreate(H5P_DATASET_ACCESS));
-    H5Pset_chunk_cache(list.get(), kCacheSlots, cacheBytes, H5D_CHUNK_CACHE_W0_DEFAULT);
-    return list;
-}
-
-Chunking ChunkingOf(hid_t dataSet, TDataType::TDataType type, hsize_t rows, hsize_t columns)
-{
-    const ScopedPropertyList list(H5Dget_create_plist(dataSet));
-    Chunking chunking = {{0, 0}, rows, columns, 0, H5Pget_nfilters(list.get()) > 0};
-    // The stored size of a string isn't its type's, so strings keep the default cache.
-    if (type != TDataType::String && type != TDataType::VarLenString)
-    {
-        chunking.elementSize = INode::GetDataTypeSize(type);
-        H5Pget_chunk(list.get(), kRank, chunking.chunk);
-    }
-    return chunking;
-}
-
 ScopedPropertyList CreateChunkedList(hsize_t chunkRows, hsize_t chunkColumns, int compression)
 {
     ScopedPropertyList list(H5Pcreate(H5P_DATASET_CREATE));
@@ -189,24 +114,6 @@ ScopedPropertyList CreateChunkedList(hsize_t chunkRows, hsize_t chunkColumns, in
         H5Pset_deflate(list.get(), static_cast<unsigned int>(compression));
     }
     return list;
-}
-
-// The chunks are known once the data set is open, and the cache is settled by opening it: a cache that turns out too
-// small costs a second open. Where that fails, the data set that is open serves as well, only slower.
-void WidenCache(ScopedDataSet& dataSet, hid_t parent, const std::string& name, std::uint64_t cacheBytes)
-{
-    const ScopedPropertyList access = CreateAccessList(cacheBytes);
-    if (access.get() < 0)
-    {
-        return;
-    }
-    dataSet.reset();
-    dataSet.reset(H5Dopen2(parent, name.c_str(), access.get()));
-    if (dataSet.get() < 0)
-    {
-        dataSet.reset(H5Dopen1(parent, name.c_str()));
-        CheckResult(dataSet.get(), "could not open extensible array '", name, "'");
-    }
 }
 
 std::string Invalid(const char* what, std::int64_t number, unsigned int rows, unsigned int columns)
@@ -280,7 +187,7 @@ boost::shared_ptr<IExtensibleArray2D> IExtensibleArray2D::Create(boost::weak_ptr
     ScopedPropertyList list = CreateChunkedList(chunkRows, chunkColumns, compression);
     const hid_t typeId = DataTypeToHDFType(type);
     const Chunking chunking = {{chunkRows, chunkColumns}, rows, columns, H5Tget_size(typeId), compression > 0};
-    const ScopedPropertyList access = CreateAccessList(CacheBytesFor(chunking));
+    const ScopedPropertyList access = CreateCacheList(CacheBytesFor(chunking));
     ScopedDataSet dataSet(H5Dcreate2(parent, name.c_str(), typeId, space.get(), H5P_DEFAULT, list.get(), access.get()));
     CheckResult(H5Pclose(list.release()), "error closing property list");
     CheckResult(H5Sclose(space.release()), "error closing dataspace");
@@ -293,12 +200,12 @@ boost::shared_ptr<IExtensibleArray2D> IExtensibleArray2D::Open(boost::weak_ptr<I
                                                                const std::string& name)
 {
     const boost::shared_ptr<IFile> openFile = file.lock();
-    std::uint64_t cacheBytes = kDefaultCacheBytes;
+    std::uint64_t cacheBytes = kChunkCacheBytes;
     if (openFile)
     {
         cacheBytes = std::max<std::uint64_t>(cacheBytes, openFile->m_chunk_cache_bytes);
     }
-    ScopedDataSet dataSet = OpenDataSetAt("ExtensibleArray", parent, name, CreateAccessList(cacheBytes).get());
+    ScopedDataSet dataSet = OpenDataSetAt("ExtensibleArray", parent, name, CreateCacheList(cacheBytes).get());
     CheckResult(dataSet.get(), "could not open extensible array '", name, "'");
     boost::shared_ptr<IExtensibleArray2D> array =
         FromDataSetWithCache(cacheBytes, std::move(file), parent, name, dataSet.release(), false);
@@ -323,7 +230,7 @@ boost::shared_ptr<IExtensibleArray2D> IExtensibleArray2D::FromOpenDataSet(boost:
                                                                           const std::string& name, hid_t opened,
                                                                           bool isNullIfRefused)
 {
-    std::uint64_t cacheBytes = kDefaultCacheBytes;
+    std::uint64_t cacheBytes = kChunkCacheBytes;
     return FromDataSetWithCache(cacheBytes, std::move(file), parent, name, opened, isNullIfRefused);
 }
 
