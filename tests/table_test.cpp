@@ -140,6 +140,18 @@ TEST_F(Table, RowsFarOutsideItAreToldByTheTransfer)
                   reading}});
 }
 
+TEST_F(Table, WrittenWithItsOwnCompoundTypeStaysTheDataSetThatItIs)
+{
+    Rows rows = NumberedRows(4);
+    const auto table = root->CreateTableFromBuffer("t", rows.data(), 4, row.get(), 0, -1, 2);
+    const hid_t dataSet = table->LocationID();
+
+    table->SetFromBuffer(rows.data(), 4, table->GetCompoundTypeID(), 0);
+
+    EXPECT_EQ(table->LocationID(), dataSet);
+    EXPECT_EQ(StorageOf(dataSet), " chunk [2]");
+}
+
 TEST_F(Table, HasNoColumnOutsideItsColumns)
 {
     const auto table = root->CreateTable("t", row.get());
