@@ -50,17 +50,16 @@ struct DataSets : OpenFileTest
 
 TEST_F(DataSets, HaveOneChunkUpTo2GiBAndTheFewestEqualPiecesAbove)
 {
-    const std::string tooLarge = "Invalid chunk size: The maximum size for any chunk is 4GB.:";
-    const std::string tooLong = "Invalid chunk size: Must be smaller than data set dimensions.:";
-    const std::vector<Chunking> table = {{8, {1000, 3}, {}, {1000, 3}, ""},
-                                         {1, {2147483648}, {}, {2147483648}, ""},
-                                         {1, {2147483649}, {}, {1073741824}, ""},
-                                         {1, {65536, 65536}, {}, {21845, 21845}, ""},
-                                         {1, {2147483648, 2}, {}, {715827882, 2}, ""},
-                                         {8, {1000, 3}, {10, 3}, {10, 3}, ""},
-                                         {1, {4294967295}, {4294967295}, {4294967295}, ""},
-                                         {1, {4294967296}, {4294967296}, {}, tooLarge},
-                                         {1, {4294967296, 3}, {4294967296, 4}, {}, tooLong}};
+    const std::vector<Chunking> table = {
+        {8, {1000, 3}, {}, {1000, 3}, ""},
+        {1, {2147483648}, {}, {2147483648}, ""},
+        {1, {2147483649}, {}, {1073741824}, ""},
+        {1, {65536, 65536}, {}, {21845, 21845}, ""},
+        {1, {2147483648, 2}, {}, {715827882, 2}, ""},
+        {8, {1000, 3}, {10, 3}, {10, 3}, ""},
+        {1, {4294967295}, {4294967295}, {4294967295}, ""},
+        {1, {4294967296}, {4294967296}, {}, "Invalid chunk size: The maximum size for any chunk is 4GB.:"},
+        {1, {4294967296, 3}, {4294967296, 4}, {}, "Invalid chunk size: Must be smaller than data set dimensions.:"}};
     for (const Chunking& row : table)
     {
         SCOPED_TRACE(Json(row.extent).dump() + Json(row.given).dump());
@@ -80,7 +79,7 @@ TEST_F(DataSets, HaveOneChunkUpTo2GiBAndTheFewestEqualPiecesAbove)
     }
 }
 
-TEST_F(DataSets, OfATakenNameOrNoTypeAreRefusedInTheWordsOfEachFactory)
+TEST_F(DataSets, OfATakenNameOrNoneAreRefusedInTheWordsOfEachFactory)
 {
     const hid_t parent = root->LocationID();
     const ScopedType row = TypeOf("H5T_COMPOUND { H5T_NATIVE_INT \"id\"; }");
@@ -89,7 +88,6 @@ TEST_F(DataSets, OfATakenNameOrNoTypeAreRefusedInTheWordsOfEachFactory)
 
     ExpectWords(
         {{[&] { root->CreateArrayFromBuffer("", numbers, Int, 3, 1); }, "could not get info for :"},
-         {[&] { root->CreateArrayFromBuffer("new", numbers, VarLenString, 3, 1); }, "invalid TDataType:"},
          {[&] { ITable::CreateEmpty(file, parent, "table", row.get()); }, "Table already exist. Fail to create!:"},
          {[&] { ITable::Create(file, parent, "table", 1, row.get(), 0); }, "Table already exist. Fail to create!:"},
          {[&] { ITable::CreateFromBuffer(file, parent, "table", numbers, 1, row.get(), 0, 0, 0); },
@@ -111,7 +109,7 @@ TEST_F(DataSets, OfAnArrayThatWasReopenedInAnotherGroupAreReplacedThere)
     EXPECT_EQ(ContentOf(after->GetArray("a")->LocationID()), "[2] chunk [2]: [1,2]");
 }
 
-TEST_F(DataSets, ThatHaveGrownThroughAnotherHandleAreMovedAgainAfterTheyAreReopened)
+TEST_F(DataSets, ThatHoldMoreThanTheirHandleTellsAreMovedAgainAfterTheyAreReopened)
 {
     const hid_t parent = root->LocationID();
     const ScopedType row = TypeOf("H5T_COMPOUND { H5T_NATIVE_INT \"id\"; }");
@@ -119,6 +117,8 @@ TEST_F(DataSets, ThatHaveGrownThroughAnotherHandleAreMovedAgainAfterTheyAreReope
     const ScopedDataSet rows = Make(parent, "t", {row.get(), {2}, {2}, {H5S_UNLIMITED}});
     const auto array = root->GetArray("a");
     const auto table = root->GetTable("t");
+    Make(parent, "texts", {TextType(4, H5T_CSET_UTF8).get(), {1, 1000}}); // read as a line
+    const auto texts = root->GetArray("texts");
     Ints buffer = {1, 2};
     array->SetFromBuffer(buffer.data(), Int, 2, 1);
     table->SetFromBuffer(buffer.data(), 2, -1, 0);
@@ -127,7 +127,9 @@ TEST_F(DataSets, ThatHaveGrownThroughAnotherHandleAreMovedAgainAfterTheyAreReope
     {
         H5Dset_extent(numbers.get(), &length);
         H5Dset_extent(rows.get(), &length);
-        ExpectWords({{[&] { array->GetToBuffer(buffer.data(), Int); }, kHoldsMore},
+        ExpectWords({{[&] { texts->GetToBuffer(buffer.data(), Undefined); }, kHoldsMore},
+                     {[&] { texts->SetFromBuffer(buffer.data(), Undefined, 1, 4); }, kHoldsMore},
+                     {[&] { array->GetToBuffer(buffer.data(), Int); }, kHoldsMore},
                      {[&] { IArray(*array).GetToBuffer(buffer.data(), Int); }, kHoldsMore},
                      {[&] { array->SetFromBuffer(buffer.data(), Int, length - 1, 1); }, kHoldsMore},
                      {[&] { table->GetToBuffer(buffer.data(), -1); }, kHoldsMore},
@@ -150,67 +152,50 @@ struct Slab
     int stride;
     int count;
     Ints read;
+    std::string text; ///< How the refusal begins.
 };
 
-TEST_F(DataSets, AreReadByTheHyperslabsThatHdf5Takes)
+// Plain HDF5 crashes on some of those that are refused.
+TEST_F(DataSets, AreReadByTheHyperslabsThatHdf5TakesAndRefuseTheOthersAtItsStep)
 {
+    const std::string noSelection = "Error creating array space hyperslab!:\n#0: in func H5Sselect_hyperslab";
+    const std::vector<Slab> slabs = {{3, 2, 4, {3, 5, 7, 9}, ""},
+                                     {0, 1, 0, {}, ""},
+                                     {3, -1, 3, {3, 2, 1}, ""},
+                                     {19, -9, 3, {19, 10, 1}, ""},
+                                     {3, 0, 1, {}, noSelection},
+                                     {3, 1, 18, {}, kSlabRefused},
+                                     {3, 1, -1, {}, kSlabRefused + "\n#0: in func H5Dread"},
+                                     {19, 1, -5, {}, kSlabRefused},
+                                     {3, -1, 5, {}, kSlabRefused},
+                                     {-1, 1, 5, {}, kSlabRefused},
+                                     {INT_MAX, -1, INT_MAX, {}, kSlabRefused}};
     const auto line = StoreNumbers("line", {20});
-    const std::vector<Slab> slabs = {
-        {3, 2, 4, {3, 5, 7, 9}}, {0, 1, 0, {}}, {3, -1, 1, {3}}, {3, -1, 3, {3, 2, 1}}, {19, -9, 3, {19, 10, 1}}};
     for (const Slab& slab : slabs)
     {
-        Ints read(slab.read.size());
+        SCOPED_TRACE(Json({slab.start, slab.stride, slab.count}).dump());
+        Ints read(20);
 
-        line->GetFromHyperslab(read.data(), slab.start, slab.stride, slab.count, Int);
+        const std::string text =
+            TextOf([&] { line->GetFromHyperslab(read.data(), slab.start, slab.stride, slab.count, Int); });
 
+        read.resize(slab.read.size());
         EXPECT_EQ(read, slab.read);
+        EXPECT_EQ(text.substr(0, slab.text.empty() ? text.size() : slab.text.size()), slab.text);
     }
+}
 
+TEST_F(DataSets, OfChunksAreNotReadBackwardsAndThoseOfTwoDimensionsByTheOffsetsOfBoth)
+{
     size_t start[] = {1, 2};
     size_t stride[] = {2, 1};
     size_t count[] = {2, 3};
-    Ints read(6);
+    Ints read(8);
+
+    EXPECT_EQ(WordsOf([&] { StoreNumbers("line", {20}, {5})->GetFromHyperslab(read.data(), 14, -1, 8, Int); }),
+              kSlabRefused);
     StoreNumbers("plane", {4, 5})->GetFromHyperslab(read.data(), 6, 2, start, stride, count, Int);
-    EXPECT_EQ(read, (Ints{7, 8, 9, 17, 18, 19}));
-}
-
-struct RefusedSlab
-{
-    int start;
-    int stride;
-    int count;
-    std::string text; ///< How it begins.
-};
-
-// Plain HDF5 crashes on some of them.
-TEST_F(DataSets, RefuseOtherHyperslabsAtTheStepOfHdf5)
-{
-    const auto line = StoreNumbers("line", {20});
-    const auto chunks = StoreNumbers("chunks", {20}, {5});
-    const std::string noSelection = "Error creating array space hyperslab!:\n#0: in func H5Sselect_hyperslab";
-    const std::vector<RefusedSlab> slabs = {{3, 0, 1, noSelection},
-                                            {3, 1, 18, kSlabRefused},
-                                            {3, 1, -1, kSlabRefused + "\n#0: in func H5Dread"},
-                                            {19, 1, -5, kSlabRefused},
-                                            {3, -1, 5, kSlabRefused},
-                                            {20, -1, 3, kSlabRefused},
-                                            {-1, 1, 1, kSlabRefused},
-                                            {-1, 1, 5, kSlabRefused},
-                                            {19, 2, -2, kSlabRefused},
-                                            {INT_MAX, -1, INT_MAX, kSlabRefused}};
-    Ints read(20);
-    for (const RefusedSlab& slab : slabs)
-    {
-        SCOPED_TRACE(Json({slab.start, slab.stride, slab.count}).dump());
-        for (const auto& array : {line, chunks})
-        {
-            const std::string text =
-                TextOf([&] { array->GetFromHyperslab(read.data(), slab.start, slab.stride, slab.count, Int); });
-
-            EXPECT_EQ(text.substr(0, slab.text.size()), slab.text);
-        }
-    }
-    EXPECT_EQ(WordsOf([&] { chunks->GetFromHyperslab(read.data(), 14, -1, 8, Int); }), kSlabRefused);
+    EXPECT_EQ(read, (Ints{7, 8, 9, 17, 18, 19, 0, 0}));
 }
 
 TEST_F(DataSets, AreSpreadOverNoPlaceOutsideABuffer)
@@ -270,36 +255,20 @@ TEST_F(DataSets, OfTextWithoutASizeAreMovedInPlaceByTheByte)
                   "error writing to dataset:"}});
 }
 
-TEST_F(DataSets, OfTextInTwoDimensionsAreNotMovedThroughABufferForOne)
-{
-    Make(root->LocationID(), "texts", {TextType(4, H5T_CSET_UTF8).get(), {1, 1000}});
-    const auto array = root->GetArray("texts");
-    std::string buffer(array->GetSize(), '?');
-
-    ExpectWords({{[&] { array->GetToBuffer(buffer.data(), Undefined); }, kHoldsMore},
-                 {[&] { array->SetFromBuffer(buffer.data(), Undefined, 1, 4); }, kHoldsMore}});
-}
-
 TEST_F(DataSets, OfTextAreReadUpToTheCountInTheOrderOfTheFile)
 {
     const std::string all = "abcdefghijklmnopqrstuvwx";
     const ScopedType byte = TextType(1);
-    const ScopedType variable =
-        TypeOf("H5T_STRING { STRSIZE H5T_VARIABLE; STRPAD H5T_STR_NULLTERM; CSET H5T_CSET_UTF8; CTYPE H5T_C_S1; }");
-    const char* const words[] = {"one", "two", "three"};
     const ScopedDataSet bytes = Make(root->LocationID(), "bytes", {byte.get(), {2, 3, 4}}, all.data());
-    const ScopedDataSet variables = Make(root->LocationID(), "variables", {variable.get(), {3}}, words);
-    Names texts = {"before"};
-
     for (size_t count = 0; count <= all.size() + 2; ++count)
     {
+        Names texts = {"before"};
+
         utils::ReadStringDataSet(texts, bytes.get(), byte.get(), byte.get(), count, 1);
 
         EXPECT_EQ(std::accumulate(texts.begin(), texts.end(), std::string()), all.substr(0, count));
         EXPECT_EQ(texts.size(), count);
     }
-    utils::ReadStringDataSet(texts, variables.get(), variable.get(), variable.get(), 2, sizeof(char*));
-    EXPECT_EQ(texts, (Names{"one", "two"}));
 }
 
 TEST_F(DataSets, OfTextCostTheMemoryOfTheCountWhateverTheyClaim)
@@ -317,19 +286,10 @@ TEST_F(DataSets, OfTextCostTheMemoryOfTheCountWhateverTheyClaim)
 
 TEST_F(DataSets, OfTextAreReadBeforeTheirCharacterSetIsAskedFor)
 {
-    const ScopedType type = TextType(4);
-    const ScopedDataSet dataSet = Make(root->LocationID(), "texts", {type.get(), {1}}, "text");
     Names texts = {"before"};
-    const auto read = [&](hid_t from)
-    {
-        return TextOf([&] { utils::ReadStringDataSet(texts, from, H5T_NATIVE_INT, type.get(), 1, 4); });
-    };
 
-    const std::string unread = read(-1);
-    const std::string noText = read(dataSet.get());
-
-    EXPECT_EQ(unread.find("error reading string buffer from dataset:\n#0: in func H5Dread"), 0U) << unread;
-    EXPECT_EQ(noText.find("could not detect charset from dataset:\n#0: in func H5Tget_cset"), 0U) << noText;
+    EXPECT_EQ(WordsOf([&] { utils::ReadStringDataSet(texts, -1, H5T_NATIVE_INT, H5T_NATIVE_INT, 1, 4); }),
+              "error reading string buffer from dataset:");
     EXPECT_EQ(texts, Names{"before"});
 }
 

@@ -15,14 +15,9 @@ TEST_F(Object, LeftOpenIsSeenByTheCountOfIds)
 {
     const IdCounts before = CountIds();
 
-    const ScopedType type(H5Tcopy(H5T_NATIVE_INT));
     const ScopedSpace space(H5Screate(H5S_NULL));
-    const ScopedPropertyList list(H5Pcreate(H5P_DATASET_CREATE));
 
-    const IdCounts after = CountIds();
-    EXPECT_EQ(after[3], before[3] + 1);
-    EXPECT_EQ(after[5], before[5] + 1);
-    EXPECT_EQ(after[6], before[6] + 1);
+    EXPECT_EQ(CountIds()[3], before[3] + 1);
 }
 
 TEST_F(Object, FailsForResultsBelowZeroWithATracebackThatBeginsAtTheCall)
@@ -42,20 +37,16 @@ TEST_F(Object, FailsForResultsBelowZeroWithATracebackThatBeginsAtTheCall)
 
 TEST_F(Object, OfEachElementTypeHasTheSizeOfWhatHdf5MovesForIt)
 {
-    for (int value = -1; value < 20; ++value)
+    using namespace TDataType;
+    for (int value = Char; value < String; ++value)
     {
-        SCOPED_TRACE(value);
         const auto type = static_cast<TDataType::TDataType>(value);
-        const bool hasType = value >= TDataType::Char && value <= TDataType::String;
-        const bool hasSize = value >= TDataType::Char && value < TDataType::String;
-        size_t moved = 0;
-        size_t told = 0;
-
-        EXPECT_EQ(WordsOf([&] { moved = H5Tget_size(INode::DataTypeToHDFType(type)); }),
-                  hasType ? "" : "invalid TDataType:");
-        EXPECT_EQ(WordsOf([&] { told = INode::GetDataTypeSize(type); }), hasSize ? "" : "unknown datatype!");
-        EXPECT_TRUE(!hasSize || told == moved);
+        EXPECT_EQ(INode::GetDataTypeSize(type), H5Tget_size(INode::DataTypeToHDFType(type))) << value;
     }
+    ExpectWords({{[] { INode::GetDataTypeSize(Undefined); }, "unknown datatype!"},
+                 {[] { INode::GetDataTypeSize(String); }, "unknown datatype!"},
+                 {[] { INode::DataTypeToHDFType(Undefined); }, "invalid TDataType:"},
+                 {[] { INode::DataTypeToHDFType(VarLenString); }, "invalid TDataType:"}});
 }
 
 TEST_F(Node, OfAClosedFileFailsInItsOwnWords)
@@ -109,12 +100,11 @@ TEST_F(Node, WhoseFileObjectIsGoneBreaksAPrecondition)
 
 TEST_F(Node, TakesItsEncodingFromTheFileWhateverThatIs)
 {
-    for (const int encoding : {0, 2, -1, 1000, -70000})
-    {
-        file->SetEncoding(static_cast<H5T_cset_t>(encoding));
+    int encoding = -70000;
 
-        EXPECT_EQ(static_cast<int>(root->GetEncoding()), encoding);
-    }
+    file->SetEncoding(static_cast<H5T_cset_t>(encoding));
+
+    EXPECT_EQ(static_cast<int>(root->GetEncoding()), encoding);
 }
 
 TEST_F(Node, TellsTheFirst1023CharactersOfItsPathAndNoneOnceItIsRemoved)
@@ -129,50 +119,22 @@ TEST_F(Node, TellsTheFirst1023CharactersOfItsPathAndNoneOnceItIsRemoved)
     EXPECT_EQ(group->GetFullName(), "");
 }
 
-TEST_F(Node, AssignedFromAnotherFileBelongsToThatFileAlone)
+TEST_F(Node, ThatIsAGroupIsMadeLevelByLevelWithTheCompressionOfTheHandleItWasReachedThrough)
 {
-    const auto moved = root->CreateGroup("moved");
-    const auto other = Open("other.h5", "w");
-    *moved = *other->GetRoot();
-
-    file->Close();
-    EXPECT_TRUE(moved->IsValid());
-
-    other->Close();
-    EXPECT_FALSE(moved->IsValid());
-}
-
-TEST_F(Node, ThatIsAGroupIsMadeLevelByLevelBelowTheOneAsked)
-{
+    root->SetDefaultCompression(3);
     const auto group = root->CreateGroup("g");
+    root->SetDefaultCompression(4);
 
     const auto child = group->CreateGroup("//h/i//");
 
     EXPECT_EQ(child->GetName(), "i");
     EXPECT_EQ(child->GetFullName(), "/g/h/i");
+    EXPECT_EQ(child->GetDefaultCompression(), 3);
     EXPECT_EQ(root->GetGroup("/g")->GetName(), "/g");
-    EXPECT_EQ(root->CreateGroup("//"), nullptr);
-}
-
-TEST_F(Node, ThatIsAGroupTakesTheCompressionOfTheHandleItWasReachedThrough)
-{
-    root->SetDefaultCompression(3);
-    const auto group = root->CreateGroup("g");
-
-    root->SetDefaultCompression(4);
-
-    EXPECT_EQ(group->CreateGroup("h")->GetDefaultCompression(), 3);
-    EXPECT_EQ(root->GetGroup("g")->GetDefaultCompression(), 4);
     EXPECT_EQ(root->ListGroups().at(0)->GetDefaultCompression(), 4);
-}
-
-TEST_F(Node, ThatIsAGroupForgetsWhatTheVectorHeldThatItListsNamesIn)
-{
+    EXPECT_EQ(root->CreateGroup("//"), nullptr);
     Names names = {"left from before"};
-    root->CreateGroup("g");
-
     (root.get()->*(&Inside::ListNames))(H5G_GROUP, names);
-
     EXPECT_EQ(names, Names{"g"});
 }
 
@@ -196,10 +158,10 @@ TEST_F(Node, IsNotCountedTwiceWhereADamagedNameEndsTheListing)
 
 std::string Repeated(const std::string& level, int times)
 {
-    std::string path = level;
-    for (int i = 1; i < times; ++i)
+    std::string path;
+    for (int i = 0; i < times; ++i)
     {
-        path += "/" + level;
+        path += level + "/";
     }
     return path;
 }
@@ -239,7 +201,7 @@ TEST_F(Paths, AreAnsweredWithTheTracebackOfTheFirstLevelThatIsMissing)
                              "data/x data/x/y type type/x soft/h/i soft/no soft/no/x g/dangling g/dangling/x/y/z "
                              "outside outside/x . ./g g/. g/./h g/./no no/. .. g/.. g/../g .g g/h./i");
     Names names{std::istream_iterator<std::string>(words), {}};
-    names.insert(names.end(), {Repeated("up", 15) + "/g", Repeated("up", 17) + "/g", Repeated("up", 40),
+    names.insert(names.end(), {Repeated("up", 15) + "g", Repeated("up", 17) + "g", Repeated("up", 40),
                                Repeated("x", 100), "g/h/i/" + Repeated("x", 100)});
     for (const std::string& name : names)
     {
@@ -261,7 +223,7 @@ TEST_F(Paths, OfManyLevelsTakeTimeAndMemoryThatGrowWithTheirLength)
     const std::clock_t start = std::clock();
 
     EXPECT_TRUE(root->HasGroup(existing));
-    EXPECT_FALSE(root->HasGroup(existing + "/" + existing));
+    EXPECT_FALSE(root->HasGroup(existing + existing));
     EXPECT_EQ(WordsOf([&] { root->GetGroup(Repeated("no", 64000)); }), "Group does not exist:");
 
     EXPECT_LT(double(std::clock() - start) / CLOCKS_PER_SEC, 1);

@@ -31,10 +31,10 @@ void UseAFile(const std::string& path)
     {
         std::vector<int> numbers(1000, round);
         std::vector<int> back(1000, -1);
-        auto file = IFile::Open(path, "w", round % 3);
-        file->GetRoot()->CreateArrayFromBuffer("numbers", numbers.data(), TDataType::Int, 100, 10)->Flush();
-        file->Close();
-        file = IFile::Open(path, "r", 0);
+        IFile::Open(path, "w", round % 3)
+            ->GetRoot()
+            ->CreateArrayFromBuffer("numbers", numbers.data(), TDataType::Int, 100, 10);
+        const auto file = IFile::Open(path, "r", 0);
         file->GetRoot()->ListArrays().at(0)->GetToBuffer(back.data(), TDataType::Int);
         EXPECT_EQ(back, numbers);
         EXPECT_THROW(file->GetRoot()->GetArray("missing"), std::runtime_error);

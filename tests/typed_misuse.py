@@ -22,8 +22,6 @@ WRONG = {
     'StoreArray(group, "x", std::vector<bool>());': "bool has no element type; store std::uint8_t",
     'StoreArray(group, "x", std::vector<char>());': "char has no element type; store std::int8_t",
     'StoreArray(group, "x", std::vector<long double>());': "this type has no element type; those that have one are",
-    'ReadArray<const char*>(group, "x");': "this type has no element type; those that have one are",
-    'AppendRows(log, std::vector<wchar_t>());': "this type has no element type; those that have one are",
     'StoreAttr(group, "x", Inner());': "this type has no element type; those that have one are",
     'ReadAttr<char16_t>(group, "x");': "this type has no element type; those that have one are",
     'RowType<Row> row1 = {{"flag", &Row::flag}};': "this member can't be a column; those that can",
