@@ -40,51 +40,35 @@ double SecondsSince(Clock::time_point begin)
     return std::chrono::duration<double>(Clock::now() - begin).count();
 }
 
-// peers.py, which does its rows when it is asked to, so that h5py and PyTables take turns with the other sides. Questions
-// go to its input, answers come through a named pipe.
-class PythonPeers
+// Asks peers.py, so that h5py and PyTables take turns with the other sides. Questions go to its input, answers come through
+// a named pipe: the seconds of a turn. A size of 0 asks whether a peer knows a row: the answer is negative if it doesn't.
+double AskPeer(Name peer, Name row, std::size_t size)
 {
-public:
-    PythonPeers()
+    struct Pipes
     {
-        const std::string answers = PathOf("answers");
-        mkfifo(answers.c_str(), S_IRUSR | S_IWUSR);
-        m_questions = popen((PEERS_COMMAND " > '" + answers + "'").c_str(), "w");
-        m_answers = std::fopen(answers.c_str(), "r");
-    }
-    PythonPeers(const PythonPeers&) = delete;
-    PythonPeers& operator=(const PythonPeers&) = delete;
-    ~PythonPeers()
+        std::string path = PathOf("answers");
+        int made = mkfifo(path.c_str(), S_IRUSR | S_IWUSR);
+        FILE* questions = popen((PEERS_COMMAND " > '" + path + "'").c_str(), "w");
+        FILE* answers = std::fopen(path.c_str(), "r");
+    };
+    static const Pipes pipes;
+    double seconds = -1;
+    std::fprintf(pipes.questions, "%s|%s|%zu\n", peer.c_str(), row.c_str(), size);
+    std::fflush(pipes.questions);
+    if (std::fscanf(pipes.answers, "%lf", &seconds) != 1)
     {
-        pclose(m_questions);
-        std::fclose(m_answers);
+        std::fprintf(stderr, "the Python peers ended in: %s\n", row.c_str());
+        std::abort();
     }
+    return seconds;
+}
 
-    // An empty side if the peer doesn't know the row.
-    Side For(Name peer, Name row)
-    {
-        const bool isKnown = Ask(peer, row, 0) >= 0;
-        return isKnown ? [=](std::size_t size) { return Turn{Ask(peer, row, size)}; } : Side();
-    }
-
-private:
-    // The seconds of a turn. A size of 0 asks whether the peer knows the row: the answer is negative if it doesn't.
-    double Ask(Name peer, Name row, std::size_t size)
-    {
-        double seconds = -1;
-        std::fprintf(m_questions, "%s|%s|%zu\n", peer.c_str(), row.c_str(), size);
-        std::fflush(m_questions);
-        if (std::fscanf(m_answers, "%lf", &seconds) != 1)
-        {
-            std::fprintf(stderr, "the Python peers ended in: %s\n", row.c_str());
-            std::abort();
-        }
-        return seconds;
-    }
-
-    FILE* m_questions;
-    FILE* m_answers;
-};
+// An empty side if the peer doesn't know the row.
+Side PeerFor(Name peer, Name row)
+{
+    const bool isKnown = AskPeer(peer, row, 0) >= 0;
+    return isKnown ? [=](std::size_t size) { return Turn{AskPeer(peer, row, size)}; } : Side();
+}
 
 int RoundsFor(double secondsOfARound)
 {
@@ -130,14 +114,14 @@ struct Contestant
 class Contest
 {
 public:
-    Contest(const Row& row, PythonPeers& peers) : m_row(row)
+    explicit Contest(const Row& row) : m_row(row)
     {
         m_sides = {{"library", row.library}, {"plain", row.plain}, {"cpp", row.cpp}};
         // Users' own ways stand in the row of the best one.
         if (row.name.find(", beside ") == std::string::npos)
         {
-            m_sides["h5py"] = peers.For("h5py", row.name);
-            m_sides["pytables"] = peers.For("PyTables", row.name);
+            m_sides["h5py"] = PeerFor("h5py", row.name);
+            m_sides["pytables"] = PeerFor("PyTables", row.name);
         }
     }
 
@@ -240,9 +224,9 @@ private:
     std::map<std::string, std::pair<std::size_t, double>> m_last;
 };
 
-void Register(const Row& row, PythonPeers& peers)
+void Register(const Row& row)
 {
-    const auto contest = std::make_shared<Contest>(row, peers);
+    const auto contest = std::make_shared<Contest>(row);
     const std::size_t sizes = kIsQuick ? 1 : row.sizes.size();
     for (std::size_t i = 0; i < sizes; ++i)
     {
@@ -303,15 +287,11 @@ const std::vector<std::string>& bench::Names(const std::string& prefix, std::siz
 
 int main(int argc, char** argv)
 {
-    PythonPeers peers;
     H5Eset_auto2(H5E_DEFAULT, &EndAtAnError, nullptr);
     for (const auto& family :
          {FileRows, SmallArrayRows, DataSetRows, ExtensibleArrayRows, AttributeRows, TypedRows, TypeRows})
     {
-        for (const Row& row : family())
-        {
-            Register(row, peers);
-        }
+        ForEach(family(), Register);
     }
     benchmark::Initialize(&argc, argv);
     benchmark::AddCustomContext("hdf5", H5_VERS_INFO);

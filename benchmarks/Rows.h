@@ -27,19 +27,22 @@ struct Reason
     std::size_t largest = SIZE_MAX; ///< The largest size at which it holds.
 };
 
+using Reasons = std::vector<Reason>;
+using Sizes = std::vector<std::size_t>;
+
 /// One row: all that there is to say of a measurement. The sides of a row take turns, and so do h5py and PyTables for the
 /// rows that peers.py knows by the same name.
 struct Row
 {
-    std::string name; ///< "family/work", or "family/work, beside another way" where `plain` isn't the best one.
-    std::string unit; ///< What a size counts.
-    std::vector<std::size_t> sizes;   ///< A quick run has the first alone.
-    double target = 0;                ///< The highest ratio of library to plain that the project allows itself, or 0.
-    std::vector<Reason> reasons = {}; ///< The first one that fits counts.
-    std::size_t targetFrom = 0;       ///< The smallest size that the target holds for.
-    Side library = {};                ///< A side that is missing isn't measured.
-    Side plain = {};                  ///< The program that a good programmer of plain HDF5 would write for the work.
-    Side cpp = {};                    ///< HDF5's C++ API.
+    std::string name;     ///< "family/work", or "family/work, beside another way" where `plain` isn't the best one.
+    std::string unit;     ///< What a size counts.
+    Sizes sizes;          ///< A quick run has the first alone.
+    double target = 0;    ///< The highest ratio of library to plain that the project allows itself, or 0.
+    Reasons reasons = {}; ///< The first one that fits counts.
+    std::size_t targetFrom = 0; ///< The smallest size that the target holds for.
+    Side library = {};          ///< A side that is missing isn't measured.
+    Side plain = {};            ///< The program that a good programmer of plain HDF5 would write for the work.
+    Side cpp = {};              ///< HDF5's C++ API.
 };
 
 using Rows = std::vector<Row>;
@@ -59,6 +62,16 @@ std::string PathOf(const std::string& name);
 /// "prefix000000", "prefix000001" and so on, in the order of HDF5's name index.
 using Name = const std::string&;
 const std::vector<std::string>& Names(const std::string& prefix, std::size_t count);
+
+/// The work for each of some things.
+template <typename Things, typename Work>
+void ForEach(Things&& things, const Work& work)
+{
+    for (auto&& thing : things)
+    {
+        work(thing);
+    }
+}
 
 /// What of a turn is measured.
 Turn Measured(const std::function<void()>& work);

@@ -123,6 +123,30 @@ inline H5::H5File CppFile(Name path, Name mode)
     return H5::H5File(path, mode == "w" ? H5F_ACC_TRUNC : reading);
 }
 
+/// A list for data sets in chunks (of 0 dimensions: contiguous), with shuffle and deflate of a level above 0.
+inline Id CreationList(int dimensions, const hsize_t* chunk, int level)
+{
+    const hid_t list = H5Pcreate(H5P_DATASET_CREATE);
+    if (dimensions > 0)
+    {
+        H5Pset_chunk(list, dimensions, chunk);
+    }
+    if (level > 0)
+    {
+        H5Pset_shuffle(list);
+        H5Pset_deflate(list, static_cast<unsigned int>(level));
+    }
+    return Id(list);
+}
+
+/// The space of a data set of one dimension with a selection.
+inline Id SelectedSpace(hid_t set, hsize_t start, hsize_t stride, hsize_t count)
+{
+    const hid_t space = H5Dget_space(set);
+    H5Sselect_hyperslab(space, H5S_SELECT_SET, &start, &stride, &count, nullptr);
+    return Id(space);
+}
+
 template <typename T>
 T& Object(boost::shared_ptr<T>& pointer)
 {
@@ -181,10 +205,7 @@ auto ForEachName(Work work)
 {
     return [=](auto&& group, std::size_t count)
     {
-        for (Name name : Names("child", count))
-        {
-            work(group, name);
-        }
+        ForEach(Names("child", count), [&](Name name) { work(group, name); });
     };
 }
 
@@ -194,6 +215,48 @@ struct Root
     boost::shared_ptr<IGroup> operator()(IFile& file, std::size_t /*size*/) const { return file.GetRoot(); }
     Id operator()(hid_t file, std::size_t /*size*/) const { return Id(H5Gopen2(file, "/", H5P_DEFAULT)); }
     H5::Group operator()(H5::H5File& file, std::size_t /*size*/) const { return file.openGroup("/"); }
+};
+
+// What a caller has to know of an array before reading it.
+inline void AskNumberType(hid_t type)
+{
+    H5Tget_size(type);
+    H5Tget_order(type);
+    if (H5Tget_class(type) == H5T_INTEGER)
+    {
+        H5Tget_sign(type);
+    }
+}
+
+inline void AskShape(hid_t set)
+{
+    hsize_t dimensions[2] = {0, 0};
+    hsize_t maximum[2] = {0, 0};
+    const Id space(H5Dget_space(set));
+    if (H5Sget_simple_extent_ndims(space) <= 2)
+    {
+        H5Sget_simple_extent_dims(space, dimensions, maximum);
+    }
+    benchmark::DoNotOptimize(dimensions);
+}
+
+/// Opens an array by its name and asks for type and shape; the library's way is added where it is known.
+struct OpenByName
+{
+    void operator()(hid_t root, Name name) const
+    {
+        const Id set(H5Dopen2(root, name.c_str(), H5P_DEFAULT));
+        AskNumberType(Id(H5Dget_type(set)));
+        AskShape(set);
+    }
+    void operator()(const H5::Group& root, Name name) const
+    {
+        hsize_t dimensions[2] = {0, 0};
+        hsize_t maximum[2] = {0, 0};
+        const H5::DataSet set = root.openDataSet(name);
+        benchmark::DoNotOptimize(set.getDataType().getSize());
+        set.getSpace().getSimpleExtentDims(dimensions, maximum);
+    }
 };
 
 } // namespace bench

@@ -169,15 +169,14 @@ struct Objects
     }
 };
 
-const std::vector<Reason> kEachByItself = {{"*", "each call opens and closes the attribute and tests its type"}};
-const std::vector<Reason> kAllNames = {
-    {"pytables", "PyTables reads all names when it opens a group, outside of what is measured"},
-    {"*", "each call opens and closes the attribute and tests its type"}};
-const std::vector<Reason> kReplaced = {
+const Reasons kEachByItself = {{"*", "each call opens and closes the attribute and tests its type"}};
+const Reasons kAllNames = {{"pytables", "PyTables reads all names when it opens a group, outside of what is measured"},
+                           {"*", "each call opens and closes the attribute and tests its type"}};
+const Reasons kReplaced = {
     {"*", "an attribute is replaced, so it is asked for first, and each call makes its own space and type where the "
           "program makes one for all"}};
 
-void AddRows(Rows& rows, Name word, std::size_t attributesOfEach, const std::vector<std::size_t>& counts)
+void AddRows(Rows& rows, Name word, std::size_t attributesOfEach, const Sizes& counts)
 {
     const Objects open = {attributesOfEach};
     const Place fresh = {"attributes"};

@@ -15,167 +15,138 @@ namespace
 
 constexpr std::size_t kKiB = 1024;
 constexpr std::size_t kMiB = 1024 * kKiB;
-constexpr std::size_t kMillion = 1000000;
+constexpr hsize_t kMillion = 1000000;
 constexpr std::size_t kPickFrom = 20000;
-constexpr std::size_t kRunStart = 100;
+constexpr hsize_t kRunStart = 100;
 constexpr const char* kName = "data";
 
-// What is stored. Each gives the next of its elements; peers.py makes the same kinds of data.
+// What is stored: functions that give the i-th element. peers.py makes the same kinds of data.
+
+std::mt19937 generator;
+
+double Noise()
+{
+    static std::normal_distribution<double> noise(0, 8);
+    return noise(generator);
+}
 
 // What a converter of 10 bits gives, kept in doubles.
-struct Counts
+double Counts(std::size_t /*i*/)
 {
-    static constexpr const char* kWord = "counts in doubles";
-    unsigned int state = 1;
+    return static_cast<double>(generator() % 1024);
+}
 
-    double operator()(std::size_t /*i*/)
-    {
-        state = state * 1664525U + 1013904223U;
-        return static_cast<double>(state >> 22U);
-    }
-};
-
-// Each int differs from the one before by 8 at most.
-struct Walk
+int Walk(std::size_t /*i*/)
 {
-    static constexpr const char* kWord = "random walk of ints";
-    std::mt19937 random{1};
-    int at = 0;
+    static int at = 0;
+    at += static_cast<int>(generator() % 17) - 8;
+    return at;
+}
 
-    int operator()(std::size_t /*i*/)
-    {
-        at += static_cast<int>(random() % 17) - 8;
-        return at;
-    }
-};
-
-// Smooth signals: all bits of a double differ.
-struct Sines
+double Sines(std::size_t i)
 {
-    static constexpr const char* kWord = "sines in doubles";
-    double operator()(std::size_t i) const
-    {
-        const auto time = static_cast<double>(i);
-        return 3 * std::sin(time / 1000) + std::sin(time / 77) + std::sin(time / 13) / 10;
-    }
-};
+    const auto time = static_cast<double>(i);
+    return 3 * std::sin(time / 1000) + std::sin(time / 77) + std::sin(time / 13) / 10;
+}
 
 // What a converter of 12 bits gives of a sine with noise, kept in shorts.
-struct NoisyCounts
+short NoisyCounts(std::size_t i)
 {
-    static constexpr const char* kWord = "noisy 12-bit counts in shorts";
-    std::mt19937 random{1};
-    std::normal_distribution<double> noise{0, 8};
-
-    short operator()(std::size_t i)
-    {
-        const double signal = 2048 + 1500 * std::sin(static_cast<double>(i) / 500);
-        return static_cast<short>(std::clamp(std::lround(signal + noise(random)), 0L, 4095L));
-    }
-};
+    return static_cast<short>(std::lround(2048 + 1500 * std::sin(static_cast<double>(i) / 500) + Noise()));
+}
 
 // A time stamp, channels like those above and a short text.
-struct Measurements
+Reading Measurements(std::size_t i)
 {
-    static constexpr const char* kWord = "measurements";
-    Walk walk;
-    Sines sines;
-    NoisyCounts counts;
+    const std::string texts[] = {"ok", "ok", "ok", "low", "high"};
+    Reading row = {1.7e9 + static_cast<double>(i) / 100, Sines(i), Noise(), Walk(i), NoisyCounts(i), ""};
+    texts[generator() % 5].copy(row.text, sizeof(row.text));
+    return row;
+}
 
-    Reading operator()(std::size_t i)
-    {
-        const char* const texts[] = {"ok", "ok", "ok", "low", "high"};
-        Reading row = {
-            1.7e9 + static_cast<double>(i) / 100, sines(i), counts.noise(counts.random), walk(i), counts(i), ""};
-        std::strcpy(row.text, texts[counts.random() % 5]);
-        return row;
-    }
-};
-
-// A line number, a count and texts that come again every thousand rows.
-struct RepeatedRows
+// Hardly more than a line number and texts that come again every thousand rows.
+Reading RepeatedRows(std::size_t i)
 {
-    static constexpr const char* kWord = "rows that repeat";
-    Counts counts;
+    const int number = static_cast<int>(i);
+    Reading row = {number / 100.0, Counts(i), 0, number % 16, 0, ""};
+    ("row " + std::to_string(i % 1000)).copy(row.text, sizeof(row.text));
+    return row;
+}
 
-    Reading operator()(std::size_t i)
-    {
-        const int number = static_cast<int>(i);
-        Reading row = {number / 100.0, counts(i), 0, number % 16, 0, ""};
-        ("row " + std::to_string(i % 1000)).copy(row.text, sizeof(row.text));
-        return row;
-    }
-};
-
-template <typename Source>
-using Element = decltype(Source()(0));
-
-template <typename Source>
-constexpr std::size_t kSize = sizeof(Element<Source>);
-
-template <typename Source>
-constexpr bool kIsTable = std::is_same_v<Element<Source>, Reading>;
+template <auto Source>
+using Element = decltype(Source(0));
 
 // One buffer serves all sizes. What is read whole is what it holds already.
-template <typename Source>
+template <auto Source>
 Element<Source>* Data(std::size_t count)
 {
-    static Source source;
     static std::vector<Element<Source>> values;
     values.reserve(count);
     while (values.size() < count)
     {
-        values.push_back(source(values.size()));
+        values.push_back(Source(values.size()));
     }
     return values.data();
 }
 
-// The elements of a data set of 16 MiB, of which parts are read.
+// The elements of a data set of 16 MiB, of which parts are read, and the buffer for these.
 template <typename T>
 constexpr std::size_t kLength = 16 * kMiB / sizeof(T);
 
-// Where parts are read to.
 template <typename T>
 T* Buffer()
 {
-    static std::vector<T> values(std::max(kMillion, kLength<T>));
+    static std::vector<T> values(std::max<std::size_t>(kMillion, kLength<T>));
     return values.data();
 }
 
-hid_t TypeOfReading()
+hid_t TypeOf(const Reading* /*rows*/)
 {
-    const Id text(H5Tcopy(H5T_C_S1));
-    H5Tset_size(text, sizeof(Reading::text));
-    const hid_t type = H5Tcreate(H5T_COMPOUND, sizeof(Reading));
-    H5Tinsert(type, "time", HOFFSET(Reading, time), H5T_NATIVE_DOUBLE);
-    H5Tinsert(type, "value", HOFFSET(Reading, value), H5T_NATIVE_DOUBLE);
-    H5Tinsert(type, "error", HOFFSET(Reading, error), H5T_NATIVE_DOUBLE);
-    H5Tinsert(type, "channel", HOFFSET(Reading, channel), H5T_NATIVE_INT);
-    H5Tinsert(type, "flags", HOFFSET(Reading, flags), H5T_NATIVE_INT);
-    H5Tinsert(type, "text", HOFFSET(Reading, text), text);
+    static const hid_t type = []
+    {
+        const Id text(H5Tcopy(H5T_C_S1));
+        H5Tset_size(text, sizeof(Reading::text));
+        const hid_t compound = H5Tcreate(H5T_COMPOUND, sizeof(Reading));
+        H5Tinsert(compound, "time", HOFFSET(Reading, time), H5T_NATIVE_DOUBLE);
+        H5Tinsert(compound, "value", HOFFSET(Reading, value), H5T_NATIVE_DOUBLE);
+        H5Tinsert(compound, "error", HOFFSET(Reading, error), H5T_NATIVE_DOUBLE);
+        H5Tinsert(compound, "channel", HOFFSET(Reading, channel), H5T_NATIVE_INT);
+        H5Tinsert(compound, "flags", HOFFSET(Reading, flags), H5T_NATIVE_INT);
+        H5Tinsert(compound, "text", HOFFSET(Reading, text), text);
+        return compound;
+    }();
     return type;
 }
 
 template <typename T>
-hid_t TypeOf()
+hid_t TypeOf(const T* /*values*/)
 {
-    if constexpr (std::is_same_v<T, Reading>)
-    {
-        static const hid_t type = TypeOfReading();
-        return type;
-    }
-    else
-    {
-        static const hid_t type = INode::DataTypeToHDFType(ElementTypeOf<T>());
-        return type;
-    }
+    static const hid_t type = H5Tcopy(INode::DataTypeToHDFType(ElementTypeOf<T>()));
+    return type;
 }
 
-template <typename T>
-H5::DataType CppTypeOf()
+// What differs between the library's tables and its arrays.
+struct Node
 {
-    return H5::DataType(TypeOf<T>());
-}
+    static auto Open(IGroup& root, const Reading* /*rows*/) { return root.GetTable(kName); }
+    static auto Open(IGroup& root, const void* /*values*/) { return root.GetArray(kName); }
+    static void Store(IGroup& root, Reading* rows, std::size_t count, int level)
+    {
+        root.CreateTableFromBuffer(kName, rows, count, TypeOf(rows), level, -1, 0);
+    }
+    template <typename T>
+    static void Store(IGroup& root, T* values, std::size_t count, int level)
+    {
+        root.SetDefaultCompression(level);
+        root.CreateArrayFromBuffer(kName, values, ElementTypeOf<T>(), count, 1);
+    }
+    static void Read(const ITable& table, Reading* rows) { table.GetToBuffer(rows, -1); }
+    template <typename T>
+    static void Read(const IArray& array, T* values)
+    {
+        array.GetToBuffer(values, ElementTypeOf<T>());
+    }
+};
 
 // How a data set is stored: chunks are of so many elements, none or all; with shuffle and deflate of a level above 0.
 struct Storage
@@ -192,66 +163,45 @@ constexpr Storage kDeflate1 = {"deflate-1", HSIZE_UNDEF, 1};
 constexpr Storage kDeflate6 = {"deflate-6", HSIZE_UNDEF, 6};
 
 // The data set of a file, for `open`.
-template <typename Source>
+template <typename T>
 struct OpenData
 {
     auto operator()(IFile& file, std::size_t /*size*/) const
     {
-        if constexpr (kIsTable<Source>)
-        {
-            return file.GetRoot()->GetTable(kName);
-        }
-        else
-        {
-            return file.GetRoot()->GetArray(kName);
-        }
+        return Node::Open(*file.GetRoot(), static_cast<T*>(nullptr));
     }
     Id operator()(hid_t file, std::size_t /*size*/) const { return Id(H5Dopen2(file, kName, H5P_DEFAULT)); }
     H5::DataSet operator()(H5::H5File& file, std::size_t /*size*/) const { return file.openDataSet(kName); }
 };
 
 // Makes a data set of so many bytes and writes it whole.
-template <typename Source>
+template <auto Source>
 struct Write
 {
-    using T = Element<Source>;
     Storage storage;
+
+    static hsize_t LengthOf(std::size_t bytes) { return bytes / sizeof(Element<Source>); }
+    static auto* DataOf(std::size_t bytes) { return Data<Source>(LengthOf(bytes)); }
 
     void operator()(IGroup& root, std::size_t bytes) const
     {
-        const std::size_t count = bytes / sizeof(T);
-        if constexpr (kIsTable<Source>)
-        {
-            root.CreateTableFromBuffer(kName, Data<Source>(count), count, TypeOf<T>(), storage.level, -1, 0);
-        }
-        else
-        {
-            root.SetDefaultCompression(storage.level);
-            root.CreateArrayFromBuffer(kName, Data<Source>(count), ElementTypeOf<T>(), count, 1);
-        }
+        Node::Store(root, DataOf(bytes), LengthOf(bytes), storage.level);
     }
     void operator()(hid_t root, std::size_t bytes) const
     {
-        const hsize_t length = bytes / sizeof(T);
+        const hsize_t length = LengthOf(bytes);
         const hsize_t chunk = std::min(storage.chunk, length);
+        const hid_t type = TypeOf(DataOf(bytes));
         const Id space(H5Screate_simple(1, &length, nullptr));
-        const Id list(H5Pcreate(H5P_DATASET_CREATE));
-        if (chunk > 0)
-        {
-            H5Pset_chunk(list, 1, &chunk);
-        }
-        if (storage.level > 0)
-        {
-            H5Pset_shuffle(list);
-            H5Pset_deflate(list, static_cast<unsigned int>(storage.level));
-        }
-        const Id set(H5Dcreate2(root, kName, TypeOf<T>(), space, H5P_DEFAULT, list, H5P_DEFAULT));
-        H5Dwrite(set, TypeOf<T>(), H5S_ALL, H5S_ALL, H5P_DEFAULT, Data<Source>(length));
+        const Id list = CreationList(chunk == 0 ? 0 : 1, &chunk, storage.level);
+        const Id set(H5Dcreate2(root, kName, type, space, H5P_DEFAULT, list, H5P_DEFAULT));
+        H5Dwrite(set, type, H5S_ALL, H5S_ALL, H5P_DEFAULT, DataOf(bytes));
     }
     void operator()(const H5::Group& root, std::size_t bytes) const
     {
-        const hsize_t length = bytes / sizeof(T);
+        const hsize_t length = LengthOf(bytes);
         const hsize_t chunk = std::min(storage.chunk, length);
+        const H5::DataType type(TypeOf(DataOf(bytes)));
         H5::DSetCreatPropList list;
         if (chunk > 0)
         {
@@ -262,45 +212,41 @@ struct Write
             list.setShuffle();
             list.setDeflate(storage.level);
         }
-        const H5::DataSet set = root.createDataSet(kName, CppTypeOf<T>(), H5::DataSpace(1, &length), list);
-        set.write(Data<Source>(length), CppTypeOf<T>());
+        root.createDataSet(kName, type, H5::DataSpace(1, &length), list).write(DataOf(bytes), type);
     }
 };
 
-// A file with a data set of so many bytes, or of as many as are asked for.
-template <typename Source>
+// Reads a data set whole, into the memory that it came from.
+template <auto Source>
+struct Read
+{
+    template <typename LibraryNode>
+    void operator()(const LibraryNode& node, std::size_t bytes) const
+    {
+        Node::Read(node, Write<Source>::DataOf(bytes));
+    }
+    void operator()(const Id& set, std::size_t bytes) const
+    {
+        auto* data = Write<Source>::DataOf(bytes);
+        H5Dread(set, TypeOf(data), H5S_ALL, H5S_ALL, H5P_DEFAULT, data);
+    }
+    void operator()(const H5::DataSet& set, std::size_t bytes) const
+    {
+        auto* data = Write<Source>::DataOf(bytes);
+        set.read(data, H5::DataType(TypeOf(data)));
+    }
+};
+
+// A file with a data set of so many bytes, or of as many as are asked for. `name` says the kind of data.
+template <auto Source>
 Place Stored(Name name, const Storage& storage, std::size_t fixedBytes = 0)
 {
     const auto make = [=](Name path, std::size_t bytes)
     {
         Write<Source>{storage}(PlainFile(path, "w").id, fixedBytes == 0 ? bytes : fixedBytes);
     };
-    return {name + "-" + storage.word + "-" + Source::kWord, "r+", make};
+    return {name + "-" + storage.word, "r+", make};
 }
-
-// Reads a data set whole.
-template <typename Source>
-struct Read
-{
-    using T = Element<Source>;
-
-    void operator()(const IArray& array, std::size_t bytes) const
-    {
-        array.GetToBuffer(Data<Source>(bytes / sizeof(T)), ElementTypeOf<T>());
-    }
-    void operator()(const ITable& table, std::size_t bytes) const
-    {
-        table.GetToBuffer(Data<Source>(bytes / sizeof(T)), -1);
-    }
-    void operator()(hid_t set, std::size_t bytes) const
-    {
-        H5Dread(set, TypeOf<T>(), H5S_ALL, H5S_ALL, H5P_DEFAULT, Data<Source>(bytes / sizeof(T)));
-    }
-    void operator()(const H5::DataSet& set, std::size_t bytes) const
-    {
-        set.read(Data<Source>(bytes / sizeof(T)), CppTypeOf<T>());
-    }
-};
 
 // So many elements of each stride-th, so many times.
 struct Pattern
@@ -311,10 +257,9 @@ struct Pattern
 };
 
 // Reads parts of an open data set, by selections of HDF5's.
-template <typename Source>
+template <typename T>
 struct ReadPattern
 {
-    using T = Element<Source>;
     Pattern (*patternOf)(std::size_t size);
 
     template <typename Set>
@@ -333,22 +278,20 @@ struct ReadPattern
     }
     static void ReadOnce(const ITable& table, std::size_t stride, std::size_t count)
     {
-        table.GetFromHyperslab(Buffer<T>(), 0, stride, count, TypeOf<T>());
+        table.GetFromHyperslab(Buffer<T>(), 0, stride, count, TypeOf(Buffer<T>()));
     }
     static void ReadOnce(hid_t set, hsize_t stride, hsize_t count)
     {
-        const hsize_t start = 0;
-        const Id file(H5Dget_space(set));
+        const Id file = SelectedSpace(set, 0, stride, count);
         const Id memory(H5Screate_simple(1, &count, nullptr));
-        H5Sselect_hyperslab(file, H5S_SELECT_SET, &start, &stride, &count, nullptr);
-        H5Dread(set, TypeOf<T>(), memory, file, H5P_DEFAULT, Buffer<T>());
+        H5Dread(set, TypeOf(Buffer<T>()), memory, file, H5P_DEFAULT, Buffer<T>());
     }
     static void ReadOnce(const H5::DataSet& set, hsize_t stride, hsize_t count)
     {
         const hsize_t start = 0;
         const H5::DataSpace file = set.getSpace();
         file.selectHyperslab(H5S_SELECT_SET, &count, &start, &stride);
-        set.read(Buffer<T>(), CppTypeOf<T>(), H5::DataSpace(1, &count), file);
+        set.read(Buffer<T>(), H5::DataType(TypeOf(Buffer<T>())), H5::DataSpace(1, &count), file);
     }
 };
 
@@ -357,7 +300,7 @@ template <typename T>
 std::unique_ptr<T[]> ReadAll(hid_t set, std::size_t count)
 {
     std::unique_ptr<T[]> all(new T[count]);
-    H5Dread(set, TypeOf<T>(), H5S_ALL, H5S_ALL, H5P_DEFAULT, all.get());
+    H5Dread(set, TypeOf(all.get()), H5S_ALL, H5S_ALL, H5P_DEFAULT, all.get());
     return all;
 }
 
@@ -366,10 +309,9 @@ template <typename T>
 void ReadAllAndPick(hid_t set, std::size_t stride)
 {
     const auto all = ReadAll<T>(set, kLength<T>);
-    T* picked = Buffer<T>();
     for (std::size_t i = 0; i < kLength<T> / stride; ++i)
     {
-        picked[i] = all[i * stride];
+        Buffer<T>()[i] = all[i * stride];
     }
 }
 
@@ -409,30 +351,15 @@ Selection Repeated(std::size_t count)
     return rows;
 }
 
-// The spaces in memory and in the file between the run of a table and selected rows of the buffer.
-std::pair<H5::DataSpace, H5::DataSpace> SpacesOfARun(const H5::DataSet& set, const Selection& rows)
-{
-    const hsize_t count = rows.size();
-    const hsize_t start = kRunStart;
-    const hsize_t all = kMillion;
-    const H5::DataSpace memory(1, &all);
-    const H5::DataSpace file = set.getSpace();
-    memory.selectElements(H5S_SELECT_SET, count, rows.data());
-    file.selectHyperslab(H5S_SELECT_SET, &count, &start);
-    return {memory, file};
-}
-
-// The works on selected rows, with a buffer of a million rows.
+// The works on selected rows, with a buffer of a million rows: between them and a run of the table, or of the table itself.
 struct ReadSelected
 {
-    static constexpr const char* kWord = "read selected rows of a million";
-
-    void operator()(const ITable& table, const Selection& rows, Reading* buffer) const
+    static void Work(const ITable& table, const Selection& rows, Reading* buffer)
     {
         table.GetFromSelection(buffer, -1, rows);
     }
     // The faster of two ways: a selection of points for few rows, all rows for many.
-    void operator()(hid_t set, const Selection& rows, Reading* buffer) const
+    static void Work(hid_t set, const Selection& rows, Reading* buffer)
     {
         const hsize_t count = rows.size();
         if (count >= kPickFrom)
@@ -444,69 +371,76 @@ struct ReadSelected
         const Id file(H5Dget_space(set));
         const Id memory(H5Screate_simple(1, &count, nullptr));
         H5Sselect_elements(file, H5S_SELECT_SET, count, rows.data());
-        H5Dread(set, TypeOf<Reading>(), memory, file, H5P_DEFAULT, buffer);
+        H5Dread(set, TypeOf(buffer), memory, file, H5P_DEFAULT, buffer);
     }
-    void operator()(const H5::DataSet& set, const Selection& rows, Reading* buffer) const
+    static void Work(const H5::DataSet& set, const Selection& rows, Reading* buffer)
     {
         const hsize_t count = rows.size();
         const H5::DataSpace file = set.getSpace();
         file.selectElements(H5S_SELECT_SET, count, rows.data());
-        set.read(buffer, CppTypeOf<Reading>(), H5::DataSpace(1, &count), file);
+        set.read(buffer, H5::DataType(TypeOf(buffer)), H5::DataSpace(1, &count), file);
     }
+};
+
+// The spaces of a transfer by HDF5's C++ API between a run of the table and selected rows of the buffer.
+struct CppRun
+{
+    CppRun(const H5::DataSet& set, const Selection& rows) : file(set.getSpace())
+    {
+        const hsize_t count = rows.size();
+        memory.selectElements(H5S_SELECT_SET, count, rows.data());
+        file.selectHyperslab(H5S_SELECT_SET, &count, &kRunStart);
+    }
+
+    H5::DataSpace memory{1, &kMillion};
+    H5::DataSpace file;
+    H5::DataType type{TypeOf(Buffer<Reading>())};
 };
 
 struct Scatter
 {
-    static constexpr const char* kWord = "read a run to selected rows of a buffer";
-
-    void operator()(const ITable& table, const Selection& rows, Reading* buffer) const
+    static void Work(const ITable& table, const Selection& rows, Reading* buffer)
     {
-        table.GetFromHyperslabToSelection(buffer, kMillion, TypeOf<Reading>(), kRunStart, rows);
+        table.GetFromHyperslabToSelection(buffer, kMillion, TypeOf(buffer), kRunStart, rows);
     }
-    void operator()(hid_t set, const Selection& rows, Reading* buffer) const
+    static void Work(hid_t set, const Selection& rows, Reading* buffer)
     {
         const hsize_t count = rows.size();
-        const hsize_t start = kRunStart;
         const std::unique_ptr<Reading[]> run(new Reading[count]);
-        const Id file(H5Dget_space(set));
+        const Id file = SelectedSpace(set, kRunStart, 1, count);
         const Id memory(H5Screate_simple(1, &count, nullptr));
-        H5Sselect_hyperslab(file, H5S_SELECT_SET, &start, nullptr, &count, nullptr);
-        H5Dread(set, TypeOf<Reading>(), memory, file, H5P_DEFAULT, run.get());
+        H5Dread(set, TypeOf(buffer), memory, file, H5P_DEFAULT, run.get());
         for (std::size_t i = 0; i < count; ++i)
         {
             buffer[rows[i]] = run[i];
         }
     }
-    void operator()(const H5::DataSet& set, const Selection& rows, Reading* buffer) const
+    static void Work(const H5::DataSet& set, const Selection& rows, Reading* buffer)
     {
-        const auto [memory, file] = SpacesOfARun(set, rows);
-        set.read(buffer, CppTypeOf<Reading>(), memory, file);
+        const CppRun run(set, rows);
+        set.read(buffer, run.type, run.memory, run.file);
     }
 };
 
 struct Collect
 {
-    static constexpr const char* kWord = "write selected rows of a buffer to a run";
-
-    void operator()(ITable& table, const Selection& rows, Reading* buffer) const
+    static void Work(ITable& table, const Selection& rows, Reading* buffer)
     {
-        table.SetToHyperslabFromSelection(buffer, kMillion, TypeOf<Reading>(), kRunStart, rows);
+        table.SetToHyperslabFromSelection(buffer, kMillion, TypeOf(buffer), kRunStart, rows);
     }
-    void operator()(hid_t set, const Selection& rows, Reading* buffer) const
+    static void Work(hid_t set, const Selection& rows, Reading* buffer)
     {
         const hsize_t count = rows.size();
-        const hsize_t start = kRunStart;
         const std::unique_ptr<Reading[]> run(new Reading[count]);
         std::transform(rows.begin(), rows.end(), run.get(), [&](hsize_t row) { return buffer[row]; });
-        const Id file(H5Dget_space(set));
+        const Id file = SelectedSpace(set, kRunStart, 1, count);
         const Id memory(H5Screate_simple(1, &count, nullptr));
-        H5Sselect_hyperslab(file, H5S_SELECT_SET, &start, nullptr, &count, nullptr);
-        H5Dwrite(set, TypeOf<Reading>(), memory, file, H5P_DEFAULT, run.get());
+        H5Dwrite(set, TypeOf(buffer), memory, file, H5P_DEFAULT, run.get());
     }
-    void operator()(const H5::DataSet& set, const Selection& rows, Reading* buffer) const
+    static void Work(const H5::DataSet& set, const Selection& rows, Reading* buffer)
     {
-        const auto [memory, file] = SpacesOfARun(set, rows);
-        set.write(buffer, CppTypeOf<Reading>(), memory, file);
+        const CppRun run(set, rows);
+        set.write(buffer, run.type, run.memory, run.file);
     }
 };
 
@@ -548,123 +482,121 @@ struct ReadTexts
 };
 
 const Reason kFixedCost = {"*", "a fixed cost of each call, which larger data hide", 512 * kKiB};
-const std::vector<Reason> kWriteReasons = {
+const Reasons kWriteReasons = {
     {"*", "a chunk has an index in the file and each call a fixed cost, which larger data hide", 512 * kKiB}};
-const std::vector<Reason> kReadReasons = {
+const Reasons kReadReasons = {
     {"*", "HDF5 copies a chunk of up to 1 MiB through its cache, and each call has a fixed cost", 512 * kKiB},
     {"h5py", "numpy's buffers lie on huge pages, which takes a tenth off a large read"},
     {"pytables", "numpy's buffers lie on huge pages, which takes a tenth off a large read"}};
-const std::vector<Reason> kDeflateReasons = {
-    {"h5py", "its chunks fit the processor's cache, the library stores one chunk"},
-    {"pytables", "its chunks fit the processor's cache, the library stores one chunk"},
-    kFixedCost};
-const std::vector<Reason> kPickReasons = {
+const Reasons kDeflateReasons = {{"h5py", "its chunks fit the processor's cache, the library stores one chunk"},
+                                 {"pytables", "its chunks fit the processor's cache, the library stores one chunk"},
+                                 kFixedCost};
+const Reasons kPickReasons = {
     {"plain", "the program reads the whole array into memory of its own; the library takes 0.6 MiB"}};
-const std::vector<Reason> kFewReasons = {
-    {"*", "a fixed cost of each call: the type is named and the arguments are tested", 256}};
-const std::vector<Reason> kSelectedReasons = {{"*", "each place is tested against the table's end"}};
-const std::vector<Reason> kRunReasons = {
+const Reasons kFewReasons = {{"*", "a fixed cost of each call: the type is named and the arguments are tested", 256}};
+const Reasons kSelectedReasons = {{"*", "each place is tested against the table's end"}};
+const Reasons kRunReasons = {
     {"*", "the caller's type is compared with the stored one, and each place is tested against the buffer's end"}};
-const std::vector<Reason> kTextReasons = {{"*", "each text is tested for what has to be converted to UTF-8"}};
+const Reasons kTextReasons = {{"*", "each text is tested for what has to be converted to UTF-8"}};
 
-const std::vector<std::size_t> kArraySizes = {8 * kKiB, 512 * kKiB, 8 * kMiB, 64 * kMiB, 512 * kMiB};
-const std::vector<std::size_t> kTableSizes = {512 * kKiB, 8 * kMiB, 64 * kMiB};
+const Sizes kArraySizes = {8 * kKiB, 512 * kKiB, 8 * kMiB, 64 * kMiB, 512 * kMiB};
+const Sizes kTableSizes = {512 * kKiB, 8 * kMiB, 64 * kMiB};
+const Sizes kKindSizes = {512 * kKiB, 8 * kMiB, 32 * kMiB};
 
-template <typename Source>
-Row WriteRow(Name name, const std::vector<std::size_t>& sizes, double target, const std::vector<Reason>& reasons,
-             const Storage& storage)
+// Writing and reading whole; targets hold for data that are worth the name.
+template <auto Source>
+Row WriteRow(Name name, const Sizes& sizes, double target, const Reasons& reasons, const Storage& storage)
 {
     const Place fresh = {"data", "w",
                          [](Name /*path*/, std::size_t bytes)
                          {
-                             Data<Source>(bytes / kSize<Source>);
+                             Write<Source>::DataOf(bytes);
                          }};
     return On({name, "bytes", sizes, target, reasons, 8 * kMiB}, fresh, Root{}, Write<Source>{storage});
 }
 
-template <typename Source>
-Row ReadRow(Name name, const std::vector<std::size_t>& sizes, double target, const std::vector<Reason>& reasons,
-            const Storage& storage)
+template <auto Source>
+Row ReadRow(Name name, Name kind, const Sizes& sizes, double target, const Reasons& reasons, const Storage& storage)
 {
-    return On({name, "bytes", sizes, target, reasons, 8 * kMiB}, Stored<Source>("whole", storage), OpenData<Source>{},
-              Read<Source>{});
+    return On({name, "bytes", sizes, target, reasons, 8 * kMiB}, Stored<Source>(kind, storage),
+              OpenData<Element<Source>>{}, Read<Source>{});
 }
 
-// Writing and reading whole. The library's one chunk stands against a contiguous data set, and beside one chunk.
-template <typename Source>
-void AddWhole(Rows& rows, Name family, const std::vector<std::size_t>& sizes)
+// The library's one chunk stands against a contiguous data set, and beside one chunk.
+template <auto Source>
+void AddWhole(Rows& rows, Name family, const Sizes& sizes)
 {
-    const Row writeContiguous = WriteRow<Source>(family + "/write", sizes, 1.10, kWriteReasons, kContiguous);
-    const Row readContiguous = ReadRow<Source>(family + "/read", sizes, 1.05, kReadReasons, kContiguous);
-    const Row writeChunk = WriteRow<Source>(family + "/write", sizes, 1.02, {kFixedCost}, kOneChunk);
-    const Row readChunk = ReadRow<Source>(family + "/read", sizes, 1.02, {kFixedCost}, kOneChunk);
-    rows.push_back(writeContiguous);
-    rows.push_back(readContiguous);
+    const Row writeChunk = WriteRow<Source>(family + "/write", sizes, 0, {kFixedCost}, kOneChunk);
+    const Row readChunk = ReadRow<Source>(family + "/read", family, sizes, 0, {kFixedCost}, kOneChunk);
+    rows.push_back(WriteRow<Source>(family + "/write", sizes, 1.10, kWriteReasons, kContiguous));
+    rows.push_back(ReadRow<Source>(family + "/read", family, sizes, 1.05, kReadReasons, kContiguous));
     rows.back().library = readChunk.library;
     rows.push_back(Beside(writeChunk, "one chunk", 1.02, writeChunk.plain));
     rows.push_back(Beside(readChunk, "one chunk", 1.02, readChunk.plain));
 }
 
-// Writing and reading whole with shuffle and deflate, for one kind of data.
-template <typename Source>
-void AddDeflated(Rows& rows, Name family, const std::vector<std::size_t>& sizes)
+template <auto Source>
+void AddDeflated(Rows& rows, Name family, Name kind, const Sizes& sizes)
 {
-    for (const auto& [storage, writeTarget] : {std::pair(kDeflate1, 0.50), std::pair(kDeflate6, 0.65)})
+    for (const Storage& storage : {kDeflate1, kDeflate6})
     {
-        const std::string word = " with shuffle and deflate " + std::to_string(storage.level) + ", " + Source::kWord;
-        rows.push_back(WriteRow<Source>(family + "/write" + word, sizes, writeTarget, kDeflateReasons, storage));
-        rows.push_back(ReadRow<Source>(family + "/read" + word, sizes, 0.55, kDeflateReasons, storage));
+        const std::string word = " with shuffle and deflate " + std::to_string(storage.level) + ", " + kind;
+        const double target = storage.level == 1 ? 0.50 : 0.65;
+        rows.push_back(WriteRow<Source>(family + "/write" + word, sizes, target, kDeflateReasons, storage));
+        rows.push_back(ReadRow<Source>(family + "/read" + word, kind, sizes, 0.55, kDeflateReasons, storage));
     }
 }
 
-template <typename Source>
+template <auto Source>
 void AddParts(Rows& rows, Name family, Name element)
 {
     using T = Element<Source>;
     Buffer<T>();
-    constexpr std::size_t kBytes = kLength<T> * sizeof(T);
-    const auto add = [&](Name work, Name unit, const std::vector<std::size_t>& sizes, double target,
-                         const std::vector<Reason>& reasons, const Storage& storage, Pattern (*patternOf)(std::size_t))
+    const auto place = [=](const Storage& storage)
     {
-        rows.push_back(On({family + "/" + work, unit, sizes, target, reasons}, Stored<Source>("parts", storage, kBytes),
-                          OpenData<Source>{}, ReadPattern<Source>{patternOf}));
+        return Stored<Source>("parts of " + family, storage, kLength<T> * sizeof(T));
     };
-    add("read every n-th " + element + " of 16 MiB", "n =", {16, 4, 2}, 1.02, kPickReasons, kOneChunk,
+    const auto add = [&](Name work, Name unit, const Sizes& sizes, double target, const Reasons& reasons,
+                         const Storage& storage, Pattern (*patternOf)(std::size_t))
+    {
+        const Row row = {family + "/read " + work, unit, sizes, target, reasons};
+        rows.push_back(On(row, place(storage), OpenData<T>{}, ReadPattern<T>{patternOf}));
+    };
+    add("every n-th " + element + " of 16 MiB", "n =", {16, 4, 2}, 1.02, kPickReasons, kOneChunk,
         [](std::size_t stride) {
             return Pattern{stride, kLength<T> / stride, 1};
         });
     const Row selected = Beside(rows.back(), "HDF5's selection", 1.02, rows.back().plain);
-    rows.back().plain =
-        OnFile(Stored<Source>("parts", kOneChunk, kBytes), PlainFile, OpenData<Source>{}, ReadAllAndPick<T>);
+    rows.back().plain = OnFile(place(kOneChunk), PlainFile, OpenData<T>{}, ReadAllAndPick<T>);
     rows.push_back(selected);
-    add("read a run of " + element + "s", "bytes", {16 * kMiB}, 1.02, {}, kOneChunk,
+    add("a run of " + element + "s", "bytes", {16 * kMiB}, 1.02, {}, kOneChunk,
         [](std::size_t bytes) {
             return Pattern{1, bytes / sizeof(T), 1};
         });
-    add("read every 500th " + element + " of a contiguous data set, 10 times", element + "s",
-        {16, 256, kLength<T> / 512}, 1.05, kFewReasons, kContiguous,
+    add("every 500th " + element + " of a contiguous data set, 10 times", element + "s", {16, 256, kLength<T> / 512},
+        1.05, kFewReasons, kContiguous,
         [](std::size_t count) {
             return Pattern{500, count, 10};
         });
-    add("read every 20th " + element + " in chunks of 1,024, 10 times", element + "s", {256, 4096, kLength<T> / 20},
-        1.05, kFewReasons, kSmallChunks,
+    add("every 20th " + element + " in chunks of 1,024, 10 times", element + "s", {256, 4096, kLength<T> / 20}, 1.05,
+        kFewReasons, kSmallChunks,
         [](std::size_t count) {
             return Pattern{20, count, 10};
         });
 }
 
-template <typename Work>
-void AddSelected(Rows& rows, Name word, const std::vector<Reason>& reasons, Selection (*make)(std::size_t count))
+template <typename OnSelected>
+Row SelectionRow(Name work, const Reasons& reasons, Selection (*make)(std::size_t count))
 {
-    const std::vector<std::size_t> counts = {1000, 10000, 100000};
-    const auto made = std::make_shared<std::map<std::size_t, Selection>>();
+    const Sizes counts = {1000, 10000, 100000};
+    std::map<std::size_t, Selection> made;
     for (const std::size_t count : counts)
     {
-        (*made)[count] = make(count);
+        made[count] = make(count);
     }
-    rows.push_back(On({std::string("tables/") + Work::kWord + ", " + word, "rows", counts, 1.05, reasons},
-                      Stored<RepeatedRows>("million", kOneChunk, kMillion * sizeof(Reading)), OpenData<RepeatedRows>{},
-                      [=](auto& table, std::size_t count) { Work{}(table, made->at(count), Buffer<Reading>()); }));
+    return On({"tables/" + work, "rows", counts, 1.05, reasons},
+              Stored<RepeatedRows>("million", kOneChunk, kMillion * sizeof(Reading)), OpenData<Reading>{},
+              [=](auto& table, std::size_t count) { OnSelected::Work(table, made.at(count), Buffer<Reading>()); });
 }
 
 } // namespace
@@ -673,23 +605,24 @@ bench::Rows bench::DataSetRows()
 {
     Rows rows;
     AddWhole<Counts>(rows, "arrays", kArraySizes);
-    AddDeflated<Walk>(rows, "arrays", kTableSizes);
-    AddDeflated<Sines>(rows, "arrays", kTableSizes);
-    AddDeflated<NoisyCounts>(rows, "arrays", kTableSizes);
-    AddDeflated<Counts>(rows, "arrays", kArraySizes);
+    AddDeflated<Walk>(rows, "arrays", "random walk of ints", kKindSizes);
+    AddDeflated<Sines>(rows, "arrays", "sines in doubles", kKindSizes);
+    AddDeflated<NoisyCounts>(rows, "arrays", "noisy 12-bit counts in shorts", kKindSizes);
+    AddDeflated<Counts>(rows, "arrays", "counts in doubles", kArraySizes);
     AddParts<Counts>(rows, "arrays", "element");
     AddWhole<RepeatedRows>(rows, "tables", kTableSizes);
-    AddDeflated<Measurements>(rows, "tables", kTableSizes);
-    AddDeflated<RepeatedRows>(rows, "tables", kTableSizes);
+    AddDeflated<Measurements>(rows, "tables", "measurements", kKindSizes);
+    AddDeflated<RepeatedRows>(rows, "tables", "rows that repeat", kTableSizes);
     AddParts<RepeatedRows>(rows, "tables", "row");
     rows.push_back(On({"tables/read a column of texts", "bytes", kTableSizes, 1.10, kTextReasons},
-                      Stored<RepeatedRows>("whole", kOneChunk), OpenData<RepeatedRows>{}, ReadTexts{}));
-    for (const auto& [word, make] :
-         {std::pair("sorted", Sorted), {"shuffled", Shuffled}, {"each four times", Repeated}})
+                      Stored<RepeatedRows>("tables", kOneChunk), OpenData<Reading>{}, ReadTexts{}));
+    const std::pair<std::string, Selection (*)(std::size_t)> orders[] = {
+        {"sorted", Sorted}, {"shuffled", Shuffled}, {"each four times", Repeated}};
+    for (const auto& [word, make] : orders)
     {
-        AddSelected<ReadSelected>(rows, word, kSelectedReasons, make);
-        AddSelected<Scatter>(rows, word, kRunReasons, make);
-        AddSelected<Collect>(rows, word, kRunReasons, make);
+        rows.push_back(SelectionRow<ReadSelected>("read selected rows of a million, " + word, kSelectedReasons, make));
+        rows.push_back(SelectionRow<Scatter>("read a run to selected rows of a buffer, " + word, kRunReasons, make));
+        rows.push_back(SelectionRow<Collect>("write selected rows of a buffer to a run, " + word, kRunReasons, make));
     }
     return rows;
 }

@@ -17,7 +17,7 @@ struct Chunks
     std::string word;
     unsigned int rows;
     int level;
-    std::vector<std::size_t> literalSizes; ///< Of the literal calls, which are too slow for more.
+    Sizes literalSizes; ///< Of the literal calls, which are too slow for more.
 };
 
 // 16 doubles a row, so 128 KiB and 2 MiB a chunk: below and above HDF5's chunk cache of 1 MiB.
@@ -74,13 +74,7 @@ hid_t CreatePlainly(hid_t file, const Chunks& chunks, hsize_t rows, hsize_t colu
     const hsize_t dimensions[2] = {rows, columns};
     const hsize_t chunk[2] = {chunks.rows, kColumns};
     const Id space(H5Screate_simple(2, dimensions, kUnlimited));
-    const Id list(H5Pcreate(H5P_DATASET_CREATE));
-    H5Pset_chunk(list, 2, chunk);
-    if (chunks.level > 0)
-    {
-        H5Pset_shuffle(list);
-        H5Pset_deflate(list, static_cast<unsigned int>(chunks.level));
-    }
+    const Id list = CreationList(2, chunk, chunks.level);
     return H5Dcreate2(file, kName, H5T_NATIVE_DOUBLE, space, H5P_DEFAULT, list, access);
 }
 
@@ -201,20 +195,12 @@ struct OpenLiterally
     Id operator()(hid_t file, std::size_t rows) const { return Id(open.Plainly(file, rows, H5P_DEFAULT)); }
 };
 
-hid_t IdOf(const IExtensibleArray2D& array)
+struct IdOf
 {
-    return array.LocationID();
-}
-
-hid_t IdOf(const H5::DataSet& set)
-{
-    return set.getId();
-}
-
-hid_t IdOf(hid_t set)
-{
-    return set;
-}
+    hid_t operator()(const IExtensibleArray2D& array) const { return array.LocationID(); }
+    hid_t operator()(const H5::DataSet& set) const { return set.getId(); }
+    hid_t operator()(hid_t set) const { return set; }
+};
 
 // What was appended is in the file at the end, however much a cache can hold.
 template <typename Move>
@@ -229,7 +215,7 @@ auto ForEachBlock(const Way& way, Move move)
         }
         if (way.isAppend)
         {
-            H5Dflush(IdOf(array));
+            H5Dflush(IdOf{}(array));
         }
     };
 }
@@ -241,7 +227,7 @@ const Reason kAsksForTheSpace = {
 const Reason kAsksForTheExtent = {
     "*", "the extent is asked for at each append, because another handle may have extended the array"};
 
-std::vector<Reason> ReasonsFor(const Chunks& chunks, const Way& way)
+Reasons ReasonsFor(const Chunks& chunks, const Way& way)
 {
     if (way.step > 1 && !way.isAppend && chunks.rows > 1024)
     {
@@ -269,7 +255,7 @@ void AddRows(Rows& rows, const Chunks& chunks, const Way& way, Move move)
                {100, 10000, 100000},
                1.10,
                ReasonsFor(chunks, way)};
-    std::vector<std::size_t> literalSizes = chunks.literalSizes;
+    Sizes literalSizes = chunks.literalSizes;
     double literalTarget = 0.90;
     if (way.step > 1)
     {
@@ -315,31 +301,10 @@ void AddWays(Rows& rows, const Chunks& chunks)
             { array.ReadColumnToBuffer(static_cast<int>(block.start[1]), block.Buffer(), kDouble); });
 }
 
-// Opens arrays by name and asks for type and shape.
-struct OpenByName
+struct OpenExtensible : OpenByName
 {
+    using OpenByName::operator();
     void operator()(IGroup& root, Name name) const { root.GetExtensibleArray2D(name); }
-    void operator()(hid_t root, Name name) const
-    {
-        const Id set(H5Dopen2(root, name.c_str(), H5P_DEFAULT));
-        const Id type(H5Dget_type(set));
-        benchmark::DoNotOptimize(H5Tget_class(type) + static_cast<int>(H5Tget_size(type)) + H5Tget_order(type));
-        const Id space(H5Dget_space(set));
-        hsize_t dimensions[2];
-        hsize_t maximum[2];
-        if (H5Sget_simple_extent_ndims(space) == 2)
-        {
-            H5Sget_simple_extent_dims(space, dimensions, maximum);
-        }
-    }
-    void operator()(const H5::Group& root, Name name) const
-    {
-        const H5::DataSet set = root.openDataSet(name);
-        hsize_t dimensions[2];
-        hsize_t maximum[2];
-        benchmark::DoNotOptimize(set.getDataType().getSize());
-        set.getSpace().getSimpleExtentDims(dimensions, maximum);
-    }
 };
 
 } // namespace
@@ -354,7 +319,7 @@ bench::Rows bench::ExtensibleArrayRows()
     };
     Rows rows = {On({"extensible arrays/open, ask for type and shape", "arrays", {100, 1000, 10000}, 1.20, {reason}},
                     MadeByLibrary("extensible-empty", "r", ForEachName(createEmpty)), Root{},
-                    ForEachName(OpenByName{}))};
+                    ForEachName(OpenExtensible{}))};
     for (const Chunks& chunks : kAllChunks)
     {
         AddWays(rows, chunks);

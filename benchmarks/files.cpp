@@ -18,10 +18,7 @@ Turn ForEachFile(std::size_t count)
         [&]
         {
             const Work work;
-            for (Name path : paths)
-            {
-                work(path);
-            }
+            ForEach(paths, work);
         });
 }
 
@@ -117,28 +114,20 @@ struct CreateGroups
 {
     void operator()(IGroup& root, std::size_t levels) const
     {
-        for (Name path : GroupPaths(levels))
-        {
-            root.CreateGroup(path);
-        }
+        ForEach(GroupPaths(levels), [&](Name path) { root.CreateGroup(path); });
     }
     void operator()(hid_t root, std::size_t levels) const
     {
         const Id links(H5Pcreate(H5P_LINK_CREATE));
         H5Pset_create_intermediate_group(links, 1);
-        for (Name path : GroupPaths(levels))
-        {
-            H5Gclose(H5Gcreate2(root, path.c_str(), links, H5P_DEFAULT, H5P_DEFAULT));
-        }
+        ForEach(GroupPaths(levels),
+                [&](Name path) { Id(H5Gcreate2(root, path.c_str(), links, H5P_DEFAULT, H5P_DEFAULT)); });
     }
     void operator()(const H5::Group& root, std::size_t levels) const
     {
         H5::LinkCreatPropList links;
         links.setCreateIntermediateGroup(true);
-        for (Name path : GroupPaths(levels))
-        {
-            root.createGroup(path, links);
-        }
+        ForEach(GroupPaths(levels), [&](Name path) { root.createGroup(path, links); });
     }
 };
 
@@ -146,9 +135,8 @@ struct CreateGroups
 
 bench::Rows bench::FileRows()
 {
-    const std::vector<Reason> ownGroups = {
-        {"*", "each group is an object with its own name and pointers that the file knows of"}};
-    const std::vector<Reason> ownLists = {
+    const Reasons ownGroups = {{"*", "each group is an object with its own name and pointers that the file knows of"}};
+    const Reasons ownLists = {
         {"*", "each open makes its own access list and asks for the file's name and root group, so that a file that is "
               "opened twice is seen and nothing stays open"}};
     const auto row = [&](Name work, double target, const Side& library, const Side& plain, const Side& cpp)

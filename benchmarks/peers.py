@@ -17,6 +17,7 @@ READING = np.dtype([("time", "f8"), ("value", "f8"), ("error", "f8"), ("channel"
 MILLION = 1_000_000
 SMALL = np.arange(1, 9, dtype="f8")
 COLUMNS = 16
+FLOATS = tables.Float64Atom()
 STORAGES = {"128 KiB chunks": (1024, 0), "2 MiB chunks": (16384, 0), "deflated 2 MiB chunks": (16384, 1)}
 ROWS = {}
 cached = {}
@@ -86,15 +87,12 @@ class Nothing:
 
 
 def files():
-    def each_file(open_one, work, mode):
+    def each_file(open_one, mode, work):
         def do(_, count):
             for i in range(count):
                 with open_one(path(f"files/f{i:06d}"), mode) as file:
                     work(file)
         return do
-
-    def mark_h5py(file):
-        file.attrs.create("__vorl_api_version", [1], dtype="u4")
 
     def mark_tables(file):
         file.root._v_attrs["__vorl_api_version"] = np.uint32(1)
@@ -103,21 +101,18 @@ def files():
         os.makedirs(path("files"), exist_ok=True)
         return [Nothing()]
 
-    row("files and groups/create and close files", nothing, each_file(h5py.File, mark_h5py, "w"),
-        each_file(tables.open_file, mark_tables, "w"))
-    row("files and groups/open and close files", nothing, each_file(h5py.File, lambda file: None, "r"),
-        each_file(tables.open_file, lambda file: None, "r"))
+    row("files and groups/create and close files", nothing,
+        each_file(h5py.File, "w", lambda file: file.attrs.create("__vorl_api_version", [1], dtype="u4")),
+        each_file(tables.open_file, "w", mark_tables))
+    row("files and groups/open and close files", nothing, each_file(h5py.File, "r", lambda file: None),
+        each_file(tables.open_file, "r", lambda file: None))
 
 
 def group_paths(levels):
-    paths = []
-    for i in range(10000):
-        parts, above = [f"leaf{i:06d}"], i
-        for _ in range(levels - 1):
-            above //= 10
-            parts.insert(0, f"group{above}")
-        paths.append("/".join(parts))
-    return paths
+    def path_of(i):
+        above = [f"group{i // 10 ** level}" for level in range(levels - 1, 0, -1)]
+        return "/".join([*above, f"leaf{i:06d}"])
+    return [path_of(i) for i in range(10000)]
 
 
 def groups():
@@ -144,6 +139,10 @@ def for_each_child(work):
     return do
 
 
+def shape(node):
+    return node, node.dtype, node.shape
+
+
 def small_arrays():
     table_row = np.zeros(1, [("value", "f8"), ("number", "i4")])
     create_arrays = both(for_each_child(lambda file, name: file.create_dataset(name, data=SMALL, chunks=(8,))),
@@ -157,9 +156,6 @@ def small_arrays():
 
     def add(work, prepare, with_h5py, with_tables):
         row("small arrays/" + work, prepare, with_h5py, with_tables)
-
-    def shape(node):
-        return node, node.dtype, node.shape
 
     def list_h5py(wants_tables):
         return lambda file, _: [shape(d) for d in file.values() if bool(d.dtype.fields) == wants_tables]
@@ -347,7 +343,7 @@ def extensible_arrays(word, chunk_rows, deflate):
         if peer == "h5py":
             return file.create_dataset("rows", shape, maxshape=(None, None), chunks=(chunk_rows, COLUMNS), dtype="f8",
                                        **filters)
-        return file.create_earray("/", "rows", tables.Float64Atom(), shape, filters=both_filters,
+        return file.create_earray("/", "rows", FLOATS, shape, filters=both_filters,
                                   chunkshape=(chunk_rows, COLUMNS))
 
     def empty(shape_of):
@@ -356,20 +352,23 @@ def extensible_arrays(word, chunk_rows, deflate):
             return [file, create(peer, file, shape_of(size))]
         return prepare
 
+    def block(rows):
+        return data_of(rows * COLUMNS, line_of).reshape(rows, COLUMNS)
+
     def append_rows_h5py(step):
         def do(_, node, count):
-            block = data_of(step * COLUMNS, line_of).reshape(step, COLUMNS)
+            rows = block(step)
             for at in range(0, count, step):
                 node.resize(at + step, axis=0)
-                node[at:at + step] = block
+                node[at:at + step] = rows
             node.flush()
         return do
 
     def append_rows_tables(step):
         def do(_, node, count):
-            block = data_of(step * COLUMNS, line_of).reshape(step, COLUMNS)
+            rows = block(step)
             for _ in range(count // step):
-                node.append(block)
+                node.append(rows)
             node.flush()
         return do
 
@@ -411,14 +410,12 @@ def extensible_arrays(word, chunk_rows, deflate):
 
 
 def opened_extensible_arrays():
+    chunk = (1024, COLUMNS)
     some = stored("open-extensible", both(
-        for_each_child(lambda file, name: file.create_dataset(name, (0, 16), "f8", maxshape=(None, None),
-                                                              chunks=(1024, 16))),
-        for_each_child(lambda file, name: file.create_earray("/", name, tables.Float64Atom(), (0, 16),
-                                                             chunkshape=(1024, 16)))))
-    row("extensible arrays/open, ask for type and shape", some,
-        for_each_child(lambda file, name: (file[name].dtype, file[name].shape)),
-        for_each_child(lambda file, name: (file.get_node("/" + name).dtype, file.get_node("/" + name).shape)))
+        for_each_child(lambda file, name: file.create_dataset(name, (0, COLUMNS), "f8", maxshape=(None, None), chunks=chunk)),
+        for_each_child(lambda file, name: file.create_earray("/", name, FLOATS, (0, COLUMNS), chunkshape=chunk))))
+    row("extensible arrays/open, ask for type and shape", some, for_each_child(lambda file, name: shape(file[name])),
+        for_each_child(lambda file, name: shape(file.get_node("/" + name))))
 
 
 def selections(word, pick):

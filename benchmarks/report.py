@@ -197,13 +197,13 @@ def save(figure, path):
     """A picture of few colours is a small one."""
     figure.savefig(path, dpi=80)
     plt.close(figure)
-    Image.open(path).convert("RGB").quantize(64, method=Image.Quantize.MAXCOVERAGE).save(path, optimize=True)
+    Image.open(path).convert("RGB").quantize(24, method=Image.Quantize.FASTOCTREE).save(path, optimize=True)
 
 
 def draw_overview(rows, path):
     """All rows at their largest size, on one scale."""
     points = largest(rows)
-    figure, axes = plt.subplots(figsize=(9, 0.19 * len(points) + 1.2))
+    figure, axes = plt.subplots(figsize=(9, max(3, 0.19 * len(points) + 1.2)))
     for other, label in OTHERS.items():
         shown = [(row.times[other], place) for place, row in enumerate(points) if other in row.turns]
         if shown:
@@ -226,7 +226,7 @@ def draw_panel(panel, points):
         if line:
             panel.loglog(*zip(*line), color=color, linestyle=style, marker=marker, markersize=3, linewidth=1,
                          label=OTHERS.get(side, side))
-    panel.set_title(points[0].work, fontsize=7)
+    panel.set_title(points[0].work, fontsize=6)
     panel.tick_params(labelsize=6)
     panel.xaxis.set_minor_formatter("")
     panel.yaxis.set_minor_formatter("")

@@ -33,8 +33,7 @@ struct CreateArrays
     void operator()(hid_t root, std::size_t count) const
     {
         const Id space(H5Screate_simple(1, &kLength, nullptr));
-        const Id list(H5Pcreate(H5P_DATASET_CREATE));
-        H5Pset_chunk(list, 1, &kLength);
+        const Id list = CreationList(1, &kLength, 0);
         for (Name name : Names("child", count))
         {
             const Id set(H5Dcreate2(root, name.c_str(), H5T_NATIVE_DOUBLE, space, H5P_DEFAULT, list, H5P_DEFAULT));
@@ -54,37 +53,6 @@ struct CreateArrays
     }
 };
 
-void AskNumberType(hid_t type)
-{
-    H5Tget_size(type);
-    H5Tget_order(type);
-    if (H5Tget_class(type) == H5T_INTEGER)
-    {
-        H5Tget_sign(type);
-    }
-}
-
-void AskColumns(hid_t compound)
-{
-    const int members = H5Tget_nmembers(compound);
-    for (int i = 0; i < members; ++i)
-    {
-        AskNumberType(Id(H5Tget_member_type(compound, static_cast<unsigned int>(i))));
-    }
-}
-
-void AskLength(hid_t set)
-{
-    hsize_t dimensions[2] = {0, 0};
-    hsize_t maximum[2] = {0, 0};
-    const Id space(H5Dget_space(set));
-    if (H5Sget_simple_extent_ndims(space) <= 2)
-    {
-        H5Sget_simple_extent_dims(space, dimensions, maximum);
-    }
-    benchmark::DoNotOptimize(dimensions);
-}
-
 enum class Kind
 {
     Array,
@@ -100,37 +68,27 @@ bool AskTypeAndShape(hid_t set, Kind kind)
     {
         return false;
     }
-    if (kind == Kind::Table)
+    for (int i = 0; kind == Kind::Table && i < H5Tget_nmembers(type); ++i)
     {
-        AskColumns(type);
+        AskNumberType(Id(H5Tget_member_type(type, static_cast<unsigned int>(i))));
     }
-    else
+    if (kind == Kind::Array)
     {
         AskNumberType(type);
     }
-    AskLength(set);
+    AskShape(set);
     return true;
 }
 
-struct OpenArray
+struct OpenArray : OpenByName
 {
+    using OpenByName::operator();
     void operator()(IGroup& root, Name name) const { root.GetArray(name)->GetLength(); }
-    void operator()(hid_t root, Name name) const
-    {
-        AskTypeAndShape(Id(H5Dopen2(root, name.c_str(), H5P_DEFAULT)), Kind::Array);
-    }
-    void operator()(const H5::Group& root, Name name) const
-    {
-        const H5::DataSet set = root.openDataSet(name);
-        benchmark::DoNotOptimize(set.getDataType().getSize());
-        hsize_t dimensions[2] = {0, 0};
-        set.getSpace().getSimpleExtentDims(dimensions);
-    }
 };
 
-struct IsExtensible : OpenArray
+struct IsExtensible : OpenByName
 {
-    using OpenArray::operator();
+    using OpenByName::operator();
     void operator()(IGroup& root, Name name) const { root.HasExtensibleArray2D(name); }
 };
 
@@ -188,30 +146,14 @@ herr_t OpenChild(hid_t group, const char* name, const H5L_info_t* info, void* da
 struct List
 {
     Kind kind;
+    void (*listByLibrary)(const IGroup& root);
 
-    void operator()(const IGroup& root, std::size_t /*count*/) const
-    {
-        switch (kind)
-        {
-        case Kind::Array:
-            root.ListArrays();
-            break;
-        case Kind::Table:
-            root.ListTables();
-            break;
-        case Kind::Group:
-            root.ListGroups();
-            break;
-        }
-    }
+    void operator()(const IGroup& root, std::size_t /*count*/) const { listByLibrary(root); }
     void operator()(hid_t root, std::size_t /*count*/) const
     {
         PlainListing listing = {kind};
         H5Literate(root, H5_INDEX_NAME, H5_ITER_INC, nullptr, &OpenChild, &listing);
-        for (const hid_t id : listing.ids)
-        {
-            H5Oclose(id);
-        }
+        ForEach(listing.ids, H5Oclose);
     }
     void operator()(const H5::Group& root, std::size_t /*count*/) const
     {
@@ -280,18 +222,16 @@ struct CountGroups
     }
 };
 
-const std::vector<Reason> kOwnList = {
+const Reasons kOwnList = {
     {"*",
      "a property list and a space are made for each array, where the program makes one for all; a list that is kept "
      "keeps an id open"}};
-const std::vector<Reason> kOwnObject = {{"*", "each array becomes an object that stands for itself"}};
-const std::vector<Reason> kAsExtensible = {
-    {"*", "the array is opened as an extensible one, which is refused in words"}};
-const std::vector<Reason> kWalk = {
-    {"*", "a path is walked level by level, so that a missing level is an answer and not an error"}};
-const std::vector<Reason> kOwnObjects = {
+const Reasons kOwnObject = {{"*", "each array becomes an object that stands for itself"}};
+const Reasons kAsExtensible = {{"*", "the array is opened as an extensible one, which is refused in words"}};
+const Reasons kWalk = {{"*", "a path is walked level by level, so that a missing level is an answer and not an error"}};
+const Reasons kOwnObjects = {
     {"*", "each child becomes an object that stands for itself, with the types of its columns for tables"}};
-const std::vector<Reason> kAllNames = {
+const Reasons kAllNames = {
     {"pytables", "PyTables reads all names when it opens the file, outside of what is measured"}};
 
 } // namespace
@@ -307,23 +247,35 @@ bench::Rows bench::SmallArrayRows()
     const Place tables = MadeByLibrary("small-tables", "r", ForEachName(CreateTable));
     const Place groups =
         MadeByLibrary("small-groups", "r", ForEachName([](IGroup& root, Name name) { root.CreateGroup(name); }));
-    const auto row = [](Name work, double target, const std::vector<Reason>& reasons, const Place& place, auto sides)
+    const auto row = [](Name work, double target, const Reasons& reasons, const Place& place, auto sides)
     {
         return On({"small arrays/" + work, "children", {1000, 10000, 50000}, target, reasons}, place, Root{}, sides);
     };
     const Row has = row("ask whether arrays are there", 1.15, kWalk, arrays, ForEachName(HasArray{}));
     const Row count = row("count groups", 1.15, kAllNames, groups, CountGroups{});
+    const List listArrays = {Kind::Array, [](const IGroup& root)
+                             {
+                                 root.ListArrays();
+                             }};
+    const List listTables = {Kind::Table, [](const IGroup& root)
+                             {
+                                 root.ListTables();
+                             }};
+    const List listGroups = {Kind::Group, [](const IGroup& root)
+                             {
+                                 root.ListGroups();
+                             }};
     return {
         row("create arrays of 8 doubles", 1.10, kOwnList, fresh, CreateArrays{}),
         row("open arrays, ask for type and shape", 1.15, kOwnObject, arrays, ForEachName(OpenArray{})),
         row("ask whether arrays are extensible", 1.15, kAsExtensible, arrays, ForEachName(IsExtensible{})),
         has,
         Beside(has, "opening them", 1.15, OnFile(arrays, PlainFile, Root{}, ForEachName(OpenArray{}))),
-        row("list arrays", 1.15, kOwnObjects, arrays, List{Kind::Array}),
-        row("list tables", 1.15, kOwnObjects, tables, List{Kind::Table}),
-        row("list no arrays among tables", 1.15, kOwnObjects, tables, List{Kind::Array}),
-        row("list no tables among arrays", 1.15, kOwnObjects, arrays, List{Kind::Table}),
-        row("list groups", 1.15, kOwnObjects, groups, List{Kind::Group}),
+        row("list arrays", 1.15, kOwnObjects, arrays, listArrays),
+        row("list tables", 1.15, kOwnObjects, tables, listTables),
+        row("list no arrays among tables", 1.15, kOwnObjects, tables, listArrays),
+        row("list no tables among arrays", 1.15, kOwnObjects, arrays, listTables),
+        row("list groups", 1.15, kOwnObjects, groups, listGroups),
         count,
         Beside(count, "opening them", 1.15,
                OnFile(groups, PlainFile, Root{}, CountGroups{&CountChild<IsGroupWhenOpened>})),

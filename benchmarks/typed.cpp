@@ -26,18 +26,18 @@ std::vector<std::string>& Texts(std::size_t count)
     return texts;
 }
 
-const std::vector<Reason> kOverhead = {
+const Reasons kOverhead = {
     {"*",
      "a fixed cost of each call: element type and length come from the vector, and what is stored is compared with "
      "them",
      65536}};
-const std::vector<Reason> kLookUp = {
+const Reasons kLookUp = {
     {"*", "every column is looked up before the read, and the rows are put into the caller's vector", 13107}};
 
 // Up to 1 MiB a call may cost a tenth more, above a fiftieth.
 template <typename Open, typename Typed, typename Untyped>
-void Add(Rows& rows, Name name, std::size_t bytesOfOne, const std::vector<Reason>& reasons, const Place& place,
-         Open open, Typed typed, Untyped untyped)
+void Add(Rows& rows, Name name, std::size_t bytesOfOne, const Reasons& reasons, const Place& place, Open open,
+         Typed typed, Untyped untyped)
 {
     for (const std::size_t bytes : {8UL << 10U, 512UL << 10U, 8UL << 20U, 64UL << 20U})
     {

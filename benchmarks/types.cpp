@@ -1,7 +1,5 @@
 #include "Sides.h"
 
-#include <algorithm>
-
 using namespace bench;
 
 namespace
@@ -24,7 +22,7 @@ Side ForEachType(Translate translate)
     return [=](std::size_t /*count*/)
     {
         static const std::vector<hid_t> types = StoredTypes();
-        return Measured([&] { std::for_each(types.begin(), types.end(), translate); });
+        return Measured([&] { ForEach(types, translate); });
     };
 }
 

@@ -1,17 +1,19 @@
 #!/usr/bin/env bash
 # Measures the library against plain HDF5, HDF5's C++ API, h5py and PyTables, side by side, and writes
-# docs/benchmarks.md, docs/benchmarks-internal.md and their pictures: 12 minutes on a machine that does nothing else.
+# docs/benchmarks.md, docs/benchmarks-internal.md and their pictures: 15 minutes on a machine that does nothing else.
 # Usage: bench.sh [--quick] [--long] [FILTER]
-#   --quick  a short run to see that everything works; its report lies in build/bench/quick, docs/ stays as it is
+#   --quick  the smallest size of each row, one turn a side, to see that all rows run: 2 minutes
 #   --long   with the sizes at which a single turn takes more than 3 seconds
-#   FILTER   a regular expression for the names of rows: "tables/read"; without --quick the report goes to build/bench/part
+#   FILTER   a regular expression for rows and sizes. bench.sh "tables/read/" measures one row at all its sizes,
+#            bench.sh --quick "tables/read/" tries it, bench.sh "tables/read/8388608" measures one size.
+# Only a run without --quick and FILTER writes to docs/; the others have their pages in build/bench/quick and
+# build/bench/part.
 set -euo pipefail
 source "$(dirname "$0")/common.sh"
 report=docs
 filter=
 for argument in "$@"; do
   case $argument in
-    --help) sed -n '2,7s/^# //p' "$0"; exit ;;
     --quick) export TARNWICKHDF_BENCH_QUICK=1; report=build/bench/quick ;;
     --long) export TARNWICKHDF_BENCH_LONG=1 ;;
     *) filter=$argument; [ $report != docs ] || report=build/bench/part ;;
