@@ -1,3 +1,6 @@
+// What a row is. To add one, add a Row to its family's file: `On` (Sides.h) makes the three sides on a file, `Beside` the
+// row beside another way of plain HDF5. Add its h5py and PyTables code to peers.py under the same name. Nothing else
+// knows of rows: `scripts/bench.sh --quick NAME` tries it, and the next full run puts it on the pages.
 #pragma once
 
 #include <cstdint>

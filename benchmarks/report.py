@@ -21,6 +21,7 @@ OTHERS = {"plain": "plain HDF5", "cpp": "HDF5's C++ API", "h5py": "h5py", "pytab
 STYLES = {"library": ("#1f5fa8", "-", "o"), "plain": ("#555555", "--", "s"), "cpp": ("#b91c1c", "-.", "D"),
           "h5py": ("#d97706", ":", "^"), "pytables": ("#15803d", "-.", "v")}
 LOST = 0.95  # Whoever takes less than this share of the library's time has won the row.
+MOST_FILE = 1.03  # Of the file that plain HDF5 writes.
 MIB = 1 << 20
 
 
@@ -96,6 +97,11 @@ def times_text(row, other):
     return f"**{text}**" if other in row.winners else text
 
 
+def file_ratio_text(row):
+    ratio = row.file("library") / row.file("plain")
+    return f"**{ratio:.3f}**" if round(ratio, 2) > MOST_FILE else f"{ratio:.3f}"
+
+
 def verdict(row):
     if not row.target:
         return ""
@@ -120,11 +126,11 @@ COLUMNS = {
     "heap of plain HDF5": lambda row: bytes_text(row.heap("plain")),
     "file of the library": lambda row: bytes_text(row.file("library")),
     "file of plain HDF5": lambda row: bytes_text(row.file("plain")),
-    "ratio of files": lambda row: f"{row.file('library') / row.file('plain'):.3f}",
+    "ratio of files": file_ratio_text,
     "share of the data": lambda row: f"{row.file('library') / row.size:.3f}",
     **{name: lambda row, other=other: times_text(row, other) for other, name in OTHERS.items()},
 }
-TO_THE_LEFT = {"row", "work", "beside", "sizes", "verdict", "reason"}
+TO_THE_LEFT = {"row", "work", "beside", "sizes", "verdict", "reason"}  # Other columns are numbers.
 
 
 def markdown(heads, lines):
