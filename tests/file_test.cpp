@@ -345,6 +345,7 @@ struct LinkedFiles : HdfTest
     static std::vector<boost::shared_ptr<INode>> OpenAllWays(IGroup& linked)
     {
         const auto array = linked.GetArray("array");
+        H5Iinc_ref(array->LocationID()); // a share of the application's own goes too
         const auto assigned = CopyOf(linked.GetGroup("group"));
         *assigned = linked;
         return {array,

@@ -119,6 +119,32 @@ TEST_F(Table, WithoutAFillValueLeavesTheBufferAsItIsWhereNothingWasWritten)
     }
 }
 
+TEST_F(Table, ReadByBlocksLeavesTheColumnsThatTheBuffersTypeDoesNotName)
+{
+    Rows buffer = stored;
+    const auto table = root->CreateTableFromBuffer("t", buffer.data(), kRows, row.get(), 0, -1, 0);
+    const ScopedType numberAlone = TypeOf("H5T_COMPOUND { H5T_NATIVE_INT \"number\"; }");
+    H5Tset_size(numberAlone.get(), sizeof(Row));
+    Rows read(kManyRows, Row{0, 7});
+
+    table->GetFromSelection(read.data(), numberAlone.get(), RowsFrom(100, kManyRows));
+
+    EXPECT_EQ(read.front(), (Row{100, 7}));
+    EXPECT_EQ(read.back(), (Row{100 + kManyRows - 1, 7}));
+}
+
+TEST_F(Table, IsNotReadByBlocksToFewerRowsThanItHasNorBehindTheBuffer)
+{
+    const auto table = root->CreateTable("t", kRows, row.get(), 0);
+    Rows buffer(kManyRows + 1);
+    const std::string words = "Error reading data set to a memory selection!:";
+
+    ExpectWords(
+        {{[&] { table->GetToSelection(buffer.data(), kManyRows, -1, RowsFrom(0, kManyRows)); }, words},
+         {[&] { table->GetFromHyperslabToSelection(buffer.data(), kManyRows, row.get(), 0, RowsFrom(1, kManyRows)); },
+          words}});
+}
+
 TEST_F(Table, RowsFarOutsideItAreToldByTheTransfer)
 {
     const auto table = root->CreateTable("t", kRows, row.get(), 0);
