@@ -501,7 +501,7 @@ const Reasons kTextReasons = {{"*", "each text is tested for what has to be conv
 
 const Sizes kArraySizes = {8 * kKiB, 512 * kKiB, 8 * kMiB, 64 * kMiB, 512 * kMiB};
 const Sizes kTableSizes = {512 * kKiB, 8 * kMiB, 64 * kMiB};
-const Sizes kKindSizes = {512 * kKiB, 8 * kMiB, 32 * kMiB};
+const Sizes kKindSizes = {256 * kKiB, 2 * kMiB, 16 * kMiB};
 
 // Writing and reading whole; targets hold for data that are worth the name.
 template <auto Source>
