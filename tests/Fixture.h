@@ -195,22 +195,6 @@ inline ScopedDataSet Make(hid_t parent, const std::string& name, const PlainData
     return made;
 }
 
-/// What HDF5 tells of a file's metadata cache.
-struct CacheStatus
-{
-    explicit CacheStatus(hid_t file)
-    {
-        H5Fget_mdc_hit_rate(file, &rate);
-        H5Fget_mdc_size(file, &most, &clean, &size, &entries);
-    }
-
-    double rate = 0;
-    size_t most = 0;
-    size_t clean = 0;
-    size_t size = 0;
-    int entries = 0;
-};
-
 inline Dims ExtentOf(hid_t dataSet)
 {
     const ScopedSpace space(H5Dget_space(dataSet));

@@ -15,8 +15,9 @@ using Buffer = std::vector<char>;
 
 // Deflate makes nothing smaller of bytes of all values, but something of those below a lower limit.
 constexpr unsigned int kNoise = 256;
+constexpr unsigned int kPackable = 100;
 
-Buffer BytesOf(size_t size, unsigned int limit = 100)
+Buffer BytesOf(size_t size, unsigned int limit = kPackable)
 {
     std::mt19937 random(static_cast<unsigned int>(size));
     Buffer bytes(size);
@@ -50,12 +51,12 @@ TEST_F(Chunk, ThatIsWrittenStraightToTheFileIsReadByPlainHdf5)
 {
     for (size_t elementSize = 1; elementSize <= 40; ++elementSize)
     {
-        for (const size_t elements : {1U, 2U, 7U, 15U, 16U, 17U, 23U, 24U, 71U, 72U, 73U, 80U, 200U, 1000U})
+        for (const size_t elements : {1U, 2U, 7U, 15U, 16U, 17U, 23U, 24U, 71U, 72U, 73U, 80U, 200U, 3000U})
         {
             for (const int level : {0, 1, 6, 9})
             {
                 SCOPED_TRACE(Json({elementSize, elements, level}).dump());
-                Buffer texts = BytesOf(elementSize * elements);
+                Buffer texts = BytesOf(elementSize * elements, level == 9 ? kNoise : kPackable);
                 const auto array = IArray::CreateFromBuffer(file, root->LocationID(), "texts", texts.data(),
                                                             TDataType::String, elements, elementSize, level);
 
@@ -64,21 +65,6 @@ TEST_F(Chunk, ThatIsWrittenStraightToTheFileIsReadByPlainHdf5)
                 root->DelArray("texts");
             }
         }
-    }
-}
-
-TEST_F(Chunk, ThatDeflateMakesNoSmallerIsReadByPlainHdf5)
-{
-    for (const size_t size : {1U, 10U, 70000U, 3000000U})
-    {
-        Buffer noise = BytesOf(size, kNoise);
-        const auto array = IArray::CreateFromBuffer(file, root->LocationID(), "noise", noise.data(), TDataType::UChar,
-                                                    noise.size(), 1, 6);
-
-        EXPECT_EQ(PlainHdf5Reads(array->LocationID(), H5T_NATIVE_UCHAR), noise);
-        EXPECT_LT(H5Dget_storage_size(array->LocationID()), size + size / 1000 + 20);
-
-        root->DelArray("noise");
     }
 }
 

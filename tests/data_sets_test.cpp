@@ -62,7 +62,6 @@ TEST_F(DataSets, HaveOneChunkUpTo2GiBAndTheFewestEqualPiecesAbove)
         {1, {4294967296, 3}, {4294967296, 4}, {}, "Invalid chunk size: Must be smaller than data set dimensions.:"}};
     for (const Chunking& row : table)
     {
-        SCOPED_TRACE(Json(row.extent).dump() + Json(row.given).dump());
         Dims chunk;
         const auto create = [&]
         {
@@ -75,7 +74,7 @@ TEST_F(DataSets, HaveOneChunkUpTo2GiBAndTheFewestEqualPiecesAbove)
         };
 
         EXPECT_EQ(WordsOf(create), row.words);
-        EXPECT_EQ(chunk, row.chunk);
+        EXPECT_EQ(chunk, row.chunk) << Json(row.extent) << Json(row.given);
     }
 }
 
@@ -173,7 +172,6 @@ TEST_F(DataSets, AreReadByTheHyperslabsThatHdf5TakesAndRefuseTheOthersAtItsStep)
     const auto line = StoreNumbers("line", {20});
     for (const Slab& slab : slabs)
     {
-        SCOPED_TRACE(Json({slab.start, slab.stride, slab.count}).dump());
         Ints read(20);
 
         const std::string text =
@@ -181,7 +179,8 @@ TEST_F(DataSets, AreReadByTheHyperslabsThatHdf5TakesAndRefuseTheOthersAtItsStep)
 
         read.resize(slab.read.size());
         EXPECT_EQ(read, slab.read);
-        EXPECT_EQ(text.substr(0, slab.text.empty() ? text.size() : slab.text.size()), slab.text);
+        EXPECT_EQ(text.empty(), slab.text.empty());
+        EXPECT_EQ(text.substr(0, slab.text.size()), slab.text) << &slab - slabs.data();
     }
 }
 
