@@ -245,15 +245,19 @@ struct TextBuffer
 
     explicit TextBuffer(const std::vector<std::string>& texts)
         : itemSize(std::max<size_t>(IArray::CalculateMaxLengthFromStringVector(texts), 1)),
-          items(IArray::CreateBufferFromStringVector(texts, itemSize))
+          items(new char[itemSize * texts.size()])
     {
-        const char* item = items.get();
-        for (size_t i = 0; i < texts.size(); ++i, item += itemSize)
+        char* item = items.get();
+        for (size_t i = 0; i < texts.size(); ++i)
         {
-            if (std::memchr(item, '\0', texts[i].size()) != nullptr)
+            const std::string& text = texts[i];
+            if (std::memchr(text.data(), '\0', text.size()) != nullptr)
             {
                 throw std::runtime_error("text " + std::to_string(i) + " has a NUL byte in it");
             }
+            std::memcpy(item, text.data(), text.size());
+            std::fill(item + text.size(), item + itemSize, '\0');
+            item += itemSize;
         }
     }
 };
