@@ -1,6 +1,7 @@
 #include <tarnwickhdf/internal/CheckResult.h>
 #include <tarnwickhdf/internal/ChunkFilters.h>
 #include <tarnwickhdf/internal/ChunkTransfer.h>
+#include <tarnwickhdf/internal/DataTypeLookup.h>
 #include <tarnwickhdf/internal/SameOnEveryHdf5.h>
 #include <tarnwickhdf/internal/ScopedId.h>
 
@@ -48,11 +49,11 @@ bool AreMembersSelfContained(hid_t compound)
 constexpr hsize_t kFewestElements = 256;
 constexpr std::uint64_t kFewestBytes = std::uint64_t{8} << 10U;
 
-// Whether an unfiltered data set is ruled out, at a fraction of the price of asking for its layout.
+// Whether an unfiltered data set is ruled out.
 bool MayBePacked(hid_t dataSet, std::uint64_t size)
 {
-    hsize_t stored = 0;
-    return H5Dget_chunk_storage_size(dataSet, kOrigin, &stored) >= 0 && stored != 0 && stored != size;
+    const std::uint64_t stored = StoredBytesOfFirstChunk(dataSet).value_or(0);
+    return stored != 0 && stored != size;
 }
 
 // Asks for nothing that a handle knows.
@@ -235,7 +236,7 @@ bool ReadPackedChunks(StorageTraits& remembered, const WholeRead& read, void* bu
     }
     const size_t elementSize = H5Tget_size(read.storedType);
     return elementSize > 0 && IsWorthReadingChunks(remembered, read.dataSet, read.elements * elementSize) &&
-           IsSelfContained(read.storedType) && H5Tequal(read.storedType, read.memoryType) > 0 &&
+           IsSelfContained(read.storedType) && IsSameType(read.storedType, read.memoryType) &&
            ReadEveryChunk(remembered, read.dataSet, elementSize, static_cast<char*>(buffer));
 }
 

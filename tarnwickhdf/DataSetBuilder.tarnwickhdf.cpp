@@ -1,4 +1,5 @@
 #include <tarnwickhdf/internal/CheckResult.h>
+#include <tarnwickhdf/internal/DataTypeLookup.h>
 #include <tarnwickhdf/internal/IDataSetBuilder.h>
 #include <tarnwickhdf/internal/ObjectLookup.h>
 #include <tarnwickhdf/internal/ScopedId.h>
@@ -155,8 +156,7 @@ void IDataSetBuilder::CreateDataSetAndWrite(hid_t parent, const std::string& nam
 bool IDataSetBuilder::WriteWhole(hid_t fileType, const void* buffer, hid_t bufferType) const
 {
     const bool mayBeSameBytes = memorySpace == 0 && buffer != nullptr && wholeChunk.elements > 0;
-    const bool areSameBytes =
-        mayBeSameBytes && IsSelfContained(fileType) && (bufferType == fileType || H5Tequal(bufferType, fileType) > 0);
+    const bool areSameBytes = mayBeSameBytes && IsSelfContained(fileType) && IsSameType(bufferType, fileType);
     return areSameBytes && WriteWholeChunk(dataSet, wholeChunk, H5Tget_size(fileType), buffer);
 }
 

@@ -144,6 +144,12 @@ TDataType::TDataType FindDataType(hid_t type)
     }
 }
 
+// HDF5 takes as long for an id and itself as for any two.
+bool IsSameType(hid_t one, hid_t other)
+{
+    return one == other || H5Tequal(one, other) > 0;
+}
+
 hid_t INode::DataTypeToHDFType(TDataType::TDataType type)
 {
     FillTablesOnce();

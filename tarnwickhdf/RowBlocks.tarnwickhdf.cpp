@@ -1,9 +1,11 @@
+#include <tarnwickhdf/internal/DataTypeLookup.h>
 #include <tarnwickhdf/internal/QuietErrors.h>
 #include <tarnwickhdf/internal/RowBlocks.h>
 
 #include <algorithm>
 #include <cstring>
 #include <numeric>
+#include <optional>
 #include <utility>
 
 namespace tarnwick::hdf
@@ -87,9 +89,45 @@ auto MoveOf(size_t rowSize, std::index_sequence<Words...> /*words*/)
     return rowSize % word == 0 && rowSize <= sizeof...(Words) * word ? moves[rowSize / word - 1] : &Way<0>::Move;
 }
 
-bool IsSameType(hid_t one, hid_t other)
+// Whether all rows have bytes because they are one chunk that was written, filtered or not.
+bool IsWrittenChunk(hid_t dataSet, hsize_t rows, size_t rowSize)
 {
-    return one == other || H5Tequal(one, other) > 0;
+    const std::uint64_t stored = StoredBytesOfFirstChunk(dataSet).value_or(0);
+    return stored > 0 && stored % rowSize == 0 && stored / rowSize == rows;
+}
+
+// Unfiltered chunks are as large in the file as in HDF5's cache. One that was never written tells nothing.
+bool MayHaveLargeChunks(StorageTraits& remembered, hid_t dataSet)
+{
+    if (Has(remembered, StorageTraits::Known))
+    {
+        return Has(remembered, StorageTraits::LargeChunks);
+    }
+    if (!Has(remembered, StorageTraits::NotLarge))
+    {
+        const std::optional<std::uint64_t> stored = StoredBytesOfFirstChunk(dataSet);
+        const bool isLarge = stored && (*stored == 0 || *stored > kChunkCacheBytes);
+        remembered = isLarge ? remembered : With(remembered, StorageTraits::NotLarge);
+    }
+    return !Has(remembered, StorageTraits::NotLarge);
+}
+
+// Whether every row has bytes and no chunk is unpacked again and again. A single block unpacks each once, as HDF5 does.
+bool AreWorthBlocks(const StoredRows& table, hsize_t rows, size_t rowSize, bool isSingle)
+{
+    if (isSingle && !Has(table.storage, StorageTraits::Known) && IsWrittenChunk(table.dataSet, rows, rowSize))
+    {
+        return true;
+    }
+    const StorageTraits storage = AskOnce(table.storage, table.dataSet, rowSize);
+    return (isSingle || Has(storage, StorageTraits::CheapByBlocks)) && Has(storage, StorageTraits::FillsUnwritten);
+}
+
+hsize_t RowsOf(const ScopedSpace& space)
+{
+    hsize_t dimensions[H5S_MAX_RANK] = {0};
+    const bool isFlat = H5Sget_simple_extent_dims(space.get(), dimensions, nullptr) == 1;
+    return isFlat ? dimensions[0] : 0;
 }
 
 // The places of a selection, block by block of the table from row `least` on: `ends` tells where the places of each
@@ -131,18 +169,14 @@ RowBlocks::RowBlocks(const StoredRows& table, hid_t memoryType, size_t selectedR
     {
         return;
     }
-    const StorageTraits storage = AskOnce(table.storage, m_dataSet, rowSize);
-    // A single block unpacks each chunk once, as HDF5 does.
+    m_fileSpace.reset(H5Dget_space(m_dataSet));
+    const hsize_t rows = RowsOf(m_fileSpace);
     const bool isSingle = largestBlock <= kBlockBytes / rowSize;
-    const bool pays = isSingle || Has(storage, StorageTraits::CheapByBlocks);
-    if (!pays || !Has(storage, StorageTraits::FillsUnwritten) || !IsSameType(table.type, memoryType))
+    if (!AreWorthBlocks(table, rows, rowSize, isSingle) || !IsSameType(table.type, memoryType))
     {
         return;
     }
-    m_fileSpace.reset(H5Dget_space(m_dataSet));
-    hsize_t dimensions[H5S_MAX_RANK] = {0};
-    const bool isFlat = H5Sget_simple_extent_dims(m_fileSpace.get(), dimensions, nullptr) == 1;
-    m_rowsInFile = isFlat ? dimensions[0] : 0;
+    m_rowsInFile = rows;
     m_rowSize = rowSize;
     m_rowsInBlock = std::min<hsize_t>(kBlockBytes / rowSize, std::max<hsize_t>(largestBlock, 1));
 }
@@ -163,7 +197,7 @@ bool RowBlocks::MayPick(const StoredRows& table, size_t count, hsize_t stride, h
     {
         return false;
     }
-    if (table.storage != StorageTraits::Unknown && !Has(table.storage, StorageTraits::LargeChunks))
+    if (!MayHaveLargeChunks(table.storage, table.dataSet))
     {
         return false;
     }

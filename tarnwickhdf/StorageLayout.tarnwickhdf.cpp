@@ -1,3 +1,4 @@
+#include <tarnwickhdf/internal/QuietErrors.h>
 #include <tarnwickhdf/internal/ScopedId.h>
 #include <tarnwickhdf/internal/StorageLayout.h>
 
@@ -82,6 +83,14 @@ StorageLayout StorageLayoutOf(hid_t dataSet)
     found.hasExternalFiles = H5Pget_external_count(list.get()) > 0;
     found.fillsUnwritten = FillsUnwritten(list.get());
     return found;
+}
+
+std::optional<std::uint64_t> StoredBytesOfFirstChunk(hid_t dataSet)
+{
+    const QuietErrors quiet;
+    const hsize_t origin[H5S_MAX_RANK] = {0};
+    hsize_t stored = 0;
+    return H5Dget_chunk_storage_size(dataSet, origin, &stored) >= 0 ? std::optional(stored) : std::nullopt;
 }
 
 StorageTraits TraitsOf(const StorageLayout& layout, size_t elementSize)

@@ -193,6 +193,24 @@ TEST_F(Chunk, OfAnotherProgramIsReadTwiceAsPlainHdf5ReadsIt)
     EXPECT_GT(readStraight, seeds / 2);
 }
 
+// A program may have switched HDF5's printing on again after its first open.
+TEST_F(Chunk, AskedOfADataSetWithoutChunksPrintsNothing)
+{
+    const hsize_t length = 2000;
+    std::vector<double> values(length);
+    const ScopedSpace space(H5Screate_simple(1, &length, nullptr));
+    const ScopedDataSet contiguous(H5Dcreate2(root->LocationID(), "contiguous", H5T_NATIVE_DOUBLE, space.get(),
+                                              H5P_DEFAULT, H5P_DEFAULT, H5P_DEFAULT));
+
+    H5Eset_auto2(H5E_DEFAULT, reinterpret_cast<H5E_auto2_t>(&H5Eprint2), stderr);
+    ::testing::internal::CaptureStderr();
+    root->GetArray("contiguous")->GetToBuffer(values.data(), TDataType::Double);
+    root->GetArray("contiguous")->GetFromHyperslab(values.data(), 0, 4, 400, TDataType::Double);
+    H5Eset_auto2(H5E_DEFAULT, nullptr, nullptr);
+
+    EXPECT_EQ(::testing::internal::GetCapturedStderr(), "");
+}
+
 TEST_F(Chunk, OfAnotherLengthThanItsExtentIsRefusedAndNothingIsWrittenBehindIt)
 {
     constexpr size_t size = 4001; // a byte more than whole elements

@@ -4,6 +4,7 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <optional>
 
 namespace tarnwick::hdf
 {
@@ -34,6 +35,10 @@ struct StorageLayout
 /// StorageTraits.
 StorageLayout StorageLayoutOf(hid_t dataSet);
 
+/// What can be known of the layout at a tenth of its price: the bytes in the file of the chunk that the first element lies
+/// in, 0 if it was never written. Nothing if there are no chunks or HDF5 can't tell.
+std::optional<std::uint64_t> StoredBytesOfFirstChunk(hid_t dataSet);
+
 /// Whether the filters are shuffle, deflate or shuffle and then deflate, and nothing else.
 bool IsPacked(const StorageLayout& layout);
 
@@ -47,7 +52,8 @@ enum class StorageTraits : std::uint8_t
     LargeChunks = 8, ///< Unfiltered chunks that HDF5's cache can't hold: each element of a selection is read by itself.
     Packed = 16,     ///< Chunks that are filtered by shuffle, deflate or shuffle and then deflate, and by nothing else.
     ReadBefore = 32, ///< The handle has read the data set as a whole; in no answer.
-    NotPacked = 64   ///< Not Packed, which is known before the rest; in no answer.
+    NotPacked = 64,  ///< Not Packed, which is known before the rest; in no answer.
+    NotLarge = 128   ///< Not LargeChunks, which is known before the rest; in no answer.
 };
 
 constexpr bool Has(StorageTraits traits, StorageTraits wanted)
