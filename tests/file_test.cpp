@@ -261,14 +261,9 @@ private:
     }
 };
 
-struct FileTracker : HdfTest
+TEST_F(File, TellsTheOneTrackerOfEveryOpenThatSucceedsAndOfItsClose)
 {
-    const boost::shared_ptr<Recorder> tracker{new Recorder};
-    const std::string path = Path("a.h5");
-};
-
-TEST_F(FileTracker, IsTakenOnceAndToldOfEveryOpenThatSucceedsAndOfItsClose)
-{
+    const boost::shared_ptr<Recorder> tracker(new Recorder);
     const auto openAndClose = [&]
     {
         ScopedFile plain(H5Fcreate(Path("plain.h5").c_str(), H5F_ACC_TRUNC, H5P_DEFAULT, H5P_DEFAULT));
@@ -282,34 +277,25 @@ TEST_F(FileTracker, IsTakenOnceAndToldOfEveryOpenThatSucceedsAndOfItsClose)
         EXPECT_EQ(WordsOf([] { IFile::InstallGlobalFileTracker({}); }),
                   "It's not allowed to install a file tracker in hdf::IFile if one is already installed.");
 
-        EXPECT_NE(WordsOf([&] { IFile::Open(path, "r", 0); }), "");
+        EXPECT_NE(WordsOf([&] { Open("a.h5", "r"); }), "");
         EXPECT_TRUE(tracker->events.empty());
-        const auto file = IFile::Open(path, "r+", 0);
+        const auto file = Open("a.h5", "r+");
         file->GetRoot()->CreateArrayFromBuffer("array", &number, TDataType::Int, 1, 1);
         EXPECT_EQ(tracker->lists, listsOfAFile);
         EXPECT_EQ(CountIds()[5], listsOfAFile);
         file->Close();
         file->Close();
+        EXPECT_EQ(tracker->events, (Names{"open " + Path("a.h5"), "close " + Path("a.h5")}));
 
-        EXPECT_EQ(tracker->events, (Names{"open " + path, "close " + path}));
-    };
-    InAProcessOfItsOwn(openAndClose);
-}
-
-TEST_F(FileTracker, ThatThrowsReachesTheCallerButNotFromTheDestructor)
-{
-    const auto throwFromBoth = [&]
-    {
-        IFile::InstallGlobalFileTracker(tracker);
+        // What a tracker throws reaches the caller, but not from the destructor.
         tracker->throwOn = "close";
-        EXPECT_THROW(IFile::Open(path, "w", 0)->Close(), int);
-        EXPECT_NO_THROW(IFile::Open(path, "w", 0).reset());
-
+        EXPECT_THROW(Open("a.h5", "w")->Close(), int);
+        EXPECT_NO_THROW(Open("a.h5", "w").reset());
         tracker->throwOn = "open";
-        EXPECT_THROW(IFile::Open(path, "w", 0), int);
+        EXPECT_THROW(Open("a.h5", "w"), int);
         EXPECT_EQ(H5Fget_obj_count(hid_t{H5F_OBJ_ALL}, H5F_OBJ_FILE), 0);
     };
-    InAProcessOfItsOwn(throwFromBoth);
+    InAProcessOfItsOwn(openAndClose);
 }
 
 // A file "main.h5" whose root has a link "linked" to the root of another file, with objects of each kind.

@@ -37,16 +37,15 @@ TEST_F(Object, FailsForResultsBelowZeroWithATracebackThatBeginsAtTheCall)
 
 TEST_F(Object, OfEachElementTypeHasTheSizeOfWhatHdf5MovesForIt)
 {
-    using namespace TDataType;
-    for (int value = Char; value < String; ++value)
+    for (int value = TDataType::Char; value < TDataType::String; ++value)
     {
         const auto type = static_cast<TDataType::TDataType>(value);
         EXPECT_EQ(INode::GetDataTypeSize(type), H5Tget_size(INode::DataTypeToHDFType(type))) << value;
     }
-    ExpectWords({{[] { INode::GetDataTypeSize(Undefined); }, "unknown datatype!"},
-                 {[] { INode::GetDataTypeSize(String); }, "unknown datatype!"},
-                 {[] { INode::DataTypeToHDFType(Undefined); }, "invalid TDataType:"},
-                 {[] { INode::DataTypeToHDFType(VarLenString); }, "invalid TDataType:"}});
+    ExpectWords({{[] { INode::GetDataTypeSize(TDataType::Undefined); }, "unknown datatype!"},
+                 {[] { INode::GetDataTypeSize(TDataType::String); }, "unknown datatype!"},
+                 {[] { INode::DataTypeToHDFType(TDataType::Undefined); }, "invalid TDataType:"},
+                 {[] { INode::DataTypeToHDFType(TDataType::VarLenString); }, "invalid TDataType:"}});
 }
 
 TEST_F(Node, OfAClosedFileFailsInItsOwnWords)

@@ -38,23 +38,6 @@ TEST_F(Table, IsReadByBlocksAroundADamagedChunk)
     EXPECT_EQ(read, selection);
 }
 
-TEST_F(Table, IsReadByBlocksFromOneExternalFileWhereAnotherIsMissing)
-{
-    const auto addFiles = [this](hid_t list)
-    {
-        H5Pset_external(list, Path("first").c_str(), 0, kRows / 2 * sizeof(hsize_t));
-        H5Pset_external(list, Path("second").c_str(), 0, kRows / 2 * sizeof(hsize_t));
-    };
-    Make(root->LocationID(), "t", {row.get(), {kRows}, {}, {}, addFiles}, stored.data());
-    std::filesystem::remove(Path("second"));
-    const Dims selection = RowsFrom(0, kManyRows);
-    Dims read(kManyRows);
-
-    root->GetTable("t")->GetFromSelection(read.data(), -1, selection);
-
-    EXPECT_EQ(read, selection);
-}
-
 TEST_F(Table, WithoutAFillValueLeavesTheBufferAsItIsWhereNothingWasWritten)
 {
     const auto fillNever = [](hid_t list)
