@@ -30,7 +30,8 @@ const Reasons kOverhead = {{"*",
                             "a fixed cost of each call: element type and length come from the vector, and what is "
                             "stored is compared with them",
                             1024}};
-const Reasons kSearch = {{"*", "each text is searched for a NUL byte, at which it would end in the file"}};
+const Reasons kSearch = {
+    {"*", "each text is searched for NUL bytes, at which it would end in the file, and the plain calls don't search"}};
 const Reasons kLookUp = {{"*", "every column is looked up before the read, which larger data hide", 13107}};
 
 // Up to 1 MiB a call may cost a tenth more, above a fiftieth.
