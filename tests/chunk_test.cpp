@@ -119,7 +119,10 @@ struct ForeignDataSet
         {
             const PackedChunk packed = ShuffleAndDeflate(chunk.data(), chunk.size(), hasShuffle ? elementSize : 1, 6);
             chunk.assign(packed.bytes.get(), packed.bytes.get() + (OneIn(3) ? packed.size / 2 : packed.size));
-            chunk[random() % chunk.size()] = 0;
+            if (OneIn(3))
+            {
+                chunk[random() % chunk.size()] = 0;
+            }
         }
         H5Dwrite_chunk(dataSet, H5P_DEFAULT, skipped, origin, chunk.size(), chunk.data());
     }
@@ -163,7 +166,7 @@ struct ForeignDataSet
 // The second time is read what the other handle has still in HDF5's cache.
 TEST_F(Chunk, OfAnotherProgramIsReadTwiceAsPlainHdf5ReadsIt)
 {
-    constexpr unsigned int seeds = 200;
+    constexpr unsigned int seeds = 120;
     unsigned int readStraight = 0;
     for (unsigned int seed = 0; seed < seeds; ++seed)
     {

@@ -67,14 +67,6 @@ TEST_F(ExtensibleArray, AFailedAppendLeavesTheFileABlockAheadAndTheNextLandsBehi
     EXPECT_EQ(Content(), "[5,3] chunk [2,2]: [1,2,3,4,5,6,0,0,0,0,0,0,7,8,9]");
 }
 
-TEST_F(ExtensibleArray, ABlockOfNothingIsRefusedWhereABlockWouldBe)
-{
-    file->Close();
-
-    EXPECT_EQ(WordsOf([&] { array->ReadColumnsToBuffer(0, 0, nullptr, Int); }),
-              "error during io operation for ExtensibleArray2D dataset:");
-}
-
 size_t CacheBytesOf(const IExtensibleArray2D& array)
 {
     const ScopedPropertyList list(H5Dget_access_plist(array.LocationID()));
