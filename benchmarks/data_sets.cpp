@@ -498,9 +498,10 @@ const Reasons kPickReasons = {
     {"plain", "the program reads the whole array into memory of its own; the library takes 0.6 MiB"}};
 const Reasons kFewReasons = {{"*", "a fixed cost of each handle: it is asked whether its chunks are large", 256}};
 const Reasons kSelectedReasons = {{"*", "each place is tested against the table's end"}};
-const Reasons kRunReasons = {{"*", "the caller's type is compared with the stored one, the table is asked whether all "
-                                   "its rows were written, and each "
-                                   "place is tested against the buffer's end"}};
+const Reasons kRunReasons = {
+    {"*",
+     "the caller's type is compared with the stored one, each place is tested against the buffer's end, and the first "
+     "read of a handle asks how the table lies in the file"}};
 const Reasons kTextReasons = {{"*", "each text is tested for what has to be converted to UTF-8"}};
 
 const Sizes kArraySizes = {8 * kKiB, 512 * kKiB, 8 * kMiB, 64 * kMiB, 512 * kMiB};

@@ -219,7 +219,7 @@ bool ReadByBlocks(const StoredRows& elements, size_t length, int start, int stri
     {
         return false;
     }
-    RowBlocks blocks(elements, memoryType, Widen(count), length);
+    RowBlocks blocks(elements, memoryType, Widen(count), length, RowBlocks::Use::Read);
     return blocks.ReadEvery(Widen(start), Widen(stride), Widen(count), buffer);
 }
 

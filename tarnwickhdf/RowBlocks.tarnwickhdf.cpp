@@ -89,13 +89,6 @@ auto MoveOf(size_t rowSize, std::index_sequence<Words...> /*words*/)
     return rowSize % word == 0 && rowSize <= sizeof...(Words) * word ? moves[rowSize / word - 1] : &Way<0>::Move;
 }
 
-// Whether all rows have bytes because they are one chunk that was written, filtered or not.
-bool IsWrittenChunk(hid_t dataSet, hsize_t rows, size_t rowSize)
-{
-    const std::uint64_t stored = StoredBytesOfFirstChunk(dataSet).value_or(0);
-    return stored > 0 && stored % rowSize == 0 && stored / rowSize == rows;
-}
-
 // Unfiltered chunks are as large in the file as in HDF5's cache. One that was never written tells nothing.
 bool MayHaveLargeChunks(StorageTraits& remembered, hid_t dataSet)
 {
@@ -112,15 +105,16 @@ bool MayHaveLargeChunks(StorageTraits& remembered, hid_t dataSet)
     return !Has(remembered, StorageTraits::NotLarge);
 }
 
-// Whether every row has bytes and no chunk is unpacked again and again. A single block unpacks each once, as HDF5 does.
-bool AreWorthBlocks(const StoredRows& table, hsize_t rows, size_t rowSize, bool isSingle)
+// A single block unpacks each chunk once, as HDF5 does, and what is written needs no bytes in the file yet.
+bool AreWorthBlocks(const StoredRows& table, size_t rowSize, bool isSingle, RowBlocks::Use use)
 {
-    if (isSingle && !Has(table.storage, StorageTraits::Known) && IsWrittenChunk(table.dataSet, rows, rowSize))
+    if (isSingle && use == RowBlocks::Use::Write)
     {
         return true;
     }
     const StorageTraits storage = AskOnce(table.storage, table.dataSet, rowSize);
-    return (isSingle || Has(storage, StorageTraits::CheapByBlocks)) && Has(storage, StorageTraits::FillsUnwritten);
+    return (isSingle || Has(storage, StorageTraits::CheapByBlocks)) &&
+           (use == RowBlocks::Use::Write || Has(storage, StorageTraits::FillsUnwritten));
 }
 
 hsize_t RowsOf(const ScopedSpace& space)
@@ -157,7 +151,7 @@ PlacesByBlock DivideIntoBlocks(const std::vector<hsize_t>& selection, hsize_t le
 
 } // namespace
 
-RowBlocks::RowBlocks(const StoredRows& table, hid_t memoryType, size_t selectedRows, hsize_t largestBlock)
+RowBlocks::RowBlocks(const StoredRows& table, hid_t memoryType, size_t selectedRows, hsize_t largestBlock, Use use)
     : m_dataSet(table.dataSet), m_memoryType(memoryType)
 {
     if (selectedRows < kFewestRows || !table.areFixed)
@@ -169,14 +163,13 @@ RowBlocks::RowBlocks(const StoredRows& table, hid_t memoryType, size_t selectedR
     {
         return;
     }
-    m_fileSpace.reset(H5Dget_space(m_dataSet));
-    const hsize_t rows = RowsOf(m_fileSpace);
     const bool isSingle = largestBlock <= kBlockBytes / rowSize;
-    if (!AreWorthBlocks(table, rows, rowSize, isSingle) || !IsSameType(table.type, memoryType))
+    if (!AreWorthBlocks(table, rowSize, isSingle, use) || !IsSameType(table.type, memoryType))
     {
         return;
     }
-    m_rowsInFile = rows;
+    m_fileSpace.reset(H5Dget_space(m_dataSet));
+    m_rowsInFile = RowsOf(m_fileSpace);
     m_rowSize = rowSize;
     m_rowsInBlock = std::min<hsize_t>(kBlockBytes / rowSize, std::max<hsize_t>(largestBlock, 1));
 }

@@ -443,7 +443,7 @@ void ITable::GetFromHyperslab(void* buffer, size_t start, size_t stride, size_t 
 {
     if (RowBlocks::MayPick(Rows(), count, stride, memoryType))
     {
-        RowBlocks blocks(Rows(), memoryType, count, numberOfRows);
+        RowBlocks blocks(Rows(), memoryType, count, numberOfRows, RowBlocks::Use::Read);
         if (blocks.ReadEvery(start, stride, count, buffer))
         {
             return;
@@ -482,7 +482,7 @@ StoredRows ITable::Rows() const
 void ITable::GetToSelection(void* buffer, size_t memoryRows, hid_t memoryType,
                             const std::vector<hsize_t>& selection) const
 {
-    RowBlocks blocks(Rows(), MemoryTypeOrOwn(memoryType), selection.size(), selection.size());
+    RowBlocks blocks(Rows(), MemoryTypeOrOwn(memoryType), selection.size(), selection.size(), RowBlocks::Use::Read);
     if (selection.size() == blocks.RowsInFile() && blocks.ReadRun(0, selection, memoryRows, buffer))
     {
         return;
@@ -498,7 +498,7 @@ void ITable::GetFromSelection(void* buffer, hid_t memoryType, const std::vector<
     const hid_t type = MemoryTypeOrOwn(memoryType);
     if (RowBlocks::AreClose(selection, type))
     {
-        RowBlocks blocks(Rows(), type, selection.size(), numberOfRows);
+        RowBlocks blocks(Rows(), type, selection.size(), numberOfRows, RowBlocks::Use::Read);
         if (blocks.ReadRows(selection, buffer))
         {
             return;
@@ -526,7 +526,7 @@ void ITable::GetFromToSelection(void* buffer, size_t memoryRows, hid_t memoryTyp
 void ITable::GetFromHyperslabToSelection(void* buffer, size_t memoryRows, hid_t memoryType, size_t fileStart,
                                          const std::vector<hsize_t>& selection) const
 {
-    RowBlocks blocks(Rows(), memoryType, selection.size(), selection.size());
+    RowBlocks blocks(Rows(), memoryType, selection.size(), selection.size(), RowBlocks::Use::Read);
     if (blocks.ReadRun(fileStart, selection, memoryRows, buffer))
     {
         return;
@@ -539,7 +539,7 @@ void ITable::GetFromHyperslabToSelection(void* buffer, size_t memoryRows, hid_t 
 void ITable::SetToHyperslabFromSelection(void* buffer, size_t memoryRows, hid_t memoryType, size_t fileStart,
                                          const std::vector<hsize_t>& selection)
 {
-    RowBlocks blocks(Rows(), memoryType, selection.size(), selection.size());
+    RowBlocks blocks(Rows(), memoryType, selection.size(), selection.size(), RowBlocks::Use::Write);
     if (blocks.WriteRun(fileStart, selection, memoryRows, buffer))
     {
         return;

@@ -66,6 +66,26 @@ TEST_F(Table, WithoutAFillValueLeavesTheBufferAsItIsWhereNothingWasWritten)
     }
 }
 
+// The first chunk takes as many bytes in the file as all rows would: it has a checksum.
+TEST_F(Table, WithoutAFillValueLeavesTheBufferAsItIsBehindTheOnlyChunkThatWasWritten)
+{
+    const ScopedType small = TypeOf("H5T_COMPOUND { H5T_STD_I32LE \"number\"; }");
+    const auto addChecksum = [](hid_t list)
+    {
+        H5Pset_fletcher32(list);
+        H5Pset_fill_time(list, H5D_FILL_TIME_NEVER);
+    };
+    std::vector<int> values(kRows + 1, 5);
+    Make(root->LocationID(), "t", {small.get(), {kRows + 1}, {kRows}, {}, addChecksum});
+    root->GetTable("t")->SetToHyperslabFromSelection(values.data(), kRows, small.get(), 0, RowsFrom(0, kRows));
+    values.back() = 7;
+
+    root->GetTable("t")->GetFromHyperslabToSelection(values.data(), kRows + 1, small.get(), 0, RowsFrom(0, kRows + 1));
+
+    EXPECT_EQ(values.front(), 5);
+    EXPECT_EQ(values.back(), 7);
+}
+
 TEST_F(Table, ReadByBlocksLeavesWhatTheBuffersTypeDoesNotName)
 {
     const auto table = root->CreateTableFromBuffer("t", stored.data(), kRows, row.get(), 0, -1, 0);

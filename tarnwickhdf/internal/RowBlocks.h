@@ -25,7 +25,7 @@ struct StoredRows
 /// hyperslab with gaps, by itself, at a cost that adjacent rows don't have: a block goes through a buffer of a fixed
 /// size, from where each row is copied to its place. The result is that of the selection, byte for byte.
 ///
-/// That holds where a row is the same bytes in the file and in memory and where every row has bytes, and it pays where
+/// That holds where a row is the same bytes in the file and in memory and where every row that is read has bytes, and it pays where
 /// HDF5 doesn't have to unpack the same chunk for block after block. Each operation tells whether it has moved all rows.
 /// If not, because its selection isn't one that HDF5 accepts, isn't worth the blocks, or because a block couldn't be
 /// moved (a block has rows that aren't selected, and their chunk may be damaged), the caller goes HDF5's way, for the
@@ -33,8 +33,15 @@ struct StoredRows
 class RowBlocks
 {
 public:
+    /// Rows that were never written matter to who reads.
+    enum class Use
+    {
+        Read,
+        Write
+    };
+
     /// No block gets more than `largestBlock` rows.
-    RowBlocks(const StoredRows& table, hid_t memoryType, size_t selectedRows, hsize_t largestBlock);
+    RowBlocks(const StoredRows& table, hid_t memoryType, size_t selectedRows, hsize_t largestBlock, Use use);
 
     /// Whether selected rows of the table lie close enough together to be worth the questions that the constructor
     /// asks.
