@@ -85,7 +85,7 @@ def walk(number):
 
 def make_files():
     make(9)
-    failure(sys.argv[1], sequence(1, 150))
+    failure(sys.argv[1], 1, sequence(1, 150))
     names = sorted(glob.glob('*.h5') + glob.glob(SHIPPED + '/*.h5'))
     return [name for name in names if 0 < os.path.getsize(name) < 100000]
 

@@ -1,27 +1,21 @@
 // The fault engine.
 //
-// What is varied: the operation (fault_operations.h, a test each), and what fails while it runs: each of its HDF5 calls
-// alone, each together with all later calls of the same function, each of its allocations, and allocations while calls
-// fail.
-// What is held fixed: the file that the operation finds is made once and copied for every run, and so are the handles.
-// What is checked after every run: the words of the exception, that nothing that is only read has changed, that a
-// handle is open or closed as a whole, that no id stays open, and that the operation works when nothing fails.
-//
-// faults.txt has a rule a line: the operations (a regular expression), the functions that fail (another; "-" for words
-// that may also come up behind another failure, as when a listing goes on), and what follows:
-//   words    an exception that begins with them and shows the injected failure in its traceback
-//   ?words   the same, but a single failing call may also be made up for, with nothing lost
-//   ~words   the same for any number of failing calls
-//   =        no exception, and an answer that may differ
-// A call without a rule must be made up for, or lead to words that the operation has elsewhere. A rule for the function
-// "memory" says that a failing allocation, too, may be made up for.
+// What is varied: the operation (fault_operations.json, two tests each), and what fails while it runs: each of its HDF5
+// calls alone, each together with all later calls of the same function, each of its allocations, and allocations while
+// calls fail.
+// What is held fixed: the file that the operation finds, made once and copied for every run, and the open handles.
+// What is checked after every run: the words of the exception, by the rules of faults.txt, which begins with what they
+// mean; that nothing that is only read has changed, that a handle is open or closed as a whole, that no id stays open,
+// and that the operation works when nothing fails.
 //
 // One case again: `tarnwickhdf_faults --gtest_filter='*table_put*'`; the trace of a failure names the call's number.
 // TARNWICKHDF_LONG_TESTS in the environment lets allocations fail behind every failing call, not behind every eighth.
 //
 // This is a program of its own, because what it defines takes HDF5's place for the shared library.
 
-#include "fault_operations.h"
+#include "Fixture.h"
+#include "Player.h"
+#include "Tell.h"
 
 #include <cstring>
 #include <iostream>
@@ -144,15 +138,103 @@ void* operator new(size_t size)
 namespace tarnwick::hdf::tests
 {
 
-// Which objects there are, how the data sets lie in the file, and their values.
+const json& FaultOperations()
+{
+    static std::ifstream stream(TARNWICKHDF_TESTS "/fault_operations.json");
+    static const json document = json::parse(stream, nullptr, true, true);
+    return document;
+}
+
+std::vector<std::string> NamesOfOperations()
+{
+    std::vector<std::string> names;
+    for (const auto& operation : FaultOperations()["operations"].items())
+    {
+        names.push_back(operation.key());
+    }
+    return names;
+}
+
+// Steps with all their fields.
+std::vector<json> Complete(std::vector<json> given)
+{
+    for (json& step : given)
+    {
+        json complete = FaultOperations()["usual"];
+        complete.update(step);
+        step = complete;
+        if (step["times"] > 1)
+        {
+            step["sources"] = step["targets"] = std::vector<hsize_t>(step["times"], step["sources"][0]);
+        }
+    }
+    return given;
+}
+
+// A player on one of the files, with a buffer that holds the largest array.
+struct FaultPlayer : Player
+{
+    explicit FaultPlayer(const std::string& name, const std::string& mode)
+        : Player(name, mode, "H5T_COMPOUND { H5T_NATIVE_INT \"number\"; " + Text("4") + " \"text\"; }", 2000)
+    {
+    }
+
+    static std::string Text(const std::string& size)
+    {
+        return "H5T_STRING { STRSIZE " + size + "; STRPAD H5T_STR_NULLTERM; CSET H5T_CSET_ASCII; CTYPE H5T_C_S1; }";
+    }
+
+    void PrepareAll(const std::vector<json>& steps)
+    {
+        for (const json& step : steps)
+        {
+            Prepare(step);
+            if (step["name"] != "")
+            {
+                Open(step);
+            }
+        }
+    }
+
+    void ActAll(const std::vector<json>& steps)
+    {
+        for (const json& step : steps)
+        {
+            Act(step);
+        }
+    }
+
+    std::string Answers() const { return answers.str() + tell::Values(values).dump() + Json(texts).dump(); }
+};
+
+void MakeFile(const std::string& name)
+{
+    FaultPlayer player(name, "w");
+    for (const json& step : Complete(FaultOperations()["file"]))
+    {
+        player.PrepareAll({step});
+        player.Act(step);
+    }
+    const char* texts[] = {"first", "second"};
+    const int number = 7;
+    const ScopedType text = TypeOf(FaultPlayer::Text("H5T_VARIABLE"));
+    const ScopedType row = TypeOf("H5T_COMPOUND {" + FaultPlayer::Text("H5T_VARIABLE") + "\"text\"; }");
+    const ScopedSpace scalar(H5Screate(H5S_SCALAR));
+    const ScopedAttribute attribute(H5Acreate1(player.group->LocationID(), "vlen", text.get(), scalar.get(), 0));
+    H5Awrite(attribute.get(), text.get(), texts);
+    H5LTset_attribute_int(player.group->LocationID(), ".", "number", &number, 1);
+    player.at->CreateTableFromBuffer("w", texts, 2, row.get(), 0, -1, 0);
+}
+
+// What plain HDF5 finds: which objects there are, how the data sets lie in the file, and their values.
 std::string ContentsOf(hid_t file)
 {
-    const ScopedType text = TypeOf(kFixedText);
-    const ScopedType numberOfARow = TypeOf(RowTypeWith(""));
-    const std::pair<const char*, hid_t> dataSets[] = {{"g/a", H5T_NATIVE_INT},         {"g/s", text.get()},
-                                                      {"g/e", H5T_NATIVE_INT},         {"g/t", numberOfARow.get()},
-                                                      {"g/large", numberOfARow.get()}, {"g/new", H5T_NATIVE_INT}};
-    std::string contents = Json({H5Lexists(file, "g/sub", 0), H5Lexists(file, "g/new", 0)}).dump();
+    const ScopedType text = TypeOf(FaultPlayer::Text("4"));
+    const ScopedType row = TypeOf("H5T_COMPOUND { H5T_NATIVE_INT \"number\"; }");
+    const std::pair<const char*, hid_t> dataSets[] = {{"a", H5T_NATIVE_INT}, {"s", text.get()},
+                                                      {"e", H5T_NATIVE_INT}, {"t", row.get()},
+                                                      {"large", row.get()},  {"new", H5T_NATIVE_INT}};
+    std::string contents = Json({H5Lexists(file, "sub", 0), H5Lexists(file, "new", 0)}).dump();
     for (const auto& [name, type] : dataSets)
     {
         contents += ContentOf(ScopedDataSet(H5Dopen1(file, name)).get(), type);
@@ -160,54 +242,53 @@ std::string ContentsOf(hid_t file)
     return contents;
 }
 
-std::string ContentsAfter(const Case& c)
+std::string ContentsOf(const std::string& path)
 {
-    if (!c.file->IsClosed())
-    {
-        return ContentsOf(c.file->FileID());
-    }
-    return ContentsOf(ScopedFile(H5Fopen(kPath.c_str(), H5F_ACC_RDONLY, H5P_DEFAULT)).get());
+    return ContentsOf(ScopedFile(H5Fopen(path.c_str(), H5F_ACC_RDONLY, H5P_DEFAULT)).get());
 }
 
-// A handle that failed half-way would have one of its two ids.
-void ExpectWholeHandles(const Case& c)
+// A handle that failed half-way would have one of its two ids. A new table can be without its type, and says so.
+void ExpectWholeHandles(const Player& player, const std::string& operation)
 {
-    if (c.file->IsClosed())
+    if (!player.file->IsClosed() && operation.find("create") == std::string::npos)
     {
-        return;
+        EXPECT_EQ(player.array->LocationID() > 0, player.array->GetTypeID() > 0);
+        EXPECT_EQ(player.table->LocationID() > 0, player.table->GetCompoundTypeID() > 0);
     }
-    EXPECT_EQ(c.a->LocationID() > 0, c.a->GetTypeID() > 0);
-    EXPECT_EQ(c.t->LocationID() > 0, c.t->GetCompoundTypeID() > 0);
 }
 
 // Runs an operation on a fresh copy of the file with the plan's failures, then once more without any.
-Outcome RunWith(const Operation& operation, const Plan& faults)
+Outcome RunWith(const std::string& operation, const Plan& faults)
 {
     std::filesystem::remove_all("run");
     std::filesystem::copy("files", "run");
     const IdCounts before = CountIds();
     Outcome outcome;
     {
-        Case c;
-        c.answer.exceptions(std::ios::badbit);
+        const std::vector<json> steps = Complete(FaultOperations()["operations"][operation]);
+        FaultPlayer player("run/file.h5", "r+");
+        player.answers.exceptions(std::ios::badbit);
+        player.PrepareAll(Complete(FaultOperations()["handles"]));
+        player.PrepareAll(steps);
         plan = faults;
-        const auto run = [&]
+        const auto actArmed = [&]
         {
             const Arming arming(outcome);
-            operation.run(c);
+            player.ActAll(steps);
         };
 
-        outcome.text = TextOf(run);
-        outcome.answer = c.Answer();
-        outcome.contents = ContentsAfter(c);
-        EXPECT_TRUE(outcome.text.empty() || c.strings.at(0) == "untouched");
-        ExpectWholeHandles(c);
+        outcome.text = TextOf(actArmed);
+        outcome.answer = player.Answers();
+        outcome.contents = player.file->IsClosed() ? ContentsOf(player.path) : ContentsOf(player.file->FileID());
+        EXPECT_TRUE(outcome.text.empty() || player.texts.at(0) == "untouched");
+        ExpectWholeHandles(player, operation);
 
-        c.answer = {};
-        outcome.nextText = TextOf([&] { operation.run(c); });
-        outcome.nextAnswer = c.Answer();
-        c.DropNodes();
-        EXPECT_TRUE(c.file->IsClosed() || c.file->GetOpenObjectsCount() == 2) << "more than the file and its root";
+        player.answers = {};
+        outcome.nextText = TextOf([&] { player.ActAll(steps); });
+        outcome.nextAnswer = player.Answers();
+        player.DropNodes();
+        player.array.reset();
+        EXPECT_TRUE(player.file->IsClosed() || player.file->GetOpenObjectsCount() == 2) << "more than file and root";
     }
     EXPECT_EQ(before, CountIds());
     return outcome;
@@ -223,7 +304,7 @@ struct Rule
 std::vector<Rule> RulesOf(const std::string& operation)
 {
     std::vector<Rule> rules;
-    std::ifstream table(TARNWICKHDF_FAULTS);
+    std::ifstream table(TARNWICKHDF_TESTS "/faults.txt");
     for (std::string operations, functions, effect; table >> operations >> functions;)
     {
         std::getline(table >> std::ws, effect);
@@ -236,29 +317,25 @@ std::vector<Rule> RulesOf(const std::string& operation)
     return rules;
 }
 
-struct Totals
+// A test with the files that each run copies.
+struct FilesTest : HdfTest
 {
-    size_t calls = 0;
-    size_t injected = 0;
-    size_t thrown = 0;
-    size_t silent = 0;
-    size_t starved = 0;
-};
-
-struct Faults : HdfTest, ::testing::WithParamInterface<Operation>
-{
-    Faults() : rules(RulesOf(GetParam().name))
+    FilesTest()
     {
         std::filesystem::current_path(Path(""));
         std::filesystem::create_directory("files");
         MakeFile("files/file.h5");
         std::filesystem::copy_file("files/file.h5", "files/new.h5");
+    }
+};
+
+struct Faults : FilesTest, ::testing::WithParamInterface<std::string>
+{
+    Faults() : rules(RulesOf(GetParam()))
+    {
         std::cout.setstate(std::ios::failbit); // one operation prints
-        {
-            const ScopedFile file(H5Fopen("files/file.h5", H5F_ACC_RDONLY, H5P_DEFAULT));
-            untouched = ContentsOf(file.get());
-        }
-        EXPECT_EQ(untouched.rfind("[1,0][4] chunk [4]: [7,8,9,10]", 0), 0U) << untouched;
+        untouched = ContentsOf("files/file.h5");
+        EXPECT_EQ(untouched.rfind("[1,0][4] chunk [4]: [10,11,12,13]", 0), 0U) << untouched;
 
         usual = RunWith(GetParam(), {});
         EXPECT_EQ(usual.text, "");
@@ -266,9 +343,12 @@ struct Faults : HdfTest, ::testing::WithParamInterface<Operation>
 
     static void TearDownTestSuite()
     {
-        std::cerr << std::size(kOperations) << " operations, " << totals.calls << " calls, " << totals.injected
-                  << " injected failures, " << totals.thrown << " exceptions checked, " << totals.silent
-                  << " silent by rule, " << totals.starved << " failed allocations\n";
+        std::cerr << NamesOfOperations().size() << " operations";
+        for (const auto& [what, total] : totals)
+        {
+            std::cerr << ", " << total << ' ' << what;
+        }
+        std::cerr << "\n";
     }
 
     bool IsKnown(const std::string& text) const
@@ -326,15 +406,15 @@ struct Faults : HdfTest, ::testing::WithParamInterface<Operation>
     void TryCall(const Plan& faults) const
     {
         const Outcome outcome = Try(faults);
-        totals.injected += outcome.failed.size();
+        totals["injected failures"] += outcome.failed.size();
         if (outcome.text.empty())
         {
-            ++totals.silent;
+            ++totals["silent by rule"];
             ExpectSilenceByRule(faults, outcome);
         }
         else
         {
-            ++totals.thrown;
+            ++totals["exceptions checked"];
             ExpectAnExceptionByRule(faults, outcome);
         }
     }
@@ -343,8 +423,7 @@ struct Faults : HdfTest, ::testing::WithParamInterface<Operation>
     void TryAllocations(Plan faults) const
     {
         // A destructor keeps the failure to itself, and a failing call may be told instead.
-        const bool mayKeepIt =
-            faults.call != SIZE_MAX || std::string(GetParam().name).find("file.open") != std::string::npos;
+        const bool mayKeepIt = faults.call != SIZE_MAX || GetParam().find("file_open") != std::string::npos;
         for (faults.allocation = 0;; ++faults.allocation)
         {
             const Outcome outcome = Try(faults);
@@ -352,7 +431,7 @@ struct Faults : HdfTest, ::testing::WithParamInterface<Operation>
             {
                 return;
             }
-            ++totals.starved;
+            ++totals["failed allocations"];
             const bool isMadeUpFor = RuleFor("memory") != nullptr && outcome.text.empty() &&
                                      outcome.answer == usual.answer && outcome.contents == usual.contents;
             EXPECT_TRUE(outcome.text == "std::bad_alloc" || mayKeepIt || isMadeUpFor) << TraceOf(faults, outcome);
@@ -362,12 +441,12 @@ struct Faults : HdfTest, ::testing::WithParamInterface<Operation>
     std::string untouched;
     std::vector<Rule> rules;
     Outcome usual;
-    static inline Totals totals;
+    static inline std::map<std::string, size_t> totals;
 };
 
 TEST_P(Faults, FailingCallsAreReportedInTheirWordsOrMadeUpFor)
 {
-    totals.calls += usual.calls.size();
+    totals["calls"] += usual.calls.size();
     for (size_t call = 0; call < usual.calls.size(); ++call)
     {
         TryCall({call, false, SIZE_MAX});
@@ -377,7 +456,7 @@ TEST_P(Faults, FailingCallsAreReportedInTheirWordsOrMadeUpFor)
 
 TEST_P(Faults, FailingAllocationsAreReportedAndLeaveNothingOpen)
 {
-    if (GetParam().name == std::string("file.log"))
+    if (GetParam() == "file_log")
     {
         GTEST_SKIP()
             << "the destructors of the JSON library allocate, so that running out of memory ends the process there";
@@ -417,26 +496,15 @@ TEST(FirstTranslationDeathTest, OfTypesThatFailsIsMadeAgain)
     }
 }
 
-// Asking for groups looks at each of the nine children, asking for a data set stops at the first.
-TEST_F(HdfTest, QuestionsAboutChildrenLookAtNoMoreChildrenThanTheyNeed)
+// Asking for groups looks at each of the ten children, asking for a data set stops at the first.
+TEST_F(FilesTest, QuestionsAboutChildrenLookAtNoMoreChildrenThanTheyNeed)
 {
-    std::filesystem::current_path(Path(""));
-    std::filesystem::create_directory("files");
-    MakeFile("files/file.h5");
-    const auto* const operation = std::find_if(std::begin(kOperations), std::end(kOperations),
-                                               [](auto& o) { return std::string(o.name) == "group.child"; });
+    const Outcome outcome = RunWith("group_child", {});
 
-    const Outcome outcome = RunWith(*operation, {});
-
-    EXPECT_EQ(std::count(outcome.calls.begin(), outcome.calls.end(), "H5Oget_info_by_name2"), 10);
+    EXPECT_EQ(std::count(outcome.calls.begin(), outcome.calls.end(), "H5Oget_info_by_name2"), 11);
 }
 
-std::string NameOf(const ::testing::TestParamInfo<Operation>& info)
-{
-    std::string name = std::regex_replace(info.param.name, std::regex("[.]"), "_");
-    return std::regex_replace(name, std::regex("[+]"), "_and_write");
-}
-
-INSTANTIATE_TEST_SUITE_P(Operations, Faults, ::testing::ValuesIn(kOperations), NameOf);
+INSTANTIATE_TEST_SUITE_P(Operations, Faults, ::testing::ValuesIn(NamesOfOperations()),
+                         [](auto& operation) { return operation.param; });
 
 } // namespace tarnwick::hdf::tests

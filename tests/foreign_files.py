@@ -82,13 +82,11 @@ def space_of(dims, limits):
     return h5s.create_simple(dims, limits) if dims else h5s.create(h5s.SCALAR)
 
 
-def data_set(gid, name, t, s, **settings):
+def create(gid, name, t, space, **settings):
     p = h5p.create(h5p.DATASET_CREATE)
     for setting, arguments in settings.items():
         getattr(p, setting)(*arguments)
-    if s.get_simple_extent_ndims() and UNLIMITED in s.get_simple_extent_dims(True):
-        p.set_chunk(tuple(max(1, d) for d in s.get_simple_extent_dims()))
-    return h5d.create(gid, name, t, s, p)
+    return h5d.create(gid, name, t, space, p)
 
 
 def values_for(name, t, dims):
@@ -105,7 +103,9 @@ def values_for(name, t, dims):
 
 
 def put_data_set(gid, name, type_name, t, dims, limits, **settings):
-    d = data_set(gid, name.encode(), t, space_of(dims, limits), **settings)
+    if UNLIMITED in (limits or ()):
+        settings = {'set_chunk': (tuple(max(1, d) for d in dims),)}
+    d = create(gid, name.encode(), t, space_of(dims, limits), **settings)
     values, mtype = values_for(type_name, t, dims)
     if values is not None and d.get_space().get_simple_extent_npoints():
         d.write(h5s.ALL, h5s.ALL, values, mtype)
@@ -132,7 +132,7 @@ def put_pairs(f, step):
 def put_layouts(f):
     for name, settings in LAYOUTS.items():
         put_data_set(f.id, name, 'i4', h5t.STD_I32LE, (3, 4), (3, 4), **settings)
-    data_set(f.id, b'lost', h5t.STD_I32LE, h5s.create_simple((3,)), set_external=(b'none.raw', 0, 12))
+    create(f.id, b'lost', h5t.STD_I32LE, h5s.create_simple((3,)), set_external=(b'none.raw', 0, 12))
     for name, source in ('virtual', f.filename), ('virtual of nothing', 'none.h5'):
         layout = h5py.VirtualLayout((3, 5), 'i4')
         layout[:, 1:] = h5py.VirtualSource(source, 'deflate', (3, 4))
@@ -169,7 +169,7 @@ def make_user_link():
 
 def make_huge():
     with h5py.File('huge.h5', 'w') as f:
-        data_set(f.id, b'huge', string(8), h5s.create_simple((1 << 61,)), set_chunk=((8,),))
+        create(f.id, b'huge', string(8), h5s.create_simple((1 << 61,)), set_chunk=((8,),))
 
 
 def make_version_marks():
