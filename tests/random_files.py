@@ -124,8 +124,8 @@ def many(seed):
         selected = [(first + 77777 * i) % rows for i in range(places)]
         if is_beyond:
             selected[7] = rows
-        steps.append(dict(action=action, type=1, stride=19, count=rows // 20, rows=rows, sources=selected,
-                          targets=selected))
+        steps.append(dict(action=action, type=int('Hyperslab' in action), stride=19, count=rows // 20, rows=rows,
+                          sources=selected, targets=selected))
     steps += [delete, dict(action='group.CreateArrayFromBuffer', type=r.choice((5, 14, 14)), rows=MANY, columns=1,
                            stored='array')]
     for action, stride, is_beyond in itertools.product([a for a in ACTIONS if 'array.Get' in a], (2, 511, 600), (0, 1)):

@@ -206,7 +206,8 @@ class Model:
 
     @staticmethod
     def refuse_slab(s, is_null, has_dimensions, spreads, width, rank):
-        refuse_if(spreads and (not s.stride or s.stride * s.count == -1), b'Error creating memory data space hyperslab!')
+        refuse_if(spreads and (not s.stride or s.stride * s.count == -1),
+                  b'Error creating memory data space hyperslab!')
         refuse_if((rank if spreads else width) != 1 and not has_dimensions,
                   b'Error reading hyperslab from a multidimensional array!')
         refuse_if(has_dimensions and s.dimensions > 2,
