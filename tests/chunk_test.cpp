@@ -79,6 +79,22 @@ TEST_F(Chunk, OfATableOfAnotherTypeThanTheBuffersIsConvertedByHdf5)
     EXPECT_EQ(PlainHdf5Reads(table->LocationID(), otherOrder.get()), rows);
 }
 
+TEST_F(Chunk, OfATableOfArraysOfVariableTextsIsMadeByHdf5)
+{
+    const ScopedType row = TypeOf("H5T_COMPOUND { H5T_ARRAY { [2] H5T_STRING { STRSIZE H5T_VARIABLE; STRPAD "
+                                  "H5T_STR_NULLTERM; CSET H5T_CSET_UTF8; CTYPE H5T_C_S1; } } \"texts\"; }");
+    const char* texts[] = {"sun", "rain"};
+    char* read[] = {nullptr, nullptr};
+
+    const auto table = root->CreateTableFromBuffer("table", texts, 1, row.get(), 0, -1, 0);
+
+    H5Dread(table->LocationID(), row.get(), H5S_ALL, H5S_ALL, H5P_DEFAULT, read);
+    ASSERT_NE(read[1], nullptr);
+    EXPECT_EQ((Names{read[0], read[1]}), (Names{"sun", "rain"}));
+    H5free_memory(read[0]);
+    H5free_memory(read[1]);
+}
+
 // A data set as another program may leave it, chosen by a seed.
 struct ForeignDataSet
 {

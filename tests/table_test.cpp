@@ -130,6 +130,16 @@ TEST_F(Table, WrittenWithItsOwnCompoundTypeStaysTheDataSetThatItIs)
     EXPECT_EQ(StorageOf(dataSet), " chunk [2]");
 }
 
+TEST_F(Table, ThatIsClosedRemovesNothingThatHasItsNameByNow)
+{
+    const auto table = root->CreateTable("t", 4, row.get(), 0);
+    EXPECT_THROW(table->ReOpen(root->LocationID(), "no"), std::runtime_error);
+
+    EXPECT_THROW(table->SetFromBuffer(stored.data(), 5, -1, 0), std::runtime_error);
+
+    EXPECT_EQ(root->GetTable("t")->GetNumberOfRows(), 4U);
+}
+
 TEST_F(Table, HasNoColumnOutsideItsColumns)
 {
     const auto table = root->CreateTable("t", row.get());

@@ -127,6 +127,16 @@ TEST_F(Typed, ATableKeepsEveryMemberAndIsStoredInPlaceWhileItsShapeStays)
     EXPECT_EQ(ReadTable(*StoreTable(*group, "t", kReading, rows, 5, 1000), kReading), rows);
 }
 
+TEST_F(Typed, ATableOfAnotherRowTypeOfTheSameSizeIsReplaced)
+{
+    const RowType<Place> otherNames = {{"x", &Place::east}, {"y", &Place::north}};
+    StoreTable(*group, "t", kPlace, {{1, 2}});
+
+    EXPECT_EQ(StoreTable(*group, "t", otherNames, {{3, 4}})->GetColumnName(0), "x");
+
+    EXPECT_EQ(ReadTable(*group, "t", otherNames).at(0).north, 4);
+}
+
 TEST_F(Typed, AFixedTextIsCutAtTheBorderOfACharacter)
 {
     FixedText<8> text = "12345678";
