@@ -492,8 +492,8 @@ const Reasons kDeflateReasons = {
     {"h5py", "its chunks fit the processor's cache, the library stores one chunk"},
     {"pytables", "its chunks fit the processor's cache, the library stores one chunk"},
     kFixedCost,
-    {"*", "libdeflate follows each byte of a long match, where zlib skips it; and from level 5 on "
-          "the effort is the one that makes nothing larger than zlib does"}};
+    {"*", "what libdeflate gains depends on the data: least for noise, and for long repeats, which zlib skips; from "
+          "level 5 on the effort is the one that makes nothing larger than zlib does"}};
 const Reasons kPickReasons = {
     {"plain", "the program reads the whole array into memory of its own; the library takes 0.6 MiB"}};
 const Reasons kFewReasons = {{"*", "a fixed cost of each handle: it is asked whether its chunks are large", 256}};

@@ -209,6 +209,8 @@ def save(figure, path):
 def draw_overview(rows, path):
     """All rows at their largest size, on one scale."""
     points = largest(rows)
+    if not points:  # A filter may leave rows that stand beside others alone.
+        return
     figure, axes = plt.subplots(figsize=(9, max(3, 0.19 * len(points) + 1.2)))
     for other, label in OTHERS.items():
         shown = [(row.times[other], place) for place, row in enumerate(points) if other in row.turns]
