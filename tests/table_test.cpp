@@ -119,6 +119,16 @@ TEST_F(Table, RowsOutsideItOrTheBufferAreToldByTheTransfer)
     }
 }
 
+TEST_F(Table, ReplacedByASelectionHasTheChunkAndCompressionOfTheNewCall)
+{
+    root->CreateTableFromBuffer("t", stored.data(), kRows, row.get(), 0, -1, 0);
+
+    root->CreateTableFromSelection("t", stored.data(), kRows, {3, 1, 2}, row.get(), 4, -1, 2);
+
+    const ScopedType number = TypeOf("H5T_COMPOUND { H5T_NATIVE_INT \"number\"; }");
+    EXPECT_EQ(ContentOf(root->GetTable("t")->LocationID(), number.get()), "[3] chunk [2] deflate 4: [3,1,2]");
+}
+
 TEST_F(Table, WrittenWithItsOwnCompoundTypeStaysTheDataSetThatItIs)
 {
     const auto table = root->CreateTableFromBuffer("t", stored.data(), 4, row.get(), 0, -1, 2);
