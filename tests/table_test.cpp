@@ -1,5 +1,6 @@
 #include "Fixture.h"
 
+#include <algorithm>
 #include <numeric>
 
 namespace tarnwick::hdf::tests
@@ -84,6 +85,35 @@ TEST_F(Table, WithoutAFillValueLeavesTheBufferAsItIsBehindTheOnlyChunkThatWasWri
 
     EXPECT_EQ(values.front(), 5);
     EXPECT_EQ(values.back(), 7);
+}
+
+// Rows of up to 16 words of 8 bytes are copied by functions of their own.
+TEST_F(Table, OfRowsOfAnySizeIsReadByBlocksToThePlacesOfASelection)
+{
+    Dims backwards = RowsFrom(0, kManyRows);
+    std::reverse(backwards.begin(), backwards.end());
+    for (const size_t rowSize : {7U, 8U, 128U, 133U, 136U})
+    {
+        SCOPED_TRACE(rowSize);
+        const ScopedType text(H5Tcreate(H5T_COMPOUND, rowSize));
+        H5Tinsert(text.get(), "text", 0, TextType(rowSize).get());
+        std::string rows;
+        std::string expected;
+        for (hsize_t i = 0; i < kManyRows; ++i)
+        {
+            std::string aRow(rowSize, 'x');
+            aRow.replace(0, 3, std::to_string(100 + i));
+            rows += aRow;
+            expected.insert(0, aRow);
+        }
+        const auto table = root->CreateTableFromBuffer("t", rows.data(), kManyRows, text.get(), 0, -1, 0);
+        std::string read(rows.size(), ' ');
+
+        table->GetToSelection(read.data(), kManyRows, text.get(), backwards);
+
+        EXPECT_EQ(read, expected);
+        root->DelArray("t");
+    }
 }
 
 TEST_F(Table, ReadByBlocksLeavesWhatTheBuffersTypeDoesNotName)
