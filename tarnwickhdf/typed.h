@@ -251,12 +251,11 @@ struct TextBuffer
         for (size_t i = 0; i < texts.size(); ++i)
         {
             const std::string& text = texts[i];
-            if (std::memchr(text.data(), '\0', text.size()) != nullptr)
+            if (text.find('\0') != std::string::npos)
             {
                 throw std::runtime_error("text " + std::to_string(i) + " has a NUL byte in it");
             }
-            std::memcpy(item, text.data(), text.size());
-            std::fill(item + text.size(), item + itemSize, '\0');
+            std::fill(std::copy(text.begin(), text.end(), item), item + itemSize, '\0');
             item += itemSize;
         }
     }

@@ -106,6 +106,18 @@ TEST_F(DataSets, OfAnArrayThatWasReopenedInAnotherGroupAreReplacedThere)
     EXPECT_EQ(ContentOf(after->GetArray("a")->LocationID()), "[2] chunk [2]: [1,2]");
 }
 
+TEST_F(DataSets, OfAReplacedArrayHaveTheCompressionOfItsObjectWhichIsNoneForAnOpenedOne)
+{
+    int values[] = {1, 2, 3, 4};
+    const auto made = IArray::CreateFromBuffer(file, root->LocationID(), "a", values, TDataType::Int, 3, 1, 6);
+
+    made->SetFromBuffer(values, TDataType::Int, 4, 1);
+    EXPECT_EQ(StorageOf(made->LocationID()), " chunk [4] deflate 6");
+
+    root->GetArray("a")->SetFromBuffer(values, TDataType::Int, 3, 1);
+    EXPECT_EQ(StorageOf(root->GetArray("a")->LocationID()), " chunk [3]");
+}
+
 TEST_F(DataSets, ThatHoldMoreThanTheirHandleTellsAreMovedAgainAfterTheyAreReopened)
 {
     const hid_t parent = root->LocationID();
