@@ -109,12 +109,12 @@ TEST_F(DataSets, OfAnArrayThatWasReopenedInAnotherGroupAreReplacedThere)
 TEST_F(DataSets, OfAReplacedArrayHaveTheCompressionOfItsObjectWhichIsNoneForAnOpenedOne)
 {
     int values[] = {1, 2, 3, 4};
-    const auto made = IArray::CreateFromBuffer(file, root->LocationID(), "a", values, TDataType::Int, 3, 1, 6);
+    const auto made = IArray::CreateFromBuffer(file, root->LocationID(), "a", values, Int, 3, 1, 6);
 
-    made->SetFromBuffer(values, TDataType::Int, 4, 1);
+    made->SetFromBuffer(values, Int, 4, 1);
     EXPECT_EQ(StorageOf(made->LocationID()), " chunk [4] deflate 6");
 
-    root->GetArray("a")->SetFromBuffer(values, TDataType::Int, 3, 1);
+    root->GetArray("a")->SetFromBuffer(values, Int, 3, 1);
     EXPECT_EQ(StorageOf(root->GetArray("a")->LocationID()), " chunk [3]");
 }
 
