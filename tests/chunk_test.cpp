@@ -68,6 +68,24 @@ TEST_F(Chunk, ThatIsWrittenStraightToTheFileIsReadByPlainHdf5)
     }
 }
 
+TEST_F(Chunk, OfAHigherLevelIsSmaller)
+{
+    std::vector<int> values;
+    for (int i = 0; i < 20000; ++i)
+    {
+        values.push_back(i * i % 1009);
+    }
+    Dims sizes;
+    for (const int level : {1, 9})
+    {
+        const auto array = IArray::CreateFromBuffer(file, root->LocationID(), std::to_string(level), values.data(),
+                                                    TDataType::Int, values.size(), 1, level);
+        sizes.push_back(H5Dget_storage_size(array->LocationID()));
+    }
+
+    EXPECT_LT(sizes[1], sizes[0]);
+}
+
 TEST_F(Chunk, OfATableOfAnotherTypeThanTheBuffersIsConvertedByHdf5)
 {
     const ScopedType ints = TypeOf("H5T_COMPOUND { H5T_NATIVE_INT \"a\"; H5T_NATIVE_INT \"b\"; }");

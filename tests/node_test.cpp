@@ -134,6 +134,18 @@ TEST_F(Node, ThatIsAGroupIsMadeLevelByLevelWithTheCompressionOfTheHandleItWasRea
     EXPECT_EQ(names, Names{"g"});
 }
 
+TEST_F(Node, ThatIsANamedTypeIsListedAsOne)
+{
+    const ScopedType type(H5Tcopy(H5T_NATIVE_INT));
+    H5Tcommit1(root->LocationID(), "type", type.get());
+    root->CreateGroup("group");
+    Names names;
+
+    (root.get()->*(&Inside::ListNames))(H5G_TYPE, names);
+
+    EXPECT_EQ(names, Names{"type"});
+}
+
 TEST_F(Node, IsNotCountedTwiceWhereADamagedNameEndsTheListing)
 {
     for (const char* name : {"a", "b", "c"})
@@ -213,6 +225,7 @@ TEST_F(Paths, AreAnsweredWithTheTracebackOfTheFirstLevelThatIsMissing)
         }
     }
     EXPECT_EQ(WordsOf([&] { root->HasGroup(""); }), "could not get info for :");
+    EXPECT_EQ(WordsOf([&] { root->GetGroup("g/."); }), "Group does not exist:");
 }
 
 TEST_F(Paths, OfManyLevelsTakeTimeAndMemoryThatGrowWithTheirLength)

@@ -149,6 +149,13 @@ TEST_F(Table, RowsOutsideItOrTheBufferAreToldByTheTransfer)
     }
 }
 
+TEST_F(Table, MadeToBeFilledHasTheCompressionThatItIsGiven)
+{
+    const auto table = root->CreateTable("t", kRows, row.get(), 4);
+
+    EXPECT_EQ(StorageOf(table->LocationID()), " chunk [1000] deflate 4");
+}
+
 TEST_F(Table, ReplacedByASelectionHasTheChunkAndCompressionOfTheNewCall)
 {
     root->CreateTableFromBuffer("t", stored.data(), kRows, row.get(), 0, -1, 0);
