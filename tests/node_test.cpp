@@ -28,8 +28,9 @@ TEST_F(Object, FailsForResultsBelowZeroWithATracebackThatBeginsAtTheCall)
     EXPECT_THROW(CheckResult(negativeInItsHighBitsAlone, "rule"), std::runtime_error);
 
     const std::string text = TextOf([] { CheckResult(H5Fclose(-1), "no file"); });
-    const std::regex shape(
-        "no file:\n#0: in func H5Fclose\\(\\): .+\n  major: Invalid arg.+\n  minor: .+\n(#[^#]+\n)*");
+    // HDF5 1.10.6 blames the file, later ones the argument.
+    const std::regex shape("no file:\n#0: in func H5Fclose\\(\\): .+\n  major: (Invalid arg|File accessib).+\n"
+                           "  minor: .+\n(#[^#]+\n)*");
     EXPECT_TRUE(std::regex_match(text, shape)) << text;
     H5Eclear1();
     EXPECT_EQ(TextOf([] { CheckResult(-1, "a ", "name", "'"); }), "a name':\n");
