@@ -211,12 +211,14 @@ void ReadStringDataSet(std::vector<std::string>& strings, hid_t dataSet, hid_t s
     CheckResult(storedClass == H5T_VLEN || storedClass == H5T_ARRAY ? -1 : 0, kNoCharset);
     const htri_t isVariable = IsVariableText(memoryType);
     CheckResult(isVariable, kReadFailed);
-    strings.resize(count);
+    // The caller's texts stay as they are if memory runs out among the new ones.
+    std::vector<std::string> read(count);
     for (size_t i = 0; i < count; ++i)
     {
         const char* text = isVariable > 0 ? items.VariableText(i) : items.FixedText(i, itemSize);
-        AssignText(strings[i], text, isVariable > 0 ? std::strlen(text) : strnlen(text, itemSize), charset);
+        AssignText(read[i], text, isVariable > 0 ? std::strlen(text) : strnlen(text, itemSize), charset);
     }
+    strings.swap(read);
 }
 
 } // namespace utils

@@ -13,7 +13,7 @@ namespace tarnwick::hdf::utils
 
 /// Reads a data set of strings with a single H5Dread and fills `strings` with exactly `count` texts.
 ///
-/// @param strings receives the texts; what it held is overwritten, surplus entries go.
+/// @param strings receives the texts; what it held goes. Whatever is thrown, it keeps what it held.
 /// @param dataSet the HDF5 id of the data set.
 /// @param storedType the HDF5 string type that tells the character set.
 /// @param memoryType the HDF5 type of the read; for one column of a table a compound of that one member.
@@ -28,8 +28,8 @@ namespace tarnwick::hdf::utils
 /// items that it lacks are empty texts.
 /// @throws std::runtime_error "error reading string buffer from dataset" with traceback if HDF5 can't read; then "could
 ///         not detect charset from dataset" with traceback if `storedType` is no string type, so for sequences and
-///         arrays of strings; `strings` is then untouched. A damaged file may claim more bytes than memory has:
-///         std::bad_alloc or std::length_error then, and "error reading string buffer from dataset" from 2^64 bytes on.
+///         arrays of strings. A damaged file may claim more bytes than memory has: std::bad_alloc or
+///         std::length_error then, and "error reading string buffer from dataset" from 2^64 bytes on.
 TARNWICKHDF_EXPORT void ReadStringDataSet(std::vector<std::string>& strings, hid_t dataSet, hid_t storedType,
                                           hid_t memoryType, size_t count, size_t itemSize);
 

@@ -215,7 +215,7 @@ void MakeFile(const std::string& name)
         player.PrepareAll({step});
         player.Act(step);
     }
-    const char* texts[] = {"first", "second"};
+    const char* texts[] = {"first", "so long that std::string allocates memory for it"};
     const int number = 7;
     const ScopedType text = TypeOf(FaultPlayer::Text("H5T_VARIABLE"));
     const ScopedType row = TypeOf("H5T_COMPOUND {" + FaultPlayer::Text("H5T_VARIABLE") + "\"text\"; }");
