@@ -90,7 +90,7 @@ CumulativePathPrefixes::CumulativePathPrefixes(const std::string& name)
 {
     if (!name.empty() && name.front() == '/')
     {
-        m_path = "/";
+        m_path += '/';
         m_ends.push_back(m_path.size());
     }
     for (size_t begin = 0; begin < name.size();)

@@ -459,7 +459,7 @@ TEST_F(File, OnADiskThatIsFullForAWhileTellsOfEachArrayAndTableThatIsLost)
                 [&] { IArray::CreateFromBuffer(file, parent, name, numbers.data(), TDataType::Int, 50, 1, i % 2); }));
             words.push_back(WordsOf(
                 [&]
-                { ITable::CreateFromBuffer(file, parent, "t" + name, numbers.data(), 50, row.get(), i % 2, -1, 0); }));
+                { ITable::CreateFromBuffer(file, parent, name + "t", numbers.data(), 50, row.get(), i % 2, -1, 0); }));
         }
         LimitFileSizes(RLIM_INFINITY);
         file->Close();
@@ -467,7 +467,7 @@ TEST_F(File, OnADiskThatIsFullForAWhileTellsOfEachArrayAndTableThatIsLost)
         const ScopedFile written(H5Fopen(Path("full.h5").c_str(), H5F_ACC_RDONLY, H5P_DEFAULT));
         for (size_t i = 0; i < words.size(); ++i)
         {
-            const std::string name = (i % 2 == 0 ? "" : "t") + std::to_string(i / 2);
+            const std::string name = std::to_string(i / 2) + (i % 2 == 0 ? "" : "t");
             const ScopedDataSet dataSet(H5Dopen1(written.get(), name.c_str()));
             std::vector<int> read(numbers.size());
             H5Dread(dataSet.get(), i % 2 == 0 ? H5T_NATIVE_INT : row.get(), H5S_ALL, H5S_ALL, H5P_DEFAULT, read.data());
