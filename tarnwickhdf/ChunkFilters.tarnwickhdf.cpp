@@ -12,88 +12,79 @@ namespace tarnwick::hdf
 namespace
 {
 
-// Shuffling is the transposition of a matrix of bytes, an element a row. It goes by tiles of 8 x 8 bytes, which fit into
-// eight registers, and by blocks of elements that fill whole cache lines of each of the places they go to.
-constexpr size_t kTile = 8;
-constexpr size_t kBlock = 64;
-constexpr bool kHasTiles = __BYTE_ORDER__ == __ORDER_LITTLE_ENDIAN__;
+// Shuffling is the transposition of a matrix of bytes, an element a row. It goes by blocks of elements, and within a block
+// by columns of four, two or one bytes: of loops over these and a fixed number of elements compilers make vector code.
+constexpr size_t kBlock = 256;
 
-using Tile = std::uint64_t[kTile];
-
-// Exchanges the upper part of each `2 * Bits` bits of one row with the lower part of another's.
-template <unsigned int Bits, std::uint64_t Lower>
-void Exchange(std::uint64_t& one, std::uint64_t& other)
+// The k-th byte of each group of `Width` goes to row k of `rows`, which are `distance` bytes apart.
+template <size_t Width>
+void SplitGroups(const char* __restrict groups, char* __restrict rows, size_t distance)
 {
-    const std::uint64_t difference = ((one >> Bits) ^ other) & Lower;
-    other ^= difference;
-    one ^= difference << Bits;
-}
-
-void Transpose(Tile& rows)
-{
-    for (size_t i = 0; i < 4; ++i)
+    for (size_t i = 0; i < kBlock; ++i)
     {
-        Exchange<32, 0x00000000FFFFFFFFU>(rows[i], rows[i + 4]);
-    }
-    for (const size_t i : {0U, 1U, 4U, 5U})
-    {
-        Exchange<16, 0x0000FFFF0000FFFFU>(rows[i], rows[i + 2]);
-    }
-    for (const size_t i : {0U, 2U, 4U, 6U})
-    {
-        Exchange<8, 0x00FF00FF00FF00FFU>(rows[i], rows[i + 1]);
-    }
-}
-
-// Eight columns of a block: `elements` rows at a distance of `elementSize` become eight rows of a block's length.
-void TransposeToRows(const char* from, size_t elementSize, size_t elements, char (&rows)[kTile][kBlock])
-{
-    for (size_t i = 0; i < elements; i += kTile)
-    {
-        Tile tile;
-        for (size_t k = 0; k < kTile; ++k)
+        for (size_t k = 0; k < Width; ++k)
         {
-            std::memcpy(&tile[k], from + (i + k) * elementSize, kTile);
-        }
-        Transpose(tile);
-        for (size_t k = 0; k < kTile; ++k)
-        {
-            std::memcpy(&rows[k][i], &tile[k], kTile);
+            rows[k * distance + i] = groups[i * Width + k];
         }
     }
 }
 
-void TransposeToColumns(const char (&rows)[kTile][kBlock], size_t elementSize, size_t elements, char* to)
+template <size_t Width>
+void JoinGroups(const char* __restrict rows, size_t distance, char* __restrict groups)
 {
-    for (size_t i = 0; i < elements; i += kTile)
+    for (size_t i = 0; i < kBlock; ++i)
     {
-        Tile tile;
-        for (size_t k = 0; k < kTile; ++k)
+        for (size_t k = 0; k < Width; ++k)
         {
-            std::memcpy(&tile[k], &rows[k][i], kTile);
-        }
-        Transpose(tile);
-        for (size_t k = 0; k < kTile; ++k)
-        {
-            std::memcpy(to + (i + k) * elementSize, &tile[k], kTile);
+            groups[i * Width + k] = rows[k * distance + i];
         }
     }
 }
 
-// A tile of a short element reaches into the elements behind it, so the last ones aren't for tiles.
-size_t ElementsOfNextBlock(size_t elementsLeft)
+// Shuffles the columns of a block from `column` on as long as `Width` bytes of the elements are left, and gives the column
+// that follows.
+template <size_t Width>
+size_t ShuffleColumns(const char* block, size_t elementSize, char* rows, size_t distance, size_t column)
 {
-    return kHasTiles && elementsLeft >= 2 * kTile ? std::min(kBlock, (elementsLeft - kTile) / kTile * kTile) : 0;
+    for (; column + Width <= elementSize; column += Width)
+    {
+        if (elementSize == Width)
+        {
+            SplitGroups<Width>(block, rows, distance);
+            continue;
+        }
+        char groups[kBlock * Width];
+        for (size_t i = 0; i < kBlock; ++i)
+        {
+            std::memcpy(groups + i * Width, block + i * elementSize + column, Width);
+        }
+        SplitGroups<Width>(groups, rows + column * distance, distance);
+    }
+    return column;
 }
 
-// The first column of the tile that follows; the last tile of a long element overlaps the one before.
-size_t FirstColumn(size_t column, size_t elementSize)
+template <size_t Width>
+size_t UnshuffleColumns(const char* rows, size_t distance, char* block, size_t elementSize, size_t column)
 {
-    return elementSize > kTile ? std::min(column, elementSize - kTile) : 0;
+    for (; column + Width <= elementSize; column += Width)
+    {
+        if (elementSize == Width)
+        {
+            JoinGroups<Width>(rows, distance, block);
+            continue;
+        }
+        char groups[kBlock * Width];
+        JoinGroups<Width>(rows + column * distance, distance, groups);
+        for (size_t i = 0; i < kBlock; ++i)
+        {
+            std::memcpy(block + i * elementSize + column, groups + i * Width, Width);
+        }
+    }
+    return column;
 }
 
-// The level of libdeflate behind a level of zlib: the lowest that comes to zlib's size or less also for counters and time
-// axes, in a half of zlib's time; levels 1 to 3 are for speed, because the size of zlib's would take its time as well.
+// The level of libdeflate behind a level of zlib. Levels 1 to 3 are for speed: about half of zlib's time, and of noise a
+// little more than zlib's size. From 4 on it is the lowest that comes to zlib's size or less also for counters and time axes.
 int EffortOf(int level)
 {
     constexpr int efforts[] = {1, 1, 2, 3, 4, 6, 7, 7, 8, 9};
@@ -111,19 +102,12 @@ void Shuffle(const char* from, char* to, size_t size, size_t elementSize)
 {
     const size_t elements = size / elementSize;
     size_t first = 0;
-    while (const size_t count = ElementsOfNextBlock(elements - first))
+    for (; first + kBlock <= elements; first += kBlock)
     {
-        char rows[kTile][kBlock];
-        for (size_t next = 0; next < elementSize; next += kTile)
-        {
-            const size_t column = FirstColumn(next, elementSize);
-            TransposeToRows(from + first * elementSize + column, elementSize, count, rows);
-            for (size_t k = 0; k < std::min(kTile, elementSize); ++k)
-            {
-                std::memcpy(to + (column + k) * elements + first, rows[k], count);
-            }
-        }
-        first += count;
+        const char* const block = from + first * elementSize;
+        size_t column = ShuffleColumns<4>(block, elementSize, to + first, elements, 0);
+        column = ShuffleColumns<2>(block, elementSize, to + first, elements, column);
+        ShuffleColumns<1>(block, elementSize, to + first, elements, column);
     }
     for (size_t column = 0; column < elementSize; ++column)
     {
@@ -139,19 +123,12 @@ void Unshuffle(const char* from, char* to, size_t size, size_t elementSize)
 {
     const size_t elements = size / elementSize;
     size_t first = 0;
-    while (const size_t count = ElementsOfNextBlock(elements - first))
+    for (; first + kBlock <= elements; first += kBlock)
     {
-        char rows[kTile][kBlock] = {};
-        for (size_t next = 0; next < elementSize; next += kTile)
-        {
-            const size_t column = FirstColumn(next, elementSize);
-            for (size_t k = 0; k < std::min(kTile, elementSize); ++k)
-            {
-                std::memcpy(rows[k], from + (column + k) * elements + first, count);
-            }
-            TransposeToColumns(rows, elementSize, count, to + first * elementSize + column);
-        }
-        first += count;
+        char* const block = to + first * elementSize;
+        size_t column = UnshuffleColumns<4>(from + first, elements, block, elementSize, 0);
+        column = UnshuffleColumns<2>(from + first, elements, block, elementSize, column);
+        UnshuffleColumns<1>(from + first, elements, block, elementSize, column);
     }
     for (size_t i = first; i < elements; ++i)
     {
