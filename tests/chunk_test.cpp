@@ -51,7 +51,7 @@ TEST_F(Chunk, ThatIsWrittenStraightToTheFileIsReadByPlainHdf5)
 {
     for (size_t elementSize = 1; elementSize <= 40; ++elementSize)
     {
-        for (const size_t elements : {1U, 2U, 7U, 15U, 16U, 17U, 23U, 24U, 71U, 72U, 73U, 80U, 200U, 3000U})
+        for (const size_t elements : {1U, 2U, 17U, 255U, 256U, 257U, 512U, 700U, 3000U})
         {
             for (const int level : {0, 1, 6, 9})
             {
