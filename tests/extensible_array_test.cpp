@@ -6,19 +6,14 @@ namespace tarnwick::hdf::tests
 {
 
 using namespace TDataType;
-using Ints = std::vector<int>;
 
 struct ExtensibleArray : OpenFileTest
 {
-    ExtensibleArray()
-    {
-        const Ints cells = {1, 2, 3, 4, 5, 6};
-        array->AppendRowsFromBuffer(2, cells.data(), Int);
-    }
+    ExtensibleArray() { array->AppendRowsFromBuffer(2, Ints{1, 2, 3, 4, 5, 6}.data(), Int); }
 
     std::string Content() const { return ContentOf(array->LocationID()); }
 
-    boost::shared_ptr<IExtensibleArray2D> array = root->CreateExtensibleArray2D("array", Int, 0, 3, 2, 2, 0);
+    boost::shared_ptr<IExtensibleArray2D> array = root->CreateExtensibleArray2D("array", Int, 0, 3, 2, 1, 0);
 };
 
 struct Block
@@ -51,7 +46,7 @@ TEST_F(ExtensibleArray, ABlockThatIsNotAllThereIsRefusedByItsFirstMissingLineAnd
     ExpectWords({{[&] { array->AppendRowsFromBuffer(-1, cells, Int); }, "Invalid row count: -1" + size},
                  {[&] { array->AppendColumnsFromBuffer(-2, cells, Int); }, "Invalid column count: -2" + size}});
     EXPECT_EQ(buffer, Ints(12, 99));
-    EXPECT_EQ(Content(), "[2,3] chunk [2,2]: [1,2,3,4,5,6]");
+    EXPECT_EQ(Content(), "[2,3] chunk [2,1]: [1,2,3,4,5,6]");
 }
 
 TEST_F(ExtensibleArray, AFailedAppendLeavesTheFileABlockAheadAndTheNextLandsBehindIt)
@@ -60,41 +55,23 @@ TEST_F(ExtensibleArray, AFailedAppendLeavesTheFileABlockAheadAndTheNextLandsBehi
 
     EXPECT_EQ(WordsOf([&] { array->AppendRowsFromBuffer(2, cells.data(), Undefined); }), "invalid TDataType:");
     EXPECT_EQ(array->GetNumberOfRows(), 2U);
-    EXPECT_EQ(Content(), "[4,3] chunk [2,2]: [1,2,3,4,5,6,0,0,0,0,0,0]");
 
     array->AppendRowsFromBuffer(1, cells.data(), Int);
     EXPECT_EQ(array->GetNumberOfRows(), 3U);
-    EXPECT_EQ(Content(), "[5,3] chunk [2,2]: [1,2,3,4,5,6,0,0,0,0,0,0,7,8,9]");
+    EXPECT_EQ(Content(), "[5,3] chunk [2,1]: [1,2,3,4,5,6,0,0,0,0,0,0,7,8,9]");
 }
 
-size_t CacheBytesOf(const IExtensibleArray2D& array)
+// Else each access to a row would take the whole chunk apart and put it together again.
+TEST_F(ExtensibleArray, OfLargeDeflatedChunksIsOpenedWithACacheForOne)
 {
-    const ScopedPropertyList list(H5Dget_access_plist(array.LocationID()));
-    size_t bytes = 0;
-    H5Pget_chunk_cache(list.get(), nullptr, &bytes, nullptr);
-    return bytes;
-}
+    constexpr unsigned int kBytes = 80U << 20U;
+    size_t cacheBytes = 0;
+    root->CreateExtensibleArray2D("large", Char, 1, 1, kBytes, 1, 1);
 
-TEST_F(ExtensibleArray, IsOpenedWithACacheThatHoldsItsRowsAndLittleMoreWhicheverWasOpenedBefore)
-{
-    constexpr int kMiB = 1 << 20;
-    root->CreateExtensibleArray2D("1", Char, 1, 1, 8, 1, 0);
-    root->CreateExtensibleArray2D("2", Char, 1, 2, kMiB, 1, 0);
-    root->CreateExtensibleArray2D("4", Char, 1, 1, 4 * kMiB, 1, 0);
-    root->CreateExtensibleArray2D("32", Char, 1, 2, 16 * kMiB, 1, 0);
-    root->CreateExtensibleArray2D("32 deflated", Char, 1, 1, 32 * kMiB, 1, 1);
+    const ScopedPropertyList list(H5Dget_access_plist(root->GetExtensibleArray2D("large")->LocationID()));
+    H5Pget_chunk_cache(list.get(), nullptr, &cacheBytes, nullptr);
 
-    for (const std::string before : {"1", "2", "4", "32", "32 deflated"})
-    {
-        for (const std::string name : {"1", "2", "4", "32", "32 deflated"})
-        {
-            root->GetExtensibleArray2D(before);
-            const size_t bytes = CacheBytesOf(*root->GetExtensibleArray2D(name));
-            EXPECT_GE(bytes, std::stoul(name) * kMiB) << name << " behind " << before;
-        }
-    }
-    EXPECT_LE(CacheBytesOf(*root->GetExtensibleArray2D("1")), 16U * kMiB) << "as wide as the one before";
-    EXPECT_LE(CacheBytesOf(*root->GetExtensibleArray2D("1")), 8U * kMiB) << "HDF5's own has 1 MiB, from HDF5 2 on 8";
+    EXPECT_GE(cacheBytes, kBytes);
 }
 
 } // namespace tarnwick::hdf::tests

@@ -6,34 +6,13 @@
 
 #include <climits>
 #include <csignal>
-#include <set>
-#include <sstream>
-#include <utility>
 
-#include <dlfcn.h>
 #include <fcntl.h>
 #include <sys/file.h>
-#include <sys/stat.h>
+#include <sys/resource.h>
+#include <sys/wait.h>
 
 extern "C" __attribute__((weak)) void __lsan_disable(); // NOLINT: there under the address sanitizer alone
-
-namespace
-{
-
-std::function<void()> beforeTheNextCreation; // what somebody else does in the last moment
-
-} // namespace
-
-// Takes the place of HDF5's own for the library's objects in this program.
-extern "C" hid_t H5Fcreate(const char* name, unsigned int flags, hid_t creationList, hid_t accessList)
-{
-    static const auto real = reinterpret_cast<decltype(&H5Fcreate)>(dlsym(RTLD_NEXT, "H5Fcreate"));
-    if (const auto act = std::exchange(beforeTheNextCreation, nullptr))
-    {
-        act();
-    }
-    return real(name, flags, creationList, accessList);
-}
 
 namespace tarnwick::hdf::tests
 {
@@ -41,62 +20,36 @@ namespace tarnwick::hdf::tests
 using File = HdfTest;
 using OpenFile = OpenFileTest;
 
-struct Place
+struct FilePlace
 {
     std::string name;
-    mode_t permissions;
-    bool canBeRead;
-    std::set<std::string> modes; ///< In which it opens.
+    bool isFile;
+    Names modes; ///< In which it opens.
 };
 
-TEST_F(File, OpensInTheModesThatItsPlaceAllowsAndStaysAsItIsInTheOthers)
+TEST_F(File, OpensInTheModesThatItsPlaceAllows)
 {
-    const std::vector<Place> places = {{"whole", 0666, true, {"r", "r+", "w"}},
-                                       {"read only", 0444, true, {"r"}},
-                                       {"write only", 0222, false, {}},
-                                       {"missing", 0, false, {"r+", "w"}},
-                                       {"locked folder", 0555, false, {}},
-                                       {"locked folder/new", 0, false, {}},
-                                       {"text", 0666, true, {"w"}},
-                                       {"cut", 0666, true, {"w"}}};
-    for (const std::string name : {"whole", "read only", "write only"})
-    {
-        Open(name, "w");
-    }
-    std::filesystem::create_directory(Path("locked folder"));
+    const std::vector<FilePlace> places = {
+        {"whole", true, {"r", "r+", "w"}}, {"missing", false, {"r+", "w"}}, {"folder", false, {}},
+        {"no folder/new", false, {}},      {"text", true, {"w"}},           {"cut", true, {"w"}}};
+    Open("whole", "w");
+    std::filesystem::create_directory(Path("folder"));
     std::ofstream(Path("text")) << "no HDF5 file";
     std::ofstream(Path("cut")) << Read("whole").substr(0, 700);
-    for (const Place& place : places)
+    for (const FilePlace& place : places)
     {
-        chmod(Path(place.name).c_str(), place.permissions);
-    }
-    chmod(Path("").c_str(), 0777);
-    const auto openAllAsNobody = [&]
-    {
-        const uid_t nobody = 65534; // root may do everything
-        EXPECT_TRUE(geteuid() != 0 || setresuid(nobody, nobody, nobody) == 0);
-        for (const Place& place : places)
+        const std::string path = Path(place.name);
+        EXPECT_EQ(IFile::FileExists(path), place.isFile) << path;
+        for (const std::string mode : {"r", "r+", "w"})
         {
-            const std::string path = Path(place.name);
-            EXPECT_EQ(IFile::FileExists(path), place.canBeRead) << path;
-            EXPECT_EQ(IFile::IsHDF5File(path), place.canBeRead && place.name != "text") << path;
-            for (const std::string mode : {"r", "r+", "w"})
-            {
-                const bool opens = place.modes.count(mode) != 0;
-                const std::string before = place.canBeRead ? Read(place.name) : "";
-
-                const std::string words = WordsOf([&] { Open(place.name, mode); });
-
-                EXPECT_EQ(words, opens ? "" : "Failed to obtain a valid file handle for filename: " + path + ":")
-                    << mode;
-                EXPECT_TRUE(opens || !place.canBeRead || Read(place.name) == before) << path << ", mode " << mode;
-            }
+            const bool opens = std::count(place.modes.begin(), place.modes.end(), mode) != 0;
+            EXPECT_EQ(WordsOf([&] { Open(place.name, mode); }),
+                      opens ? "" : "Failed to obtain a valid file handle for filename: " + path + ":")
+                << mode;
         }
-    };
-    InAProcessOfItsOwn(openAllAsNobody);
-
-    chmod(Path("write only").c_str(), 0444);
-    EXPECT_EQ(Open("write only", "r")->GetAPIVersion(), 1U);
+    }
+    EXPECT_TRUE(IFile::IsHDF5File(Path("whole")));
+    EXPECT_FALSE(IFile::IsHDF5File(Path("folder")));
 }
 
 TEST_F(File, OfAnUnknownModeOrCompressionIsRefusedAndNotTouched)
@@ -121,22 +74,14 @@ TEST_F(File, MadeByModeWCarriesTheVersionMarkAndOneMadeByReadPlusDoesNot)
     EXPECT_EQ(Open("r+.h5", "r+")->GetAPIVersion(), 0U);
 }
 
-TEST_F(File, OfALongNameTellsAllOfItUntilItIsClosed)
+TEST_F(File, OfALongNameTellsAllOfIt)
 {
     // Around the name that HDF5 is asked for at first.
-    for (const size_t length : {1023U, 1024U, 1025U, 1500U})
+    for (const size_t length : {1023U, 1024U, 1500U})
     {
-        const std::string name = "/Z\xC3\xBC.h5";
-        const std::string path = Path(std::string(length - Path(name).size(), '/') + name);
-        const auto file = IFile::Open(path, "w", 0);
-        EXPECT_EQ(file->GetFileName(), path);
+        const std::string path = Path("") + std::string(length - Path("").size() - 4, '/') + "a.h5";
 
-        file->Close();
-        file->Close();
-
-        EXPECT_TRUE(file->IsClosed());
-        EXPECT_EQ(file->GetRoot(), nullptr);
-        EXPECT_EQ(WordsOf([&] { file->GetFileName(); }), "Couldn't retrieve file name");
+        EXPECT_EQ(IFile::Open(path, "w", 0)->GetFileName(), path);
     }
 }
 
@@ -158,11 +103,7 @@ TEST_F(OpenFile, HasTheFormThatHdf5HadBefore2)
 
 TEST_F(OpenFile, GivesItsCacheALowerThresholdAndPrintsZerosWhenClosed)
 {
-    H5AC_cache_config_t config = file->GetCacheConfiguration();
-    EXPECT_EQ(config.lower_hr_threshold, 0.8);
-    config.min_size = 2U << 20U;
-    file->SetCacheConfiguration(config);
-    EXPECT_EQ(file->GetCacheConfiguration().min_size, 2U << 20U);
+    EXPECT_EQ(file->GetCacheConfiguration().lower_hr_threshold, 0.8);
 
     file->Close();
     ::testing::internal::CaptureStdout();
@@ -173,58 +114,22 @@ TEST_F(OpenFile, GivesItsCacheALowerThresholdAndPrintsZerosWhenClosed)
               "\tCurrent size: 0\n\tCurrent number of entries: 0\n");
 }
 
-/// Takes the lock that HDF5 has in another process, until what comes back is closed: Linux grants locks to open files,
-/// not to processes.
-int LockAsAnotherProcess(const std::string& path, int kind)
-{
-    const int file = open(path.c_str(), O_RDWR);
-    EXPECT_EQ(flock(file, kind), 0);
-    return file;
-}
-
 TEST_F(File, ThatIsOpenElsewhereIsNotEmptied)
 {
     Open("kept.h5", "w");
     const std::string before = Read("kept.h5");
-    const std::string words = "Failed to obtain a valid file handle for filename: " + Path("kept.h5") + ":\n#0:";
-    for (const int kind : {LOCK_SH, LOCK_EX})
-    {
-        const int lock = LockAsAnotherProcess(Path("kept.h5"), kind);
+    // The lock of a reader in another process: Linux grants locks to open files, not to processes.
+    const int reader = open(Path("kept.h5").c_str(), O_RDONLY);
+    flock(reader, LOCK_SH);
 
-        const std::string failure = TextOf([&] { Open("kept.h5", "w"); });
-
-        close(lock);
-        EXPECT_EQ(failure.substr(0, words.size()), words);
-        EXPECT_NE(failure.find("unable to lock"), std::string::npos) << failure;
-    }
+    const std::string elsewhere = TextOf([&] { Open("kept.h5", "w"); });
+    close(reader);
     const auto here = Open("kept.h5", "r");
-    const std::string failure = TextOf([&] { Open("kept.h5", "w"); });
-    EXPECT_NE(failure.find("unable to truncate a file which is already open"), std::string::npos) << failure;
+    const std::string twice = TextOf([&] { Open("kept.h5", "w"); });
+
+    EXPECT_NE(elsewhere.find("unable to lock"), std::string::npos) << elsewhere;
+    EXPECT_NE(twice.find("unable to truncate a file which is already open"), std::string::npos) << twice;
     EXPECT_EQ(Read("kept.h5"), before);
-}
-
-TEST_F(File, ThatAnotherProcessMakesInTheLastMomentIsOpenedAndKept)
-{
-    beforeTheNextCreation = [&]
-    {
-        Open("new.h5", "r+")->GetRoot()->CreateGroup("theirs");
-    };
-
-    Open("new.h5", "r+")->GetRoot()->CreateGroup("ours");
-
-    EXPECT_TRUE(Open("new.h5", "r")->GetRoot()->HasGroup("ours"));
-    EXPECT_TRUE(Open("new.h5", "r")->GetRoot()->HasGroup("theirs"));
-}
-
-TEST_F(File, ThatAnotherProcessHasMadeEmptySoFarIsLeftToIt)
-{
-    std::ofstream(Path("new.h5")).close();
-    const int lock = LockAsAnotherProcess(Path("new.h5"), LOCK_EX);
-
-    EXPECT_THROW(Open("new.h5", "r+"), std::runtime_error);
-
-    close(lock);
-    EXPECT_EQ(Read("new.h5"), "");
 }
 
 TEST_F(File, ThatIsMissingBehindASymbolicLinkIsMadeThere)
@@ -233,38 +138,28 @@ TEST_F(File, ThatIsMissingBehindASymbolicLinkIsMadeThere)
 
     Open("link.h5", "r+");
 
-    EXPECT_EQ(Open("target.h5", "r")->GetAPIVersion(), 0U);
+    EXPECT_TRUE(IFile::IsHDF5File(Path("target.h5")));
 }
 
-// Notes what it is told and whether that comes in time; throws on request.
+// Notes what it is told.
 class Recorder : public IFileTracker
 {
 public:
     void OnOpen(hid_t file, const std::string& name) override
     {
+        EXPECT_EQ(H5Fget_obj_count(file, H5F_OBJ_ALL), 1) << "nobody has used the file before";
         lists = CountIds()[5];
-        const bool isTheFirstToUseIt = H5Fget_obj_count(file, H5F_OBJ_ALL) == 1;
-        Note("open", isTheFirstToUseIt, name);
+        events.push_back("open " + name);
     }
     void OnClose(hid_t file, const std::string& name) override
     {
-        const bool isClosed = H5Iis_valid(file) == 0;
-        Note("close", isClosed, name);
+        EXPECT_EQ(H5Iis_valid(file), 0);
+        events.push_back("close " + name);
+        throw 42; // reaches the caller, but not from the destructor
     }
 
-    std::vector<std::string> events;
-    std::string throwOn;
+    Names events;
     std::int64_t lists = -1; ///< The property lists that were open at the last open of a file.
-
-private:
-    void Note(const std::string& event, bool isInTime, const std::string& name)
-    {
-        events.push_back(event + " " + name + (isInTime ? "" : " too early or late"));
-        if (event == throwOn)
-        {
-            throw 42;
-        }
-    }
 };
 
 TEST_F(File, TellsTheOneTrackerOfEveryOpenThatSucceedsAndOfItsClose)
@@ -272,34 +167,20 @@ TEST_F(File, TellsTheOneTrackerOfEveryOpenThatSucceedsAndOfItsClose)
     const boost::shared_ptr<Recorder> tracker(new Recorder);
     const auto openAndClose = [&]
     {
-        ScopedFile plain(H5Fcreate(Path("plain.h5").c_str(), H5F_ACC_TRUNC, H5P_DEFAULT, H5P_DEFAULT));
-        const std::int64_t listsOfAFile = CountIds()[5];
-        plain.reset();
-        int number = 1;
-
         IFile::InstallGlobalFileTracker({});
-        EXPECT_EQ(IFile::GetGlobalFileTracker(), nullptr);
         IFile::InstallGlobalFileTracker(tracker);
         EXPECT_EQ(WordsOf([] { IFile::InstallGlobalFileTracker({}); }),
                   "It's not allowed to install a file tracker in hdf::IFile if one is already installed.");
 
-        EXPECT_NE(WordsOf([&] { Open("a.h5", "r"); }), "");
-        EXPECT_TRUE(tracker->events.empty());
+        EXPECT_THROW(Open("a.h5", "r"), std::runtime_error);
         const auto file = Open("a.h5", "r+");
-        file->GetRoot()->CreateArrayFromBuffer("array", &number, TDataType::Int, 1, 1);
-        EXPECT_EQ(tracker->lists, listsOfAFile);
-        EXPECT_EQ(CountIds()[5], listsOfAFile);
+        EXPECT_EQ(tracker->lists, CountIds()[5]) << "HDF5's own alone";
+        EXPECT_THROW(file->Close(), int);
         file->Close();
-        file->Close();
-        EXPECT_EQ(tracker->events, (Names{"open " + Path("a.h5"), "close " + Path("a.h5")}));
+        Open("b.h5", "w").reset();
 
-        // What a tracker throws reaches the caller, but not from the destructor.
-        tracker->throwOn = "close";
-        EXPECT_THROW(Open("a.h5", "w")->Close(), int);
-        EXPECT_NO_THROW(Open("a.h5", "w").reset());
-        tracker->throwOn = "open";
-        EXPECT_THROW(Open("a.h5", "w"), int);
-        EXPECT_EQ(H5Fget_obj_count(hid_t{H5F_OBJ_ALL}, H5F_OBJ_FILE), 0);
+        EXPECT_EQ(tracker->events, (Names{"open " + Path("a.h5"), "close " + Path("a.h5"), "open " + Path("b.h5"),
+                                          "close " + Path("b.h5")}));
     };
     InAProcessOfItsOwn(openAndClose);
 }
@@ -309,70 +190,47 @@ struct LinkedFiles : HdfTest
 {
     LinkedFiles()
     {
-        int numbers[] = {1, 2, 3};
         const auto other = Open("other.h5", "w");
         const ScopedType named(H5Tcopy(H5T_NATIVE_INT));
+        H5Tcommit1(other->FileID(), "type", named.get());
+        Make(other->FileID(), "array", {named.get(), {3}}, Ints{1, 2, 3}.data());
         other->GetRoot()->CreateGroup("group");
         other->GetRoot()->CreateTable("table", 3, TypeOf("H5T_COMPOUND { H5T_STD_I32LE \"a\"; }").get(), 0);
-        other->GetRoot()->CreateExtensibleArray2D("extensible", TDataType::Int, 2, 2, 1, 1, 0);
-        H5Tcommit1(other->FileID(), "type", named.get());
-        Make(other->FileID(), "array", {named.get(), {3}}, numbers);
         H5Lcreate_external("other.h5", "/", Open("main.h5", "w")->FileID(), "linked", H5P_DEFAULT, H5P_DEFAULT);
     }
 
-    template <typename Node>
-    static boost::shared_ptr<Node> CopyOf(const boost::shared_ptr<Node>& node)
-    {
-        return boost::make_shared<Node>(*node);
-    }
-
-    // Nodes of every class, from getters, lists and factories; copies beside their originals, alone, and assigned.
+    // Nodes from getters, lists and factories; copies beside their originals, alone, and assigned.
     static std::vector<boost::shared_ptr<INode>> OpenAllWays(IGroup& linked)
     {
         const auto array = linked.GetArray("array");
         H5Iinc_ref(array->LocationID()); // a share of the application's own goes too
-        const auto assigned = CopyOf(linked.GetGroup("group"));
+        const auto assigned = boost::make_shared<IGroup>(*linked.GetGroup("group"));
         *assigned = linked;
         return {array,
-                CopyOf(array),
+                boost::make_shared<IArray>(*array),
                 assigned,
-                CopyOf(linked.GetTable("table")),
-                linked.GetGroup("group"),
-                linked.GetTable("table"),
-                linked.GetExtensibleArray2D("extensible"),
-                linked.ListArrays()[0],
+                boost::make_shared<ITable>(*linked.GetTable("table")),
                 linked.ListTables()[0],
                 linked.CreateArray("new", TDataType::Int, 0)};
     }
 
-    /// Files, groups, data sets and attributes that are open anywhere in the process.
-    static Json OpenObjects()
+    /// Types that aren't named lie in no file.
+    static ssize_t CountOpenObjects()
     {
-        const IdCounts all = CountIds();
-        return {all[0], all[1], all[2], all[4]};
+        return H5Fget_obj_count(hid_t{H5F_OBJ_ALL}, H5F_OBJ_FILE | H5F_OBJ_GROUP | H5F_OBJ_DATASET | H5F_OBJ_ATTR);
     }
 };
 
-TEST_F(LinkedFiles, AreClosedWithTheFileThatLeadsToThemAlsoWhenItsNameCannotBeTold)
+TEST_F(LinkedFiles, AreClosedWithTheFileThatLeadsToThem)
 {
-    for (const bool hasName : {true, false})
-    {
-        auto file = Open("main.h5", "r+");
-        const auto nodes = OpenAllWays(*file->GetRoot()->GetGroup("linked"));
-        if (!hasName)
-        {
-            H5Fclose(file->FileID());
-        }
+    const auto file = Open("main.h5", "r+");
+    const auto nodes = OpenAllWays(*file->GetRoot()->GetGroup("linked"));
 
-        EXPECT_EQ(TextOf([&] { file->Close(); }), hasName ? "" : "Couldn't retrieve file name");
-        EXPECT_EQ(file->IsClosed(), hasName);
-        file.reset();
+    file->Close();
 
-        EXPECT_EQ(OpenObjects(), (Json{0, 0, 0, 0}));
-        EXPECT_FALSE(nodes[0]->IsValid());
-        EXPECT_TRUE(nodes[1]->IsValid()) << "a copy keeps the number of the id that is gone";
-    }
-    Open("other.h5", "w");
+    EXPECT_EQ(CountOpenObjects(), 0);
+    EXPECT_FALSE(nodes[0]->IsValid());
+    EXPECT_TRUE(nodes[1]->IsValid()) << "a copy keeps the number of the id that is gone";
 }
 
 TEST_F(LinkedFiles, StayOpenForOtherFilesAndForTheApplication)
@@ -380,18 +238,14 @@ TEST_F(LinkedFiles, StayOpenForOtherFilesAndForTheApplication)
     const auto first = Open("main.h5", "r+");
     const auto second = Open("main.h5", "r+");
     const auto own = second->GetRoot()->GetArray("linked/array");
-    const auto gone = first->GetRoot()->GetArray("linked/array");
     const ScopedGroup applications(H5Gopen1(first->FileID(), "linked/group"));
 
     first->Close();
 
-    int numbers[3] = {};
-    EXPECT_EQ(WordsOf([&] { own->GetToBuffer(numbers, TDataType::Int); }), "");
-    EXPECT_EQ(numbers[2], 3);
-    EXPECT_FALSE(gone->IsValid());
+    EXPECT_EQ(ReadArray<int>(*own), (Ints{1, 2, 3}));
     EXPECT_EQ(H5Iis_valid(applications.get()), 1);
     second->Close();
-    EXPECT_EQ(OpenObjects(), (Json{0, 1, 0, 0}));
+    EXPECT_EQ(CountOpenObjects(), 1);
 }
 
 // As if the disk were full: a write past this size fails.
@@ -404,79 +258,108 @@ void LimitFileSizes(rlim_t bytes)
     setrlimit(RLIMIT_FSIZE, &limit);
 }
 
-struct FileOnAFullDisk : HdfTest
+TEST_F(File, OnAFullDiskTellsOfEachArrayThatIsLostAndThatItCannotBeClosed)
 {
-    static inline boost::shared_ptr<IFile> openAtExit; // goes after HDF5 has ended
-};
-
-TEST_F(FileOnAFullDisk, GivesExceptionsAndLeavesOtherFilesAndTheExitAlone)
-{
-#if H5_VERSION_GE(2, 0, 0)
-    GTEST_SKIP() << "HDF5 2 closes a file on a full disk by an assertion of its own, which ends the process";
-#endif
-    const auto fillTheDisk = [&]
+    const auto writeUntilTheDiskIsFull = [&]
     {
-        GarbageCollect(); // what HDF5 keeps for reuse was allocated before
+        const Ints numbers(50, 7);
+        Names words;
+        auto file = Open("full.h5", "w");
+        const auto unclosed = Open("unclosed.h5", "w");
+        LimitFileSizes(20000);
+        for (int i = 0; i < 180; ++i)
+        {
+            file->GetRoot()->SetDefaultCompression(i % 2);
+            unclosed->GetRoot()->CreateGroup(std::to_string(i));
+            words.push_back(WordsOf([&] { StoreArray(*file->GetRoot(), std::to_string(i), numbers); }));
+        }
+#if !H5_VERSION_GE(2, 0, 0) // which ends the process by an assertion of its own
         if (__lsan_disable != nullptr)
         {
             __lsan_disable(); // HDF5 loses what it couldn't write
         }
-        std::vector<int> numbers(400000);
-        const auto file = Open("full.h5", "w");
-        openAtExit = Open("late.h5", "w");
-        LimitFileSizes(8000);
-
-        for (const std::string name : {"a", "b"})
-        {
-            EXPECT_EQ(WordsOf([&] { StoreArray(*file->GetRoot(), name, numbers); }),
-                      "/" + name + ": error writing to dataset:");
-        }
-        EXPECT_EQ(WordsOf([&] { file->GetRoot()->Flush(); }), "Flush Fail!:");
-        EXPECT_THROW(file->Close(), std::runtime_error);
-
-        LimitFileSizes(RLIM_INFINITY);
-        openAtExit->GetRoot()->SetAttr("text", "written at the exit");
-    };
-    InAProcessOfItsOwn(fillTheDisk);
-
-    EXPECT_EQ(Open("late.h5", "r")->GetRoot()->GetAttr("text"), "written at the exit");
-}
-
-TEST_F(File, OnADiskThatIsFullForAWhileTellsOfEachArrayAndTableThatIsLost)
-{
-    const auto writeUntilTheDiskIsFull = [&]
-    {
-        const ScopedType row = TypeOf("H5T_COMPOUND { H5T_NATIVE_INT \"id\"; }");
-        std::vector<int> numbers(50, 7);
-        Names words;
-        const auto file = Open("full.h5", "w");
-        LimitFileSizes(20000);
-        for (int i = 0; i < 90; ++i)
-        {
-            const std::string name = std::to_string(i);
-            const hid_t parent = file->GetRoot()->LocationID();
-            words.push_back(WordsOf(
-                [&] { IArray::CreateFromBuffer(file, parent, name, numbers.data(), TDataType::Int, 50, 1, i % 2); }));
-            words.push_back(WordsOf(
-                [&]
-                { ITable::CreateFromBuffer(file, parent, name + "t", numbers.data(), 50, row.get(), i % 2, -1, 0); }));
-        }
+        EXPECT_EQ(WordsOf([&] { unclosed->GetRoot()->Flush(); }), "Flush Fail!:");
+        EXPECT_THROW(unclosed->Close(), std::runtime_error);
+#endif
         LimitFileSizes(RLIM_INFINITY);
         file->Close();
 
-        const ScopedFile written(H5Fopen(Path("full.h5").c_str(), H5F_ACC_RDONLY, H5P_DEFAULT));
+        file = Open("full.h5", "r");
         for (size_t i = 0; i < words.size(); ++i)
         {
-            const std::string name = std::to_string(i / 2) + (i % 2 == 0 ? "" : "t");
-            const ScopedDataSet dataSet(H5Dopen1(written.get(), name.c_str()));
-            std::vector<int> read(numbers.size());
-            H5Dread(dataSet.get(), i % 2 == 0 ? H5T_NATIVE_INT : row.get(), H5S_ALL, H5S_ALL, H5P_DEFAULT, read.data());
-            EXPECT_EQ(words[i], read == numbers ? "" : "error writing to dataset:") << name;
+            const std::string name = std::to_string(i);
+            Ints read;
+            TextOf([&] { read = ReadArray<int>(*file->GetRoot(), name); });
+            EXPECT_EQ(words[i], read == numbers ? "" : "/" + name + ": error writing to dataset:");
         }
         EXPECT_EQ(words.front(), "");
-        EXPECT_EQ(words.back(), "error writing to dataset:");
+        EXPECT_NE(words.back(), "");
     };
     InAProcessOfItsOwn(writeUntilTheDiskIsFull);
+}
+
+constexpr int kArrays = 6;
+
+struct Kills : HdfTest
+{
+    /// Flushes arrays and writes them anew in other sizes until it is killed. All elements of an array tell whose they
+    /// are. HDF5 takes back the space at the end of a file even where it reuses none, so that the guide's recipe has
+    /// something else lie behind the arrays.
+    void WriteUntilKilled(bool followsRecipe) const
+    {
+        const ScopedPropertyList list(H5Pcreate(H5P_FILE_CREATE));
+        H5Pset_file_space_strategy(list.get(), followsRecipe ? H5F_FSPACE_STRATEGY_NONE : H5F_FSPACE_STRATEGY_FSM_AGGR,
+                                   false, 1);
+        H5Fclose(H5Fcreate(Path("a.h5").c_str(), H5F_ACC_TRUNC, list.get(), H5P_DEFAULT));
+        const auto file = Open("a.h5", "r+");
+        const auto root = file->GetRoot();
+        for (const size_t size : {3000U, 2000U, 1000U})
+        {
+            for (int index = 0; index < kArrays; ++index)
+            {
+                StoreArray(*root, std::to_string(index), Ints(size, index));
+            }
+            if (size == 3000 && followsRecipe)
+            {
+                root->CreateGroup("flushes/1");
+            }
+            if (size == 3000)
+            {
+                root->Flush();
+            }
+            root->DelArray(std::to_string(kArrays - 1));
+        }
+        std::raise(SIGKILL);
+    }
+
+    int CountWholeArraysBehindAKill(bool followsRecipe) const
+    {
+        const pid_t killed = fork();
+        if (killed == 0)
+        {
+            WriteUntilKilled(followsRecipe);
+        }
+        waitpid(killed, nullptr, 0);
+        int whole = 0;
+        for (int index = 0; index < kArrays; ++index)
+        {
+            Ints values;
+            TextOf([&] { values = ReadArray<int>(*Open("a.h5", "r")->GetRoot(), std::to_string(index)); });
+            whole += !values.empty() && values == Ints(values.size(), index) ? 1 : 0;
+        }
+        return whole;
+    }
+};
+
+TEST_F(Kills, LoseNothingThatWasFlushedWhereTheGuidesRecipeIsFollowed)
+{
+    EXPECT_EQ(CountWholeArraysBehindAKill(true), kArrays);
+}
+
+// If nothing is lost any more, HDF5 has become better than the guide says.
+TEST_F(Kills, LoseFlushedArraysWhereHdf5GivesTheSpaceOfOthersAway)
+{
+    EXPECT_LT(CountWholeArraysBehindAKill(false), kArrays);
 }
 
 } // namespace tarnwick::hdf::tests

@@ -1,24 +1,12 @@
 #include "Fixture.h"
 
 #include <tarnwickhdf/internal/CheckResult.h>
-#include <tarnwickhdf/internal/ObjectLookup.h>
-
-#include <ctime>
 
 namespace tarnwick::hdf::tests
 {
 
 using Object = HdfTest;
 using Node = OpenFileTest;
-
-TEST_F(Object, LeftOpenIsSeenByTheCountOfIds)
-{
-    const IdCounts before = CountIds();
-
-    const ScopedSpace space(H5Screate(H5S_NULL));
-
-    EXPECT_EQ(CountIds()[3], before[3] + 1);
-}
 
 TEST_F(Object, FailsForResultsBelowZeroWithATracebackThatBeginsAtTheCall)
 {
@@ -27,10 +15,9 @@ TEST_F(Object, FailsForResultsBelowZeroWithATracebackThatBeginsAtTheCall)
     EXPECT_NO_THROW(CheckResult(negativeInItsLow32Bits, "rule"));
     EXPECT_THROW(CheckResult(negativeInItsHighBitsAlone, "rule"), std::runtime_error);
 
-    const std::string text = TextOf([] { CheckResult(H5Fclose(-1), "no file"); });
-    // HDF5 1.10.6 blames the file, later ones the argument.
-    const std::regex shape("no file:\n#0: in func H5Fclose\\(\\): .+\n  major: (Invalid arg|File accessib).+\n"
-                           "  minor: .+\n(#[^#]+\n)*");
+    const std::string text = TextOf([] { CheckResult(H5Fopen("missing", H5F_ACC_RDONLY, H5P_DEFAULT), "no file"); });
+    const std::regex shape(
+        "no file:\n#0: in func H5Fopen\\(\\): .+\n  major: File accessib.+\n  minor: .+\n(#[^#]+\n)+");
     EXPECT_TRUE(std::regex_match(text, shape)) << text;
     H5Eclear1();
     EXPECT_EQ(TextOf([] { CheckResult(-1, "a ", "name", "'"); }), "a name':\n");
@@ -52,68 +39,38 @@ TEST_F(Object, OfEachElementTypeHasTheSizeOfWhatHdf5MovesForIt)
 TEST_F(Node, OfAClosedFileFailsInItsOwnWords)
 {
     const auto group = root->CreateGroup("g");
+
+    file->Close();
     file->Close();
 
+    EXPECT_TRUE(file->IsClosed());
+    EXPECT_EQ(file->GetRoot(), nullptr);
     EXPECT_FALSE(group->IsValid());
     EXPECT_EQ(group->LocationID(), -1);
     EXPECT_EQ(group->GetName(), "g");
     EXPECT_TRUE(group->HasAttr("a"));
     EXPECT_FALSE(group->HasGroup("x"));
-    ExpectWords({{[&] { group->GetFullName(); }, "Unable to get full name:"},
+    ExpectWords({{[&] { file->GetFileName(); }, "Couldn't retrieve file name"},
+                 {[&] { group->GetFullName(); }, "Unable to get full name:"},
                  {[&] { group->Flush(); }, "Flush Fail!:"},
                  {[&] { group->GetAttr("a"); }, "invalid attribute name: a:"},
                  {[&] { group->CreateGroup("x/y"); }, "could not create group 'x':"}});
 }
 
-// The line that a precondition names must hold the test that failed.
-void ExpectPrecondition(const std::string& text, const std::string& unit, const std::string& meaning,
-                        const std::string& condition)
-{
-    std::smatch parts;
-    ASSERT_TRUE(std::regex_match(text, parts, std::regex("(.*):(\\d+): (.*)"))) << text;
-    EXPECT_EQ(parts[1], unit);
-    EXPECT_EQ(parts[3], meaning + " [precondition failed: " + condition + "]");
-    std::ifstream source(TARNWICKHDF_SOURCES "/" + unit + ".cpp");
-    std::string line;
-    for (int number = 0; number < std::stoi(parts[2]); ++number)
-    {
-        std::getline(source, line);
-    }
-    EXPECT_NE(line.find(condition), std::string::npos) << line;
-}
-
 TEST_F(Node, WhoseFileObjectIsGoneBreaksAPrecondition)
 {
     int number = 1;
-    ExpectPrecondition(
-        WordsOf([&] { IArray::CreateFromBuffer({}, root->LocationID(), "b", &number, TDataType::Int, 1, 1, 0); }),
-        "Array.tarnwickhdf", "file must not be NULL", "file.get() != NULL");
-    EXPECT_FALSE(root->HasArray("b"));
-
+    const hid_t at = root->LocationID();
     file.reset();
-    ExpectPrecondition(WordsOf([&] { root->GetEncoding(); }), "Node.tarnwickhdf", "INode::GetEncoding(): file is NULL",
-                       "f.get() != NULL");
-}
 
-TEST_F(Node, TakesItsEncodingFromTheFileWhateverThatIs)
-{
-    int encoding = -70000;
+    const std::string create = TextOf([&] { IArray::CreateFromBuffer({}, at, "b", &number, TDataType::Int, 1, 1, 0); });
+    const std::string encoding = TextOf([&] { root->GetEncoding(); });
 
-    file->SetEncoding(static_cast<H5T_cset_t>(encoding));
-
-    EXPECT_EQ(static_cast<int>(root->GetEncoding()), encoding);
-}
-
-TEST_F(Node, TellsTheFirst1023CharactersOfItsPathAndNoneOnceItIsRemoved)
-{
-    const std::string path = "/" + std::string(600, 'x') + "/" + std::string(600, 'y');
-    const auto group = root->CreateGroup(path);
-    EXPECT_EQ(group->GetFullName(), path.substr(0, 1023));
-
-    root->DelGroup(path);
-
-    EXPECT_TRUE(group->IsValid());
-    EXPECT_EQ(group->GetFullName(), "");
+    const std::regex line(":\\d+:");
+    EXPECT_EQ(std::regex_replace(create, line, ""),
+              "Array.tarnwickhdf file must not be NULL [precondition failed: file.get() != NULL]");
+    EXPECT_EQ(std::regex_replace(encoding, line, ""),
+              "Node.tarnwickhdf INode::GetEncoding(): file is NULL [precondition failed: f.get() != NULL]");
 }
 
 TEST_F(Node, ThatIsAGroupIsMadeLevelByLevelWithTheCompressionOfTheHandleItWasReachedThrough)
@@ -130,118 +87,67 @@ TEST_F(Node, ThatIsAGroupIsMadeLevelByLevelWithTheCompressionOfTheHandleItWasRea
     EXPECT_EQ(root->GetGroup("/g")->GetName(), "/g");
     EXPECT_EQ(root->ListGroups().at(0)->GetDefaultCompression(), 4);
     EXPECT_EQ(root->CreateGroup("//"), nullptr);
-    Names names = {"left from before"};
-    (root.get()->*(&Inside::ListNames))(H5G_GROUP, names);
-    EXPECT_EQ(names, Names{"g"});
 }
 
-TEST_F(Node, ThatIsANamedTypeIsListedAsOne)
+Names ListedNames(const boost::shared_ptr<IGroup>& group, int kind)
+{
+    Names names = {"left from before"};
+    (group.get()->*(&Inside::ListNames))(kind, names);
+    return names;
+}
+
+TEST_F(Node, IsListedByItsKind)
 {
     const ScopedType type(H5Tcopy(H5T_NATIVE_INT));
     H5Tcommit1(root->LocationID(), "type", type.get());
     root->CreateGroup("group");
-    Names names;
 
-    (root.get()->*(&Inside::ListNames))(H5G_TYPE, names);
-
-    EXPECT_EQ(names, Names{"type"});
+    EXPECT_EQ(ListedNames(root, H5G_GROUP), Names{"group"});
+    EXPECT_EQ(ListedNames(root, H5G_TYPE), Names{"type"});
 }
 
-TEST_F(Node, IsNotCountedTwiceWhereADamagedNameEndsTheListing)
+TEST_F(Node, IsNotListedTwiceWhereADamagedNameEndsTheListing)
 {
     for (const char* name : {"a", "b", "c"})
     {
         root->CreateGroup(name);
     }
     file->Close();
+    std::string bytes = Read("test.h5");
     // The entries of a group's table have 40 bytes each, behind 8 bytes of a header. They begin with the name's place.
-    const size_t table = Read("test.h5").find("SNOD");
-    std::fstream bytes(Path("test.h5"), std::ios::in | std::ios::out | std::ios::binary);
-    bytes.seekp(static_cast<std::streamoff>(table + 8 + 2 * 40));
-    bytes.write("\xff\xff\0\0\0\0\0\0", 8);
-    bytes.close();
+    bytes.replace(bytes.find("SNOD") + 8 + 2 * 40, 2, "\xff\xff");
+    std::ofstream(Path("test.h5"), std::ios::binary) << bytes;
     file = Open("test.h5", "r");
     Names names;
 
     TextOf([&] { (file->GetRoot().get()->*(&Inside::ListNames))(H5G_GROUP, names); });
 
     EXPECT_LE(names.size(), 3U);
-    EXPECT_LE(file->GetRoot()->GetNumberOfGroups(), 3U);
-}
-
-std::string Repeated(const std::string& level, int times)
-{
-    std::string path;
-    for (int i = 0; i < times; ++i)
-    {
-        path += level + "/";
-    }
-    return path;
-}
-
-/// What CheckObjectOfType says to one level after the other, each from the start of the path.
-std::string AnswerLevelByLevel(hid_t location, const std::string& name)
-{
-    const CumulativePathPrefixes prefixes(name);
-    for (size_t level = 0; level < prefixes.size(); ++level)
-    {
-        if (H5Lexists(location, prefixes[level].c_str(), H5P_DEFAULT) <= 0 ||
-            H5Oexists_by_name(location, prefixes[level].c_str(), H5P_DEFAULT) <= 0)
-        {
-            return TextOf([] { CheckResult(-1, "Group does not exist"); });
-        }
-    }
-    const ScopedGroup group(H5Gopen1(location, name.c_str()));
-    H5Eclear1();
-    return group.get() >= 0 ? "" : TextOf([] { CheckResult(-1, "Group does not exist"); });
 }
 
 using Paths = OpenFileTest;
 
-TEST_F(Paths, AreAnsweredWithTheTracebackOfTheFirstLevelThatIsMissing)
+TEST_F(Paths, LeadToAGroupOrFailWithTheTracebackOfTheFirstLevelThatIsMissing)
 {
     const hid_t at = root->LocationID();
-    const ScopedType type(H5Tcopy(H5T_NATIVE_INT));
-    const auto group = root->CreateGroup("g");
-    group->CreateGroup("h/i");
+    root->CreateGroup("g/h/i");
     root->CreateArray("data", TDataType::Int, 0);
-    H5Tcommit1(at, "type", type.get());
     H5Lcreate_soft("/g", at, "soft", H5P_DEFAULT, H5P_DEFAULT);
-    H5Lcreate_soft("/", at, "up", H5P_DEFAULT, H5P_DEFAULT);
     H5Lcreate_soft("nowhere", at, "g/dangling", H5P_DEFAULT, H5P_DEFAULT);
     H5Lcreate_external("missing.h5", "/", at, "outside", H5P_DEFAULT, H5P_DEFAULT);
-    std::istringstream words("/ // g /g g/ //g//h///i/ no no/x no/x/y/z g/no g/no/x g/h/i/no g/h/i/no/x/y/z/a data "
-                             "data/x data/x/y type type/x soft/h/i soft/no soft/no/x g/dangling g/dangling/x/y/z "
-                             "outside outside/x . ./g g/. g/./h g/./no no/. .. g/.. g/../g .g g/h./i");
-    Names names{std::istream_iterator<std::string>(words), {}};
-    names.insert(names.end(), {Repeated("up", 15) + "g", Repeated("up", 17) + "g", Repeated("up", 40),
-                               Repeated("x", 100), "g/h/i/" + Repeated("x", 100)});
-    for (const std::string& name : names)
+
+    for (const std::string name : {"/", "//g//h///i/", "soft/h/i"})
     {
-        for (const hid_t location : {at, group->LocationID()})
-        {
-            EXPECT_EQ(TextOf([&] { CheckObjectOfType("Group", location, name, H5O_TYPE_GROUP); }),
-                      AnswerLevelByLevel(location, name))
-                << name;
-        }
+        EXPECT_TRUE(root->HasGroup(name)) << name;
     }
+    for (const std::string name : {"no", "no/x/y", "g/h/i/no/x", "data", "soft/no", "g/dangling", "g/dangling/x",
+                                   "outside", "outside/x", ".", "./g", "g/.", "g/./h", "..", "g/../g"})
+    {
+        EXPECT_EQ(TextOf([&] { root->GetGroup(name); }), "Group does not exist:\n") << name;
+    }
+    const std::string throughData = TextOf([&] { root->GetGroup("data/x/y"); });
+    EXPECT_EQ(throughData.find("Group does not exist:\n#0: in func H5Lexists()"), 0U) << throughData;
     EXPECT_EQ(WordsOf([&] { root->HasGroup(""); }), "could not get info for :");
-    EXPECT_EQ(WordsOf([&] { root->GetGroup("g/."); }), "Group does not exist:");
-}
-
-TEST_F(Paths, OfManyLevelsTakeTimeAndMemoryThatGrowWithTheirLength)
-{
-    const std::string existing = Repeated("level", 1000);
-    root->CreateGroup(existing);
-    const long before = PeakKilobytes();
-    const std::clock_t start = std::clock();
-
-    EXPECT_TRUE(root->HasGroup(existing));
-    EXPECT_FALSE(root->HasGroup(existing + existing));
-    EXPECT_EQ(WordsOf([&] { root->GetGroup(Repeated("no", 64000)); }), "Group does not exist:");
-
-    EXPECT_LT(double(std::clock() - start) / CLOCKS_PER_SEC, 1);
-    EXPECT_LT(PeakKilobytes() - before, 100 * 1024);
 }
 
 } // namespace tarnwick::hdf::tests
