@@ -106,27 +106,16 @@ inline json Of(const IArray& array)
     return {Attributes(array), array.GetType(), length, width, array.GetSize(), bytes, cells};
 }
 
-using ReadLine = decltype(&IExtensibleArray2D::ReadRowToBuffer);
-
-/// The first `count` rows or columns, and what is told of the one behind them.
-inline json Lines(IExtensibleArray2D& array, ReadLine read, size_t count, size_t length)
-{
-    const auto line = [&](int i)
-    {
-        return Numbers(length, 1, [&](double* to) { (array.*read)(i, to, TDataType::Double); });
-    };
-    return Each(count + 1, line);
-}
-
 inline json Of(IExtensibleArray2D& array)
 {
-    const size_t rows = array.GetNumberOfRows();
-    const size_t columns = array.GetNumberOfColumns();
+    const unsigned int rows = array.GetNumberOfRows();
+    const unsigned int columns = array.GetNumberOfColumns();
     const json bytes = Try([&] { return array.GetSizeInBytes(); });
-    // Rows after columns: an object is made with rows in mind.
-    const json byColumn = Lines(array, &IExtensibleArray2D::ReadColumnToBuffer, std::min<size_t>(columns, 2), rows);
-    const json byRow = Lines(array, &IExtensibleArray2D::ReadRowToBuffer, std::min<size_t>(rows, 9), columns);
-    return {Attributes(array), array.GetType(), rows, columns, bytes, byRow, byColumn};
+    const auto read = [&](double* to)
+    {
+        array.ReadRowsToBuffer(0, static_cast<int>(rows), to, TDataType::Double);
+    };
+    return {Attributes(array), array.GetType(), rows, columns, bytes, Numbers(rows, columns, read)};
 }
 
 inline json TextsOfColumn(const ITable& table, int column)

@@ -75,12 +75,8 @@ def text_of_attribute(a, t, name):
 
 def attribute(oid, index):
     a = h5a.open(oid, index=index, index_type=h5.INDEX_CRT_ORDER, order=h5.ITER_INC)
-    name = a.name[:511]
-    if name != a.name:
-        unknown = b'!invalid attribute name: ' + name
-        return name, unknown, unknown
     t = a.get_type()
-    return name, value_of(t) or b'!invalid HDF type', text_of_attribute(a, t, name)
+    return a.name, value_of(t) or b'!invalid HDF type', text_of_attribute(a, t, a.name)
 
 
 def attributes(oid):
@@ -90,19 +86,6 @@ def attributes(oid):
 
 
 # Values of data sets.
-
-def needs_a_filter_of_python(d):
-    """Python packages register filters that the walker hasn't."""
-    filters = d.get_create_plist()
-    return d.get_storage_size() and any(filters.get_filter(i)[0] >= 256 for i in range(filters.get_nfilters()))
-
-
-def read(d, values, mtype):
-    if needs_a_filter_of_python(d):
-        raise OSError
-    d.read(h5s.ALL, h5s.ALL, values, mtype)
-    return values
-
 
 def texts(d, t, count, column=None):
     """The texts of a data set, or of a column of a table."""
@@ -115,7 +98,8 @@ def texts(d, t, count, column=None):
     else:
         mtype = row_of({column: t}) if column else t
     try:
-        stored = read(d, np.zeros(d.get_space().get_simple_extent_npoints(), item), mtype)
+        stored = np.zeros(d.get_space().get_simple_extent_npoints(), item)
+        d.read(h5s.ALL, h5s.ALL, stored, mtype)
     except (OSError, ValueError):  # Python has no room for the largest either.
         return b'!error reading string buffer from dataset'
     strings = [as_utf8(bytes(text[0] if column else text).split(b'\0')[0], t) for text in stored]
@@ -131,15 +115,22 @@ def values_of(values):
     return values.tolist() if len(values) < 1000 else zlib.crc32(values)
 
 
-def numbers(d, value, name, count, tell=values_of, mtype=h5t.NATIVE_DOUBLE):
+def numbers(d, value, count, words, mtype=h5t.NATIVE_DOUBLE):
+    """The values, or the words with which reading them fails."""
     if count >= 1 << 20:
         return None
+    values = np.zeros(max(count, 1))
     try:
         if not 0 < value < TEXT:
             raise OSError
-        return tell(read(d, np.zeros(max(count, 1)), mtype))
+        d.read(h5s.ALL, h5s.ALL, values, mtype)
     except OSError:
-        return b"!Error -1 while reading from dataset '%s'" % name
+        return words
+    return values_of(values)
+
+
+def read_failed(name):
+    return b"!Error -1 while reading from dataset '%s'" % name
 
 
 # A data set as each of the three classes.
@@ -160,17 +151,8 @@ def array(d, t, dims, limits, name):
     if value == TEXT and dims:
         width = t.get_size()
     size = length * width
-    cells = numbers(d, value, name, size) if value < TEXT else texts(d, t, length)
+    cells = numbers(d, value, size, read_failed(name)) if value < TEXT else texts(d, t, length)
     return attributes(d), value, length, width, size % 2 ** 64, size_of(value, size), cells
-
-
-def line_of(cells, dims, axis, index):
-    if index == dims[axis]:
-        kind = (b'row', b'column')[axis]
-        return b'!Invalid %s index: %d (%d rows x %d columns)' % (kind, index, *dims)
-    if isinstance(cells, bytes):
-        return b'!error during io operation for ExtensibleArray2D dataset'
-    return values_of(cells.take(index, axis)) if cells.size else [0.0]
 
 
 def extensible(d, t, dims, limits, name):
@@ -183,17 +165,15 @@ def extensible(d, t, dims, limits, name):
     if len(dims) != 2:
         return b'!dimension for ExtensibleArray did not return 2 as expected.'
     rows, columns = dims
-    cells = numbers(d, value, name, rows * columns, lambda values: values[:rows * columns].reshape(dims))
-    some_rows = [line_of(cells, dims, 0, i) for i in range(min(rows, 9) + 1)]
-    some_columns = [line_of(cells, dims, 1, i) for i in range(min(columns, 2) + 1)]
-    return attributes(d), value, rows, columns, size_of(value, rows * columns), some_rows, some_columns
+    cells = numbers(d, value, rows * columns, b'!error during io operation for ExtensibleArray2D dataset')
+    return attributes(d), value, rows, columns, size_of(value, rows * columns), cells
 
 
 def column_of(d, t, i, rows, name):
     member, column = t.get_member_type(i), t.get_member_name(i)
     value = value_of(member)
     strings = texts(d, member, rows, column) if value == TEXT else b'!not a string array'
-    cells = numbers(d, value, name, rows, mtype=row_of({column: h5t.NATIVE_DOUBLE}))
+    cells = numbers(d, value, rows, read_failed(name), row_of({column: h5t.NATIVE_DOUBLE}))
     return column, value, strings, cells
 
 
@@ -255,15 +235,13 @@ def group(gid):
 
 
 def listings(gid, names):
-    """Groups, arrays, extensible arrays and tables; a name that is cut opens as no group, which ends the listing."""
+    """Groups, arrays, extensible arrays and tables."""
     listed = ([], [], [], [])
     for name in names:
         if kind(gid, name) < 2:
-            for names_of_kind, told in zip(listed, child(gid, name[:511])):
+            for names_of_kind, told in zip(listed, child(gid, name)):
                 if is_told(told):
-                    names_of_kind.append(name[:511])
-    if any(len(name) > 511 and kind(gid, name) == 0 for name in names):
-        return (b'!Group does not exist', *listed[1:])
+                    names_of_kind.append(name)
     return listed
 
 
@@ -275,9 +253,8 @@ def walk(gid, path, seen):
     names = sorted(gid)
     yield path, group(gid), *listings(gid, names)
     for name in names:
-        cut = name[:511]
-        yield path + b'/' + cut, kind(gid, name), child(gid, cut)
-        if kind(gid, name) == 0 and cut == name:
+        yield path + b'/' + name, kind(gid, name), child(gid, name)
+        if kind(gid, name) == 0:
             yield from walk(h5g.open(gid, name), path + b'/' + name, seen)
 
 

@@ -1,7 +1,8 @@
 #include "Fixture.h"
 
-#include <atomic>
+#include <array>
 #include <chrono>
+#include <future>
 #include <thread>
 
 namespace tarnwick::hdf::tests
@@ -45,26 +46,21 @@ TEST_F(Threads, EightUseAFileEachUnderOneTrackerWhileANinthSamples)
 {
     const boost::shared_ptr<MemoryLoggerFileTracker> tracker(new MemoryLoggerFileTracker);
     IFile::InstallGlobalFileTracker(tracker);
-    std::atomic<int> atWork = 8;
-    std::vector<std::thread> uses;
-    for (int i = 0; i < 8; ++i)
+    std::array<std::future<void>, 8> uses;
+    for (std::future<void>& use : uses)
     {
-        const auto useOne = [&atWork, path = Path(std::to_string(i))]
+        use = std::async(std::launch::async, UseAFile, Path(std::to_string(&use - uses.data())));
+    }
+
+    for (const std::future<void>& use : uses)
+    {
+        while (use.wait_for(std::chrono::seconds(0)) != std::future_status::ready)
         {
-            UseAFile(path);
-            --atWork;
-        };
-        uses.emplace_back(useOne);
+            const std::string text = TextOf([&] { tracker->AppendToMemoryLog(1, Path("memory.log")); });
+            EXPECT_TRUE(text.empty() || text == "Couldn't retrieve file name") << text;
+        }
     }
-    while (atWork > 0)
-    {
-        const std::string text = TextOf([&] { tracker->AppendToMemoryLog(1, Path("memory.log")); });
-        EXPECT_TRUE(text.empty() || text == "Couldn't retrieve file name") << text;
-    }
-    for (std::thread& use : uses)
-    {
-        use.join();
-    }
+
     tracker->AppendToMemoryLog(2, Path("last.log"));
     std::string last;
     std::getline(std::ifstream(Path("last.log")), last);
