@@ -28,40 +28,22 @@ MIB = 1 << 20
 class Row:
     """A row at one size: the seconds of each side's turns, and what the others take as multiples of the library's."""
 
-    def __init__(self, entry):
-        self.entry = entry
-        self.name, _, size = entry["name"].split("/iterations")[0].rpartition("/")
+    def __init__(self, result):
+        self.__dict__.update(result)
         self.family, _, full = self.name.partition("/")
         self.work, _, self.beside = full.partition(", beside ")
-        self.size = int(size)
-        self.was_left_out = "error_occurred" in entry
-        self.unit, *reasons = entry.get("label", "").split("|")
-        self.reasons = [reason.split(": ", 1) for reason in reasons]
-        self.turns = {side: self.turns_of(side) for side in STYLES if f"{side}_s0" in entry}
         self.seconds = {side: statistics.median(turns) for side, turns in self.turns.items()}
         self.is_compared = {"library", "plain"} <= set(self.turns)
-        self.target = entry.get("target", 0)
         if self.is_compared:
             self.times = {other: statistics.median(self.ratios(other, "library")) for other in self.turns}
             ratios = self.ratios("library", "plain")
             quartiles = statistics.quantiles(ratios, n=4, method="inclusive") if len(ratios) > 1 else 3 * ratios
             self.quarter, self.ratio, self.three_quarters = quartiles
-            self.pairs = len(ratios)
             self.is_missed = bool(self.target) and round(self.ratio, 2) > self.target
             self.winners = [other for other in self.turns if self.times[other] < LOST]
 
-    def turns_of(self, side):
-        keys = [key for key in self.entry if re.fullmatch(side + r"_s\d+", key)]
-        return [self.entry[key] for key in sorted(keys, key=lambda key: int(key.rpartition("_s")[2]))]
-
     def ratios(self, one, other):
         return [a / b for a, b in zip(self.turns[one], self.turns[other])]
-
-    def heap(self, side):
-        return self.entry[f"{side}_heap"]
-
-    def file(self, side):
-        return self.entry[f"{side}_file"]
 
     def reason(self, winner):
         return next((text for who, text in self.reasons if who in (winner, "*")), "not explained")
@@ -98,7 +80,7 @@ def times_text(row, other):
 
 
 def file_ratio_text(row):
-    ratio = row.file("library") / row.file("plain")
+    ratio = row.file["library"] / row.file["plain"]
     return f"**{ratio:.3f}**" if round(ratio, 2) > MOST_FILE else f"{ratio:.3f}"
 
 
@@ -118,16 +100,16 @@ COLUMNS = {
     "the other way": lambda row: times_text(row, "plain"),
     "ratio": lambda row: f"{row.ratio:.3f}",
     "quartiles": lambda row: f"{row.quarter:.2f} to {row.three_quarters:.2f}",
-    "pairs": lambda row: str(row.pairs),
+    "pairs": lambda row: str(len(row.turns["plain"])),
     "target": lambda row: f"{row.target:.2f}" if row.target else "",
     "verdict": verdict,
     "reason": lambda row: row.reason("plain"),
-    "heap of the library": lambda row: bytes_text(row.heap("library")),
-    "heap of plain HDF5": lambda row: bytes_text(row.heap("plain")),
-    "file of the library": lambda row: bytes_text(row.file("library")),
-    "file of plain HDF5": lambda row: bytes_text(row.file("plain")),
+    "heap of the library": lambda row: bytes_text(row.heap["library"]),
+    "heap of plain HDF5": lambda row: bytes_text(row.heap["plain"]),
+    "file of the library": lambda row: bytes_text(row.file["library"]),
+    "file of plain HDF5": lambda row: bytes_text(row.file["plain"]),
     "ratio of files": file_ratio_text,
-    "share of the data": lambda row: f"{row.file('library') / row.size:.3f}",
+    "share of the data": lambda row: f"{row.file['library'] / row.size:.3f}",
     **{name: lambda row, other=other: times_text(row, other) for other, name in OTHERS.items()},
 }
 TO_THE_LEFT = {"row", "work", "beside", "sizes", "verdict", "reason"}  # Other columns are numbers.
@@ -261,24 +243,23 @@ def draw_family(rows, path):
     save(figure, path)
 
 
-def machine(context):
+def machine(versions):
     names = re.findall(r"^model name\s*: (.*)$", Path("/proc/cpuinfo").read_text(), re.MULTILINE) or [""]
-    hdf5 = context["hdf5"].replace(" library version:", "")
-    return f"{len(names)} processors {names[0]}, {hdf5}, gcc {context['compiler']}"
+    return f"{len(names)} processors {names[0]}, {versions}"
 
 
 def differs_in_heap(row):
-    return abs(row.heap("library") - row.heap("plain")) > max(row.heap("plain") / 10, 65536)
+    return abs(row.heap["library"] - row.heap["plain"]) > max(row.heap["plain"] / 10, 65536)
 
 
 def differs_in_file(row):
-    return row.file("plain") > 65536 and abs(row.file("library") / row.file("plain") - 1) > 0.005
+    return row.file["plain"] > 65536 and abs(row.file["library"] / row.file["plain"] - 1) > 0.005
 
 
 def main():
     run = json.loads(Path(sys.argv[1]).read_text())
     folder = Path(sys.argv[2])
-    everything = [Row(entry) for entry in run["benchmarks"]]
+    everything = [Row(result) for result in run["rows"]]
     rows = [row for row in everything if row.is_compared]
     families = grouped(rows, lambda row: row.family)
     missed = [row for row in rows if row.is_missed]
@@ -286,15 +267,15 @@ def main():
     selections = {
         "rows": rows,
         "missed": missed,
-        "plain alone": [row for row in everything if not row.is_compared and not row.was_left_out],
-        "more heap": [row for row in rows if row.heap("library") > row.heap("plain") + MIB],
+        "plain alone": [row for row in everything if not row.is_compared and row.turns],
+        "more heap": [row for row in rows if row.heap["library"] > row.heap["plain"] + MIB],
         "other heap": largest([row for row in rows if differs_in_heap(row)]),
         "compressed files": [row for row in rows if row.work.startswith("write with")],
         "other files": [row for row in rows if differs_in_file(row) and not row.work.startswith("write with")],
     }
-    left_out = [f"- {row.name}/{row.size}" for row in everything if row.was_left_out]
+    left_out = [f"- {row.name}/{row.size}" for row in everything if not row.turns]
     texts = {
-        "machine": machine(run["context"]),
+        "machine": machine(run["versions"]),
         "targets made": f"{len(targets) - len(missed)} of {len(targets)}",
         "sections": "\n".join(line for family, its in families.items() for line in family_section(family, its)),
         "growth": growth_table(rows),

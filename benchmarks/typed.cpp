@@ -1,5 +1,5 @@
-// Calls with C++ values beside the calls that they are made of.
-#include "Sides.h"
+// Calls with C++ values, as the library's side, beside the calls that they are made of, as the plain one.
+#include "Work.h"
 
 using namespace bench;
 
@@ -10,128 +10,85 @@ const RowType<Reading> kReading = {{"time", &Reading::time},   {"value", &Readin
                                    {"error", &Reading::error}, {"channel", &Reading::channel},
                                    {"flags", &Reading::flags}, {"text", &Reading::text}};
 
-// One vector of each type, which the rows of a size share.
+template <typename T>
+const T kValue = {};
+template <>
+const std::string kValue<std::string> = "Grad Celsius";
+
+// One vector of each type serves all tasks.
 template <typename T>
 std::vector<T>& Values(std::size_t count)
 {
     static std::vector<T> values;
-    values.resize(count);
+    values.resize(count, kValue<T>);
     return values;
 }
 
-std::vector<std::string>& Texts(std::size_t count)
+// Both calls get what `open` gives and the values, which are made before what is measured.
+template <typename T, typename Open, typename Typed, typename Untyped>
+void Add(Works& works, Name work, Open open, Typed typed, Untyped untyped)
 {
-    static std::vector<std::string> texts;
-    texts.resize(count, "Grad Celsius");
-    return texts;
-}
-
-const Reasons kOverhead = {{"*",
-                            "a fixed cost of each call: element type and length come from the vector, and what is "
-                            "stored is compared with them",
-                            1024}};
-const Reasons kSearch = {
-    {"*", "each text is searched for NUL bytes, at which it would end in the file, and the plain calls don't search"}};
-const Reasons kLookUp = {{"*", "every column is looked up before the read, which larger data hide", 13107}};
-
-// Up to 1 MiB a call may cost a tenth more, above a fiftieth.
-template <typename Open, typename Typed, typename Untyped>
-void Add(Rows& rows, Name name, std::size_t bytesOfOne, const Reasons& reasons, const Place& place, Open open,
-         Typed typed, Untyped untyped)
-{
-    for (const std::size_t bytes : {8UL << 10U, 512UL << 10U, 8UL << 20U, 64UL << 20U})
+    const auto openWithValues = [=](IFile& file, const Task& task)
     {
-        Row row = {"typed/" + name, "elements", {bytes / bytesOfOne}, bytes > (1UL << 20U) ? 1.02 : 1.10, reasons};
-        row.library = OnFile(place, LibraryFile, open, typed);
-        row.plain = OnFile(place, LibraryFile, open, untyped);
-        rows.push_back(row);
-    }
-}
-
-void StoreDoubles(IGroup& root, std::size_t count)
-{
-    StoreArray(root, "a", Values<double>(count));
-}
-
-void StoreTexts(IGroup& root, std::size_t count)
-{
-    StoreArray(root, "a", Texts(count));
-}
-
-void StoreReadings(IGroup& root, std::size_t count)
-{
-    StoreTable(root, "t", kReading, Values<Reading>(count));
-}
-
-// Data are made before what is measured.
-void MakeValues(Name /*path*/, std::size_t count)
-{
-    Values<double>(count);
-    Values<Reading>(count);
-    Texts(count);
-}
-
-void AddStores(Rows& rows)
-{
-    const Place fresh = {"typed-new", "w", MakeValues};
-    Add(rows, "store a vector of doubles, beside CreateArrayFromBuffer", 8, kOverhead, fresh, Root{}, StoreDoubles,
-        [](IGroup& root, std::size_t count)
-        { root.CreateArrayFromBuffer("a", Values<double>(count).data(), TDataType::Double, count, 1); });
-    Add(rows, "store a vector of texts, beside CreateArrayFromBuffer", 12, kSearch, fresh, Root{}, StoreTexts,
-        [](IGroup& root, std::size_t count)
-        {
-            const std::size_t length = IArray::CalculateMaxLengthFromStringVector(Texts(count));
-            const auto buffer = IArray::CreateBufferFromStringVector(Texts(count), length);
-            root.CreateArrayFromBuffer("a", buffer.get(), TDataType::String, count, length);
-        });
-    Add(rows, "store a table, beside CreateTableFromBuffer", sizeof(Reading), kOverhead, fresh, Root{}, StoreReadings,
-        [](IGroup& root, std::size_t count)
-        { root.CreateTableFromBuffer("t", Values<Reading>(count).data(), count, kReading.Id(), 0, -1, 0); });
-    Add(
-        rows, "append rows of 16 doubles at once, beside AppendRowsFromBuffer", 8, kOverhead, fresh,
-        [](IFile& file, std::size_t /*count*/)
-        { return MakeExtensibleArray2D<double>(*file.GetRoot(), "r", 16, 1024); },
-        [](IExtensibleArray2D& array, std::size_t count) { AppendRows(array, Values<double>(count)); },
-        [](IExtensibleArray2D& array, std::size_t count)
-        { array.AppendRowsFromBuffer(static_cast<int>(count / 16), Values<double>(count).data(), TDataType::Double); });
-}
-
-void AddReads(Rows& rows)
-{
-    const auto openArray = [](IFile& file, std::size_t /*count*/)
-    {
-        return file.GetRoot()->GetArray("a");
+        Values<T>(task.size);
+        return open(file);
     };
-    Add(
-        rows, "read a vector of doubles, beside GetToBuffer", 8, kOverhead,
-        MadeByLibrary("typed-array", "r", StoreDoubles), openArray,
-        [](const IArray& array, std::size_t count) { ReadArray(array, Values<double>(count)); },
-        [](const IArray& array, std::size_t count)
-        { array.GetToBuffer(Values<double>(count).data(), TDataType::Double); });
-    Add(
-        rows, "read a vector of texts, beside ReadStringDataSet", 12, kOverhead,
-        MadeByLibrary("typed-texts", "r", StoreTexts), openArray,
-        [](const IArray& array, std::size_t count) { ReadArray(array, Texts(count)); },
-        [](const IArray& array, std::size_t count)
-        {
-            utils::ReadStringDataSet(Texts(count), array.LocationID(), array.GetTypeID(), array.GetTypeID(),
-                                     array.GetLength(), array.GetComponents());
-        });
-    Add(
-        rows, "read a table, beside GetToBuffer", sizeof(Reading), kLookUp,
-        MadeByLibrary("typed-table", "r", StoreReadings),
-        [](IFile& file, std::size_t /*count*/) { return file.GetRoot()->GetTable("t"); },
-        [](const ITable& table, std::size_t count) { ReadTable(table, kReading, Values<Reading>(count)); },
-        [](const ITable& table, std::size_t count)
-        { table.GetToBuffer(Values<Reading>(count).data(), kReading.Id()); });
+    AddSide(works, "library " + work, LibraryFile, openWithValues,
+            [=](auto& object, const Task& task) { typed(object, Values<T>(task.size)); });
+    AddSide(works, "plain " + work, LibraryFile, openWithValues,
+            [=](auto& object, const Task& task) { untyped(object, Values<T>(task.size)); });
 }
+
+using Numbers = std::vector<double>;
+using Readings = std::vector<Reading>;
+
+const auto kOpenRoot = [](IFile& file)
+{
+    return file.GetRoot();
+};
+const auto kOpenArray = [](IFile& file)
+{
+    return file.GetRoot()->GetArray("a");
+};
 
 } // namespace
 
-bench::Rows bench::TypedRows()
+void bench::AddTypedWorks(Works& works)
 {
-    Rows rows;
-    AddStores(rows);
-    AddReads(rows);
-    return rows;
+    Add<double>(
+        works, "store numbers", kOpenRoot, [](IGroup& root, Numbers& values) { StoreArray(root, "a", values); },
+        [](IGroup& root, Numbers& values)
+        { root.CreateArrayFromBuffer("a", values.data(), TDataType::Double, values.size(), 1); });
+    Add<std::string>(
+        works, "store texts", kOpenRoot, [](IGroup& root, Names& texts) { StoreArray(root, "a", texts); },
+        [](IGroup& root, Names& texts)
+        {
+            const std::size_t length = IArray::CalculateMaxLengthFromStringVector(texts);
+            const auto buffer = IArray::CreateBufferFromStringVector(texts, length);
+            root.CreateArrayFromBuffer("a", buffer.get(), TDataType::String, texts.size(), length);
+        });
+    Add<Reading>(
+        works, "store readings", kOpenRoot, [](IGroup& root, Readings& rows) { StoreTable(root, "t", kReading, rows); },
+        [](IGroup& root, Readings& rows)
+        { root.CreateTableFromBuffer("t", rows.data(), rows.size(), kReading.Id(), 0, -1, 0); });
+    Add<double>(
+        works, "append numbers",
+        [](IFile& file) { return MakeExtensibleArray2D<double>(*file.GetRoot(), "r", 16, 1024); },
+        [](IExtensibleArray2D& array, Numbers& values) { AppendRows(array, values); },
+        [](IExtensibleArray2D& array, Numbers& values)
+        { array.AppendRowsFromBuffer(static_cast<int>(values.size() / 16), values.data(), TDataType::Double); });
+    Add<double>(
+        works, "read numbers", kOpenArray, [](const IArray& array, Numbers& values) { ReadArray(array, values); },
+        [](const IArray& array, Numbers& values) { array.GetToBuffer(values.data(), TDataType::Double); });
+    Add<std::string>(
+        works, "read text values", kOpenArray, [](const IArray& array, Names& texts) { ReadArray(array, texts); },
+        [](const IArray& array, Names& texts)
+        {
+            utils::ReadStringDataSet(texts, array.LocationID(), array.GetTypeID(), array.GetTypeID(), array.GetLength(),
+                                     array.GetComponents());
+        });
+    Add<Reading>(
+        works, "read readings", [](IFile& file) { return file.GetRoot()->GetTable("t"); },
+        [](const ITable& table, Readings& rows) { ReadTable(table, kReading, rows); },
+        [](const ITable& table, Readings& rows) { table.GetToBuffer(rows.data(), kReading.Id()); });
 }

@@ -11,13 +11,14 @@
 set -euo pipefail
 source "$(dirname "$0")/common.sh"
 report=docs
-filter=
+options=()
 for argument in "$@"; do
   case $argument in
-    --quick) export TARNWICKHDF_BENCH_QUICK=1; report=build/bench/quick ;;
-    --long) export TARNWICKHDF_BENCH_LONG=1 ;;
-    *) filter=$argument; [ $report != docs ] || report=build/bench/part ;;
+    --quick) report=build/bench/quick ;;
+    --long) ;;
+    *) [ $report != docs ] || report=build/bench/part ;;
   esac
+  options+=("$argument")
 done
 scripts/install-deps.sh build bench
 build_preset bench tarnwickhdf_bench
@@ -30,8 +31,7 @@ trap 'rm -rf "$TARNWICKHDF_BENCH_DIR"' EXIT
 mkdir -p "$TARNWICKHDF_BENCH_DIR" "$report/images"
 results=build/bench/results.json
 stage "Measuring"
-quietly build/bench/benchmarks/tarnwickhdf_bench --benchmark_filter="$filter" \
-  --benchmark_out=$results --benchmark_out_format=json
+quietly "$python" benchmarks/bench.py build/bench/benchmarks/tarnwickhdf_bench $results "${options[@]}"
 stage "Reporting"
 rm -f "$report"/images/bench-*
 "$python" benchmarks/report.py $results $report
