@@ -32,6 +32,7 @@ struct HdfTest : ::testing::Test
         std::filesystem::remove_all(m_directory);
         std::filesystem::create_directory(m_directory);
         H5Eset_auto1(nullptr, nullptr);
+        m_idsBefore = CountIds();
     }
     ~HdfTest() override
     {
@@ -54,15 +55,9 @@ struct HdfTest : ::testing::Test
     }
 
 private:
-    static IdCounts CountIdsOnceHdf5IsUp()
-    {
-        H5open();
-        return CountIds();
-    }
-
     std::filesystem::path m_directory =
         std::filesystem::temp_directory_path() / ("tarnwickhdf-test-" + std::to_string(getpid()));
-    IdCounts m_idsBefore = CountIdsOnceHdf5IsUp();
+    IdCounts m_idsBefore = {};
 };
 
 /// A test with a file that is open for writing.
@@ -70,6 +65,7 @@ struct OpenFileTest : HdfTest
 {
     boost::shared_ptr<IFile> file = Open("test.h5", "w");
     boost::shared_ptr<IGroup> root = file->GetRoot();
+    hid_t rootId = root->LocationID();
 };
 
 /// Runs a part of a test in a process of its own, for what belongs to the process: the tracker's slot, limits,

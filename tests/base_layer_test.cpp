@@ -8,11 +8,6 @@
 namespace tarnwick::tests
 {
 
-TEST(Text, InLatin1BecomesUtf8)
-{
-    EXPECT_EQ(latin1_to_utf8(std::string("Z\xFC\0\xFF", 4)), std::string("Z\xC3\xBC\0\xC3\xBF", 6));
-}
-
 TEST(Text, InUtf8BecomesAWidePathAndEachBadByteAReplacementCharacter)
 {
     EXPECT_EQ(utf8_to_filesystem_unicode("a\xC3\xBC/\xE2\x82\xAC\xF0\x9F\x98\x80"), L"a\u00FC/\u20AC\U0001F600");

@@ -4,6 +4,7 @@
 #include <tarnwickhdf/internal/ChunkTransfer.h>
 #include <tarnwickhdf/typed.h>
 
+#include <algorithm>
 #include <random>
 
 namespace tarnwick::hdf::tests
@@ -19,10 +20,7 @@ Buffer BytesOf(size_t size, unsigned int limit = kPackable)
 {
     std::mt19937 random(static_cast<unsigned int>(size));
     Buffer bytes(size);
-    for (char& byte : bytes)
-    {
-        byte = static_cast<char>(random() % limit);
-    }
+    std::generate(bytes.begin(), bytes.end(), [&] { return static_cast<char>(random() % limit); });
     return bytes;
 }
 
@@ -47,8 +45,8 @@ TEST_F(Chunk, ThatIsWrittenStraightToTheFileIsReadByPlainHdf5)
             {
                 SCOPED_TRACE(Json({elementSize, elements, level}).dump());
                 Buffer texts = BytesOf(elementSize * elements, level == 9 ? kNoise : kPackable);
-                const auto array = IArray::CreateFromBuffer(file, root->LocationID(), "texts", texts.data(),
-                                                            TDataType::String, elements, elementSize, level);
+                const auto array = IArray::CreateFromBuffer(file, rootId, "texts", texts.data(), TDataType::String,
+                                                            elements, elementSize, level);
 
                 EXPECT_EQ(PlainHdf5Reads(array->LocationID(), array->GetTypeID()), texts);
 
@@ -161,9 +159,9 @@ TEST_F(Chunk, OfAnotherProgramIsReadTwiceAsPlainHdf5ReadsIt)
     for (const ForeignNumbers& row : table)
     {
         SCOPED_TRACE(&row - table.data());
-        row.Store(root->LocationID());
+        row.Store(rootId);
         const auto array = root->GetArray("data");
-        const ScopedDataSet other(H5Dopen1(root->LocationID(), "data"));
+        const ScopedDataSet other(H5Dopen1(rootId, "data"));
         const hid_t type = INode::DataTypeToHDFType(row.readAs);
         Buffer read(array->GetSize() * H5Tget_size(type));
         StorageTraits remembered = StorageTraits::Unknown;
@@ -189,7 +187,7 @@ TEST_F(Chunk, OfAnotherProgramIsReadTwiceAsPlainHdf5ReadsIt)
 TEST_F(Chunk, AskedOfADataSetWithoutChunksPrintsNothing)
 {
     std::vector<double> values(2000);
-    Make(root->LocationID(), "contiguous", {H5T_NATIVE_DOUBLE, {values.size()}}, values.data());
+    Make(rootId, "contiguous", {H5T_NATIVE_DOUBLE, {values.size()}}, values.data());
     H5Eset_auto2(H5E_DEFAULT, reinterpret_cast<H5E_auto2_t>(&H5Eprint2), stderr);
     ::testing::internal::CaptureStderr();
 

@@ -18,7 +18,7 @@ TEST_F(MemoryLog, GetsALineASampleWithWhatHdf5TellsOfEachFileInOrder)
     const auto second = Open("test.h5", "r+");
     const auto arrays = {root->CreateArray("a", TDataType::Int, 0), root->CreateArray("b", TDataType::Int, 0),
                          second->GetRoot()->CreateArray("c", TDataType::Int, 0)};
-    const ScopedAttribute mark(H5Aopen(root->LocationID(), "__vorl_api_version", H5P_DEFAULT));
+    const ScopedAttribute mark(H5Aopen(rootId, "__vorl_api_version", H5P_DEFAULT));
     double rate = 0;
     size_t most = 0;
     size_t clean = 0;

@@ -60,10 +60,10 @@ TEST_F(Node, OfAClosedFileFailsInItsOwnWords)
 TEST_F(Node, WhoseFileObjectIsGoneBreaksAPrecondition)
 {
     int number = 1;
-    const hid_t at = root->LocationID();
     file.reset();
 
-    const std::string create = TextOf([&] { IArray::CreateFromBuffer({}, at, "b", &number, TDataType::Int, 1, 1, 0); });
+    const std::string create =
+        TextOf([&] { IArray::CreateFromBuffer({}, rootId, "b", &number, TDataType::Int, 1, 1, 0); });
     const std::string encoding = TextOf([&] { root->GetEncoding(); });
 
     const std::regex line(":\\d+:");
@@ -99,7 +99,7 @@ Names ListedNames(const boost::shared_ptr<IGroup>& group, int kind)
 TEST_F(Node, IsListedByItsKind)
 {
     const ScopedType type(H5Tcopy(H5T_NATIVE_INT));
-    H5Tcommit1(root->LocationID(), "type", type.get());
+    H5Tcommit1(rootId, "type", type.get());
     root->CreateGroup("group");
 
     EXPECT_EQ(ListedNames(root, H5G_GROUP), Names{"group"});
@@ -115,7 +115,7 @@ TEST_F(Node, IsNotListedTwiceWhereADamagedNameEndsTheListing)
     file->Close();
     std::string bytes = Read("test.h5");
     // The entries of a group's table have 40 bytes each, behind 8 bytes of a header. They begin with the name's place.
-    bytes.replace(bytes.find("SNOD") + 8 + 2 * 40, 2, "\xff\xff");
+    bytes.replace(bytes.find("SNOD") + 8 + size_t{2} * 40, 2, "\xff\xff");
     std::ofstream(Path("test.h5"), std::ios::binary) << bytes;
     file = Open("test.h5", "r");
     Names names;
@@ -129,12 +129,11 @@ using Paths = OpenFileTest;
 
 TEST_F(Paths, LeadToAGroupOrFailWithTheTracebackOfTheFirstLevelThatIsMissing)
 {
-    const hid_t at = root->LocationID();
     root->CreateGroup("g/h/i");
     root->CreateArray("data", TDataType::Int, 0);
-    H5Lcreate_soft("/g", at, "soft", H5P_DEFAULT, H5P_DEFAULT);
-    H5Lcreate_soft("nowhere", at, "g/dangling", H5P_DEFAULT, H5P_DEFAULT);
-    H5Lcreate_external("missing.h5", "/", at, "outside", H5P_DEFAULT, H5P_DEFAULT);
+    H5Lcreate_soft("/g", rootId, "soft", H5P_DEFAULT, H5P_DEFAULT);
+    H5Lcreate_soft("nowhere", rootId, "g/dangling", H5P_DEFAULT, H5P_DEFAULT);
+    H5Lcreate_external("missing.h5", "/", rootId, "outside", H5P_DEFAULT, H5P_DEFAULT);
 
     for (const std::string name : {"/", "//g//h///i/", "soft/h/i"})
     {

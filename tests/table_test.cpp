@@ -35,8 +35,8 @@ TEST_F(Table, WithoutAFillValueLeavesTheBufferAsItIsWhereNothingWasWritten)
     {
         H5Pset_fill_value(list, row.get(), nullptr);
     };
-    Make(root->LocationID(), "never filled", {row.get(), {kRows}, {100}, {}, &FillNever});
-    Make(root->LocationID(), "no value", {row.get(), {kRows}, {100}, {}, fillWithNothing});
+    Make(rootId, "never filled", {row.get(), {kRows}, {100}, {}, &FillNever});
+    Make(rootId, "no value", {row.get(), {kRows}, {100}, {}, fillWithNothing});
     for (const std::string name : {"never filled", "no value"})
     {
         const auto table = root->GetTable(name);
@@ -135,7 +135,7 @@ TEST_F(Table, WrittenWithItsOwnCompoundTypeStaysTheDataSetThatItIs)
 TEST_F(Table, ThatIsClosedRemovesNothingThatHasItsNameByNow)
 {
     const auto table = Store(4);
-    EXPECT_THROW(table->ReOpen(root->LocationID(), "no"), std::runtime_error);
+    EXPECT_THROW(table->ReOpen(rootId, "no"), std::runtime_error);
 
     EXPECT_THROW(table->SetFromBuffer(stored.data(), 5, -1, 0), std::runtime_error);
 
@@ -144,15 +144,14 @@ TEST_F(Table, ThatIsClosedRemovesNothingThatHasItsNameByNow)
 
 TEST_F(Table, RefusesColumnsThatItHasNotAndATakenName)
 {
-    const hid_t at = root->LocationID();
     const auto table = Store(4);
     Names texts;
 
     ExpectWords({{[&] { table->GetColumnType(1); }, "Invalid column index: 1 (1 columns)"},
                  {[&] { table->FeedStringVector(texts, -1); }, "Invalid column index: -1 (1 columns)"},
-                 {[&] { ITable::CreateEmpty(file, at, "t", row.get()); }, "Table already exist. Fail to create!:"},
-                 {[&] { ITable::Create(file, at, "t", 1, row.get(), 0); }, "Table already exist. Fail to create!:"},
-                 {[&] { ITable::CreateFromBuffer(file, at, "t", stored.data(), 1, row.get(), 0, 0, 0); },
+                 {[&] { ITable::CreateEmpty(file, rootId, "t", row.get()); }, "Table already exist. Fail to create!:"},
+                 {[&] { ITable::Create(file, rootId, "t", 1, row.get(), 0); }, "Table already exist. Fail to create!:"},
+                 {[&] { ITable::CreateFromBuffer(file, rootId, "t", stored.data(), 1, row.get(), 0, 0, 0); },
                   "could not create dataset:"}});
 }
 
