@@ -35,7 +35,7 @@ Buffer PlainHdf5Reads(hid_t dataSet, hid_t type)
 using Chunk = OpenFileTest;
 
 // Among the lengths are those around the sizes of vector registers.
-TEST_F(Chunk, ThatIsWrittenStraightToTheFileIsReadByPlainHdf5)
+TEST_F(Chunk, ThatIsWrittenStraightToTheFileIsReadByPlainHdf5AndByTheLibrary)
 {
     for (size_t elementSize = 1; elementSize <= 40; ++elementSize)
     {
@@ -49,6 +49,9 @@ TEST_F(Chunk, ThatIsWrittenStraightToTheFileIsReadByPlainHdf5)
                                                             elements, elementSize, level);
 
                 EXPECT_EQ(PlainHdf5Reads(array->LocationID(), array->GetTypeID()), texts);
+                Buffer read(texts.size());
+                array->GetToBuffer(read.data(), TDataType::Undefined);
+                EXPECT_EQ(read, texts);
 
                 root->DelArray("texts");
             }
