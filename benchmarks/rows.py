@@ -55,7 +55,7 @@ class Row:
             if where["path"] not in made:
                 program.turn(**{**maker, **where, "mode": "w"})
                 made.add(where["path"])
-        task = {"side": side, "size": size, **fields["task"](size), **where}
+        task = {"side": side, "size": size, **where, **fields["task"](size)}
         return program.turn(**task, rounds=rounds, isFirst=is_first)
 
     def turn_of_peer(self, peer, size, rounds):
@@ -130,7 +130,7 @@ def files():
         file.root._v_attrs[MARK] = np.uint32(1)
 
     def task(work, parts="mark and cache"):
-        return lambda count: {"work": work, "names": names(path("file-"), count), "kind": parts}
+        return lambda count: {"work": work, "names": names(path("file-"), count), "kind": parts, "path": ""}
 
     def add(name, target, work, *sides, **others):
         reason = "each open makes its own access list and asks for the file's name and root group: a file that is open is seen"
@@ -413,7 +413,9 @@ def data_sets():
 
 @cache
 def in_order(count):
-    return np.arange(count) * (MILLION // count)
+    """Not quite every n-th row, which would be a stride."""
+    i, distance = np.arange(count), MILLION // count
+    return i * distance + i % 7 % distance
 
 
 @cache
@@ -423,7 +425,7 @@ def shuffled(count):
 
 @cache
 def repeated(count):
-    return np.tile(shuffled(count)[:count // 4], 4)
+    return np.tile(shuffled(count // 4), 4)
 
 
 def selections(word, pick):
