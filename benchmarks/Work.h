@@ -32,7 +32,7 @@ struct Reading
     char text[8];
 };
 
-/// What is asked of a side. rows.py gives a row's fields.
+/// What is asked of a side: the fields of a row's task (rows.py), and what follows from them.
 struct Task
 {
     std::string work;                  ///< "library", "plain" or "cpp" and the work's name.
@@ -41,17 +41,19 @@ struct Task
     std::size_t size = 0;              ///< The row's.
     std::size_t rounds = 1, times = 1; ///< So many turns are taken, so often the work is done in each.
     bool isFirst = false;              ///< A side's first turn tells of the heap.
-    std::string dataPath, element;     ///< Has the data, of a type as numpy names it or of "reading".
+    std::string dataPath, element;     ///< The file with the data, and their type as numpy names it or "reading".
     int level = 0;                     ///< Of deflate, with shuffle; 0 for neither.
     hsize_t chunk = 0;                 ///< The elements or rows of a chunk, 0 for contiguous data sets.
-    hsize_t stride = 1, picked = 0;    ///< Of each so many elements one is read; so many are read.
-    Selection rows;                    ///< Those that are selected.
-    Place shape, block, distance;      ///< Of a new extensible array; of what is moved at once, with its distance
-    std::size_t blocks = 0;            ///< from the next one; so many of them.
-    Names groups, names, texts;        ///< Groups with attributes; names of what the work is for; attributes' texts.
-    void* data = nullptr;              ///< What was in the file, or memory for it.
-    hsize_t count = 0;                 ///< So many elements.
-    hid_t type = -1;                   ///< Of an element.
+    hsize_t stride = 1, picked = 0;    ///< Of each so many elements one is read, and so many are.
+    std::string rowsPath;              ///< The file with the numbers of the selected rows.
+    Place shape, block, distance;      ///< Of a new extensible array; of a block that is moved; from one to the next.
+    std::size_t blocks = 0;            ///< So many blocks are moved.
+    Names groups, names, texts; ///< Groups with attributes; what the work is done for; a text for each attribute.
+
+    Selection rows;                                  ///< The selected ones.
+    void* data = nullptr;                            ///< The elements, or memory for them.
+    hsize_t count = 0;                               ///< So many elements.
+    hid_t type = -1;                                 ///< Of an element.
     TDataType::TDataType number = TDataType::Double; ///< The same, for numbers.
 };
 

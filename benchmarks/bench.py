@@ -89,9 +89,11 @@ class Program:
         self.process = subprocess.Popen([path], stdin=subprocess.PIPE, stdout=subprocess.PIPE, text=True)
         self.versions = self.process.stdout.readline().strip()
 
-    def turn(self, side, work, data=None, **fields):
+    def turn(self, side, work, data=None, rows=None, **fields):
         if data is not None:
             fields.update(dataPath=path_of(data), element="reading" if data.dtype.fields else data.dtype.str)
+        if rows is not None:
+            fields.update(rowsPath=path_of(rows))
         print(json.dumps({"work": f"{side} {work}", **fields}), file=self.process.stdin, flush=True)
         answer = self.process.stdout.readline().split()
         if not answer:

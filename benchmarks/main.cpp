@@ -15,8 +15,8 @@ namespace bench
 {
 
 NLOHMANN_DEFINE_TYPE_NON_INTRUSIVE_WITH_DEFAULT(Task, work, kind, path, mode, size, rounds, times, isFirst, element,
-                                                dataPath, chunk, level, stride, picked, rows, shape, block, distance,
-                                                blocks, groups, names, texts)
+                                                dataPath, chunk, level, stride, picked, rowsPath, shape, block,
+                                                distance, blocks, groups, names, texts)
 
 } // namespace bench
 
@@ -68,6 +68,18 @@ hid_t ReadingType()
 }
 
 // What was read from a file serves all later tasks.
+std::vector<char>& Bytes(Name path)
+{
+    static std::map<std::string, std::vector<char>> loaded;
+    std::vector<char>& bytes = loaded[path];
+    if (bytes.empty())
+    {
+        bytes.resize(std::filesystem::file_size(path));
+        std::ifstream(path, std::ios::binary).read(bytes.data(), static_cast<std::streamsize>(bytes.size()));
+    }
+    return bytes;
+}
+
 void Load(Task& task)
 {
     static const std::map<std::string, std::pair<hid_t, TDataType::TDataType>> types = {
@@ -75,16 +87,19 @@ void Load(Task& task)
         {"<i4", {H5Tcopy(H5T_NATIVE_INT), TDataType::Int}},
         {"<i2", {H5Tcopy(H5T_NATIVE_SHORT), TDataType::Short}},
         {"reading", {ReadingType(), {}}}};
-    static std::map<std::string, std::vector<char>> loaded;
-    std::vector<char>& bytes = loaded[task.dataPath];
-    if (bytes.empty())
+    if (!task.dataPath.empty())
     {
-        bytes.resize(std::filesystem::file_size(task.dataPath));
-        std::ifstream(task.dataPath, std::ios::binary).read(bytes.data(), static_cast<std::streamsize>(bytes.size()));
+        std::vector<char>& bytes = Bytes(task.dataPath);
+        std::tie(task.type, task.number) = types.at(task.element);
+        task.data = bytes.data();
+        task.count = bytes.size() / H5Tget_size(task.type);
     }
-    std::tie(task.type, task.number) = types.at(task.element);
-    task.data = bytes.data();
-    task.count = bytes.size() / H5Tget_size(task.type);
+    if (!task.rowsPath.empty())
+    {
+        const std::vector<char>& bytes = Bytes(task.rowsPath);
+        const auto* rows = reinterpret_cast<const hsize_t*>(bytes.data());
+        task.rows.assign(rows, rows + bytes.size() / sizeof(hsize_t));
+    }
 }
 
 } // namespace
@@ -202,10 +217,7 @@ int main()
     for (std::string line; std::getline(std::cin, line);)
     {
         Task task = nlohmann::json::parse(line);
-        if (!task.dataPath.empty())
-        {
-            Load(task);
-        }
+        Load(task);
         seconds = 0;
         H5Eset_auto2(H5E_DEFAULT, task.work.find("plain") == 0 ? &EndAtAnError : nullptr, nullptr);
         for (std::size_t round = 0; round < task.rounds; ++round)

@@ -451,7 +451,7 @@ def selections(word, pick):
 
     def add(name, reason, work, *sides):
         row(f"tables/{name}, {word}", "rows", [1000, 10000, 100000], 1.05, [("*", reason)],
-            lambda count: million.task(work, rows=pick(count).tolist())(count), million.there("million", "r+"), *sides,
+            lambda count: million.task(work, rows=pick(count))(count), million.there("million", "r+"), *sides,
             file=million.file(), mode="r+")
 
     of_a_run = ("the caller's type is compared with the stored one, each place is tested against the buffer's end, and the first "
