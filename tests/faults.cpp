@@ -9,7 +9,7 @@
 // and that the operation works when nothing fails.
 //
 // One case again: `tarnwickhdf_faults --gtest_filter='*table_put*'`; the trace of a failure names the call's number.
-// TARNWICKHDF_LONG_TESTS in the environment lets allocations fail behind every failing call, not behind every eighth.
+// TARNWICKHDF_LONG_TESTS in the environment lets allocations fail behind every failing call, not behind every fourth.
 //
 // This is a program of its own, because what it defines takes HDF5's place for the shared library.
 
@@ -627,7 +627,7 @@ TEST_P(Faults, FailingAllocationsAreReportedAndLeaveNothingOpen)
             << "the destructors of the JSON library allocate, so that running out of memory ends the process there";
     }
     TryAllocations({});
-    const size_t step = std::getenv("TARNWICKHDF_LONG_TESTS") != nullptr ? 1 : 8;
+    const size_t step = std::getenv("TARNWICKHDF_LONG_TESTS") != nullptr ? 1 : 4;
     for (size_t call = 0; call < usual.calls.size(); call += step)
     {
         TryAllocations({call, true, 0});

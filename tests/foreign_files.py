@@ -17,7 +17,7 @@ import tempfile
 
 import h5py
 import numpy as np
-from h5py import h5a, h5d, h5g, h5p, h5s, h5t, h5z
+from h5py import h5a, h5d, h5p, h5s, h5t, h5z
 
 from predict import UNLIMITED, compare, row_of
 

@@ -20,7 +20,6 @@ ROWS = {'H5T_COMPOUND {%s}' % ''.join(f' H5T_IEEE_F{8 * size}LE "{name}";' for n
 
 GROUP, ARRAY, EXTENSIBLE, TABLE = range(4)  # The classes of what child() tells, in its order.
 OPENS = {'node': (GROUP, ARRAY), 'array': (ARRAY,), 'extensible': (EXTENSIBLE,), 'table': (TABLE,)}
-WRITE_FAILED = b'error writing to dataset'
 
 
 class Refused(Exception):
@@ -62,7 +61,7 @@ def slab(space, start, stride, count):
 
 def ends_inside(space):
     """Some versions of HDF5 let the place behind the end pass."""
-    if space == h5s.ALL or not space.get_select_npoints():
+    if space is h5s.ALL or not space.get_select_npoints():
         return True
     return all(last < extent for last, extent in zip(space.get_select_bounds()[1], space.shape))
 
@@ -107,10 +106,12 @@ class Model:
         self.path = path
         if kind == 'group':
             self.at = self.file[path or '/']
+        elif kind == 'extensible' and path == self.kept[0]:  # Whatever was done to the object at that name.
+            self.d = self.kept[1]
         elif kind in OPENS:
             self.old = self.opened(child(self.root.id, path), OPENS[kind])
             self.d = self.file[path].id
-            self.counts = [*self.old[2:4]]
+            self.kept = (path, self.d) if kind == 'extensible' else self.kept
 
     @staticmethod
     def opened(told, classes):
@@ -131,7 +132,7 @@ class Model:
     # Files, groups, attributes.
 
     def file_Reopen(self, plain_level):
-        self.level, self.charset = plain_level, h5t.CSET_UTF8
+        self.level, self.charset, self.kept = plain_level, h5t.CSET_UTF8, (None, None)
 
     def file_SetEncoding(self, charset):
         self.charset = charset
@@ -177,7 +178,8 @@ class Model:
             dims = (length, components)
         if old and old[1:4] == (element_type, length, components):
             d = at[name].id
-            refuse_if(element_type == TEXT and d.get_type().get_cset() != self.charset, WRITE_FAILED)
+            is_other_charset = element_type == TEXT and d.get_type().get_cset() != self.charset
+            refuse_if(is_other_charset, b'error writing to dataset')
         else:
             if old:
                 del at[name]
@@ -193,20 +195,21 @@ class Model:
 
     def extensible_Resize(self, rows, columns):
         self.d.set_extent((rows, columns))
-        self.counts[:] = rows, columns
 
     def extensible_AppendRows(self, count, buffer):
-        index = self.counts[self.axis()]
-        self.counts[self.axis()] += count
-        self.d.set_extent(tuple(self.counts))
+        shape = [*self.d.shape]
+        index = shape[self.axis()]
+        shape[self.axis()] += count
+        self.d.set_extent(tuple(shape))
         self.move_lines(index, count)
 
     def extensible_AppendRow(self, buffer):
         self.extensible_AppendRows(1, buffer)
 
     def extensible_ReadRows(self, index, count, buffer):
-        refuse_if(index + count > self.counts[self.axis()], b'Invalid %s index: %d (%d rows x %d columns)' % (
-            (b'row', b'column')[self.axis()], max(index, self.counts[self.axis()]), *self.counts))
+        kind, lines = (b'row', b'column')[self.axis()], self.d.shape[self.axis()]
+        refuse_if(index + count > lines, b'Invalid %s index: %d (%d rows x %d columns)' % (
+            kind, max(index, lines), *self.d.shape))
         self.move_lines(index, count)
 
     extensible_AppendColumns, extensible_AppendColumn = extensible_AppendRows, extensible_AppendRow
@@ -216,7 +219,7 @@ class Model:
         return int('Column' in self.action)
 
     def move_lines(self, index, count):
-        start, shape = [0, 0], [*self.counts]
+        start, shape = [0, 0], [*self.d.shape]
         start[self.axis()], shape[self.axis()] = index, count
         cells = shape[0] * shape[1]
         if cells:
@@ -256,14 +259,14 @@ class Model:
         old = self.replaced(name, TABLE)
         self.store_selection(self.at, name, old, memory_rows, sources, self.level_of(level))
 
-    def table_SetFromBuffer(self, buffer, rows, which, plain_level):
+    def table_SetFromBuffer(self, buffer, rows, memory_type, plain_level):
         """A table of as many rows of its own type is written in place."""
-        is_in_place = self.old[1] == rows and which != 1
+        is_in_place = self.old[1] == rows and memory_type != 1
         d = self.d if is_in_place else self.store_table(self.root, self.path, self.old, rows, rows, plain_level)
         d.write(h5s.ALL, h5s.ALL, self.buffer, self.row_type)
 
-    def table_SetFromSelection(self, buffer, rows, sources, which, plain_level):
-        if self.old[1] == rows and which != 1:  # In place the selection plays no part.
+    def table_SetFromSelection(self, buffer, rows, sources, memory_type, plain_level):
+        if self.old[1] == rows and memory_type != 1:  # In place the selection plays no part.
             self.d.write(h5s.ALL, h5s.ALL, self.buffer, self.row_type)
         else:
             self.store_selection(self.root, self.path, self.old, rows, sources, plain_level)
@@ -276,17 +279,17 @@ class Model:
         d = self.store_table(at, name, None, len(sources), len(sources), level)
         move(d.write, memory, h5s.ALL, self.buffer, self.row_type)
 
-    def table_GetToBuffer(self, buffer, which):
+    def table_GetToBuffer(self, buffer, memory_type):
         self.read_rows(h5s.ALL, h5s.ALL)
 
-    def table_GetToSelection(self, buffer, memory_rows, which, targets):
+    def table_GetToSelection(self, buffer, memory_rows, memory_type, targets):
         self.read_rows(places(memory_rows, targets), h5s.ALL)
 
     def table_GetFromHyperslab(self, buffer, start, stride, count):
         space = slab(self.d.get_space(), (start,), (stride,), (count,))
         self.read_rows(h5s.create_simple((count,)), space)
 
-    def table_GetFromSelection(self, buffer, which, sources):
+    def table_GetFromSelection(self, buffer, memory_type, sources):
         self.read_rows(h5s.create_simple((len(sources),)), places(self.old[1], sources))
 
     def table_SetToHyperslabFromSelection(self, buffer, memory_rows, start, sources):

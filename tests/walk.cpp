@@ -136,6 +136,16 @@ struct Player
         return root->HasGroup(name) ? boost::shared_ptr<INode>(root->GetGroup(name)) : root->GetArray(name);
     }
 
+    // The handle stays while the steps stay with its name, whatever is done to the object at that name.
+    void OpenExtensible(const std::string& name)
+    {
+        if (!extensible || extensibleName != name)
+        {
+            extensible = file->GetRoot()->GetExtensibleArray2D(name);
+            extensibleName = name;
+        }
+    }
+
     void AddGroups()
     {
         Add("node", [&](Step s) { node = NodeAt(s[1]); });
@@ -161,7 +171,7 @@ struct Player
     {
         Add("array", [&](Step s) { array = file->GetRoot()->GetArray(s[1]); });
         Add("array.SetFromBuffer", [&](Step s) { array->SetFromBuffer(Fill(s[2]), s[3], s[4], s[5]); });
-        Add("extensible", [&](Step s) { extensible = file->GetRoot()->GetExtensibleArray2D(s[1]); });
+        Add("extensible", [&](Step s) { OpenExtensible(s[1]); });
         Add("extensible.Resize", [&](Step s) { extensible->Resize(s[2], s[3]); });
         Add("extensible.AppendRow", [&](Step s) { extensible->AppendRowFromBuffer(Fill(s[2]), kDouble); });
         Add("extensible.AppendColumn", [&](Step s) { extensible->AppendColumnFromBuffer(Fill(s[2]), kDouble); });
@@ -198,6 +208,7 @@ struct Player
     boost::shared_ptr<IGroup> group;
     boost::shared_ptr<IArray> array;
     boost::shared_ptr<IExtensibleArray2D> extensible;
+    std::string extensibleName;
     boost::shared_ptr<ITable> table;
     double first = 0;
     std::vector<double> values = std::vector<double>(size_t{1} << 18U); ///< The caller's buffer.
