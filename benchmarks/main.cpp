@@ -205,6 +205,7 @@ H5::H5File bench::CppFile(const Task& task)
     return H5::H5File(task.path, task.mode == "w" ? H5F_ACC_TRUNC : reading);
 }
 
+// NOLINTNEXTLINE(bugprone-exception-escape): bench.py tells at which work the program ended.
 int main()
 {
     Works works;
