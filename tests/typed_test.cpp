@@ -86,6 +86,25 @@ TEST_F(Typed, TextsOfAnyLengthComeBack)
     EXPECT_EQ(ReadArray<std::string>(*StoreArray(*group, "texts", texts)), texts);
 }
 
+TEST_F(Typed, ATextWithANulByteAtAnyPlaceIsRefused)
+{
+    for (const size_t length : {1U, 7U, 8U, 20U})
+    {
+        for (size_t place = 0; place < length; ++place)
+        {
+            std::string text(length, '\xFF');
+            text[place] = '\0';
+
+            const auto store = [&]
+            {
+                StoreArray(*group, "t", Names{"ok", text});
+            };
+
+            EXPECT_EQ(WordsOf(store), "/a/b/t: text 1 has a NUL byte in it") << "byte " << place << " of " << length;
+        }
+    }
+}
+
 TEST_F(Typed, ATableKeepsEveryMemberAndIsStoredInPlaceWhileItsShapeStays)
 {
     std::vector<Reading> rows = SomeReadings();
