@@ -619,7 +619,7 @@ def typed():
     overhead = "*", "a fixed cost of each call: element type and length come from the vector, and are compared with the stored", 1024
     search = "*", "each text is searched for NUL bytes, at which it would end in the file, and the plain calls don't search"
     look_up = "*", "every column is looked up before the read, which larger data hide", 13107
-    same = "*", "both make the same call; how fast the system gives memory for so many texts differs from turn to turn"
+    same = "*", "both make the same call"
     for name, element_bytes, reason, work, maker in (
             ("store a vector of doubles, beside CreateArrayFromBuffer", 8, overhead, "store numbers", None),
             ("store a vector of texts, beside CreateArrayFromBuffer", 12, search, "store texts", None),

@@ -10,6 +10,7 @@
 #include <functional>
 #include <limits>
 #include <numeric>
+#include <utility>
 
 namespace tarnwick::hdf
 {
@@ -71,12 +72,25 @@ htri_t IsVariableText(hid_t type)
     return H5Tis_variable_str(ScopedType(H5Tget_member_type(type, 0)).get());
 }
 
-void AssignText(std::string& target, const char* text, size_t size, H5T_cset_t charset)
+// A text as it is stored.
+struct StoredText
 {
-    target.assign(text, size);
-    const bool converts =
-        charset == H5T_CSET_ASCII && std::any_of(target.begin(), target.end(), [](char c) { return (c & 0x80) != 0; });
-    if (converts)
+    const char* bytes;
+    size_t size;
+    H5T_cset_t charset;
+};
+
+// What counts as ASCII may be Latin-1, which isn't UTF-8 as it stands.
+bool IsConverted(const StoredText& text)
+{
+    return text.charset == H5T_CSET_ASCII &&
+           std::any_of(text.bytes, text.bytes + text.size, [](char c) { return (c & 0x80) != 0; });
+}
+
+void AssignInUtf8(std::string& target, const StoredText& text)
+{
+    target.assign(text.bytes, text.size);
+    if (IsConverted(text))
     {
         target = latin1_to_utf8(target);
     }
@@ -169,6 +183,40 @@ private:
     bool m_isWhole = false;
 };
 
+// Puts texts in the place of as many others, and uses their memory: who reads again and again needs none. Those that need
+// more are made first, so that all others stay as they are if there is too little. `fitsAny` tells whether a string has
+// memory for the longest text, which saves a look at the text.
+template <typename TextAt, typename FitsAny>
+void Replace(std::vector<std::string>& strings, const TextAt& textAt, const FitsAny& fitsAny)
+{
+    std::vector<std::pair<size_t, std::string>> made;
+    for (size_t i = 0; i < strings.size(); ++i)
+    {
+        if (fitsAny(strings[i]))
+        {
+            continue;
+        }
+        const StoredText text = textAt(i);
+        if (text.size > strings[i].capacity() || IsConverted(text))
+        {
+            made.emplace_back(i, std::string());
+            AssignInUtf8(made.back().second, text);
+        }
+    }
+    auto next = made.begin();
+    for (size_t i = 0; i < strings.size(); ++i)
+    {
+        if (next != made.end() && next->first == i)
+        {
+            strings[i].swap(next->second);
+            ++next;
+            continue;
+        }
+        const StoredText text = textAt(i);
+        strings[i].assign(text.bytes, text.size);
+    }
+}
+
 } // namespace
 
 size_t IArray::CalculateMaxLengthFromStringVector(const std::vector<std::string>& strings)
@@ -211,12 +259,24 @@ void ReadStringDataSet(std::vector<std::string>& strings, hid_t dataSet, hid_t s
     CheckResult(storedClass == H5T_VLEN || storedClass == H5T_ARRAY ? -1 : 0, kNoCharset);
     const htri_t isVariable = IsVariableText(memoryType);
     CheckResult(isVariable, kReadFailed);
-    // The caller's texts stay as they are if memory runs out among the new ones.
+    const auto textAt = [&](size_t i) -> StoredText
+    {
+        const char* const text = isVariable > 0 ? items.VariableText(i) : items.FixedText(i, itemSize);
+        return {text, isVariable > 0 ? std::strlen(text) : strnlen(text, itemSize), charset};
+    };
+    const auto fitsAny = [&](const std::string& target)
+    {
+        return isVariable == 0 && charset != H5T_CSET_ASCII && itemSize <= target.capacity();
+    };
+    if (strings.size() == count)
+    {
+        Replace(strings, textAt, fitsAny);
+        return;
+    }
     std::vector<std::string> read(count);
     for (size_t i = 0; i < count; ++i)
     {
-        const char* text = isVariable > 0 ? items.VariableText(i) : items.FixedText(i, itemSize);
-        AssignText(read[i], text, isVariable > 0 ? std::strlen(text) : strnlen(text, itemSize), charset);
+        AssignInUtf8(read[i], textAt(i));
     }
     strings.swap(read);
 }

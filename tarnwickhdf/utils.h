@@ -13,7 +13,8 @@ namespace tarnwick::hdf::utils
 
 /// Reads a data set of strings with a single H5Dread and fills `strings` with exactly `count` texts.
 ///
-/// @param strings receives the texts; what it held goes. Whatever is thrown, it keeps what it held.
+/// @param strings receives the texts; what it held goes. If it holds `count` texts, their memory is used again. Whatever
+///        is thrown, it keeps what it held.
 /// @param dataSet the HDF5 id of the data set.
 /// @param storedType the HDF5 string type that tells the character set.
 /// @param memoryType the HDF5 type of the read; for one column of a table a compound of that one member.

@@ -196,6 +196,22 @@ TEST_F(DataSets, OfTextWithoutASizeAreMovedInPlaceByTheByte)
                   "error writing to dataset:"}});
 }
 
+TEST_F(DataSets, OfTextAreReadIntoTheMemoryOfOtherTexts)
+{
+    const ScopedType ascii = TextType(40);
+    const auto stored = IArray::CreateBufferFromStringVector({"caf\xE9", std::string(40, 'x'), "", "plain"}, 40);
+    const ScopedDataSet dataSet = Make(rootId, "texts", {ascii.get(), {4}}, stored.get());
+    Names texts = {"one", "two", "three", std::string(100, 'y')};
+    const char* const largest = texts[3].data();
+    for (int time = 1; time <= 2; ++time)
+    {
+        utils::ReadStringDataSet(texts, dataSet.get(), ascii.get(), ascii.get(), 4, 40);
+
+        EXPECT_EQ(texts, (Names{"café", std::string(40, 'x'), "", "plain"}));
+        EXPECT_EQ(texts[3].data(), largest);
+    }
+}
+
 TEST_F(DataSets, OfTextAreReadUpToTheCountInTheOrderOfTheFileHoweverManyItClaims)
 {
     const std::string all = "abcdefghijklmnopqrstuvwx";

@@ -218,8 +218,8 @@ struct Objects
     std::vector<double> values = std::vector<double>(2000); ///< The caller's buffer.
     void* buffer = values.data();
     std::string text = "new_textes__";
-    std::vector<std::string> texts = {"untouched"};
-    std::vector<hsize_t> two = {0, 2}; ///< Rows of a table or of the buffer.
+    std::vector<std::string> texts = {"untouched", "too"}; ///< As many as the table of texts has.
+    std::vector<hsize_t> two = {0, 2};                     ///< Rows of a table or of the buffer.
     std::vector<hsize_t> three = {2, 0, 1};
     std::vector<hsize_t> many = std::vector<hsize_t>(300, 7);
     std::ostringstream told; ///< What operations answer.
