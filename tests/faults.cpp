@@ -21,6 +21,7 @@
 #include <iostream>
 #include <new>
 #include <numeric>
+#include <regex>
 
 #include <dlfcn.h>
 

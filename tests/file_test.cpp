@@ -200,8 +200,13 @@ struct LinkedFiles : HdfTest
         H5Iinc_ref(array->LocationID()); // a share of the application's own goes too
         const auto assigned = boost::make_shared<IGroup>(*linked.GetGroup("group"));
         *assigned = linked;
-        return {array, boost::make_shared<IArray>(*array), assigned,
-                boost::make_shared<ITable>(*linked.GetTable("table")), linked.ListTables()[0]};
+        return {
+            array,
+            boost::make_shared<IArray>(*array),
+            assigned,
+            boost::make_shared<ITable>(*linked.GetTable("table")),
+            linked.ListTables()[0],
+        };
     }
 
     /// Types that aren't named lie in no file.

@@ -2,6 +2,8 @@
 
 #include <tarnwickhdf/internal/CheckResult.h>
 
+#include <regex>
+
 namespace tarnwick::hdf::tests
 {
 
