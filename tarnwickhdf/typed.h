@@ -273,11 +273,18 @@ struct TextBuffer
 
     explicit TextBuffer(const std::vector<std::string>& texts)
         : itemSize(std::max<size_t>(IArray::CalculateMaxLengthFromStringVector(texts), 1)),
-          items(new char[itemSize * texts.size()]())
+          items(new char[itemSize * texts.size()])
     {
+        // Zeroed by runs: a large buffer that is zeroed at once has left the cache when its texts come.
+        constexpr size_t textsOfRun = 64;
         for (size_t i = 0; i < texts.size(); ++i)
         {
-            if (CopyAndFindNul(texts[i], items.get() + i * itemSize))
+            char* const item = items.get() + i * itemSize;
+            if (i % textsOfRun == 0)
+            {
+                std::memset(item, 0, itemSize * std::min(textsOfRun, texts.size() - i));
+            }
+            if (CopyAndFindNul(texts[i], item))
             {
                 throw std::runtime_error("text " + std::to_string(i) + " has a NUL byte in it");
             }
