@@ -3,7 +3,6 @@
 // Usage: logger <output folder> [samples]
 #include <tarnwickhdf/typed.h>
 
-#include <algorithm>
 #include <cmath>
 #include <cstdint>
 #include <cstdlib>

@@ -17,7 +17,6 @@
 
 #include <algorithm>
 #include <memory>
-#include <stdexcept>
 #include <utility>
 
 namespace tarnwick::hdf

@@ -15,7 +15,6 @@
 #include <optional>
 #include <stdexcept>
 #include <utility>
-#include <vector>
 
 namespace tarnwick::hdf
 {

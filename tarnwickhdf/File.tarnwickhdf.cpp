@@ -11,7 +11,6 @@
 #include <cstring>
 #include <iostream>
 #include <stdexcept>
-#include <utility>
 #include <vector>
 
 namespace tarnwick::hdf
