@@ -1,6 +1,8 @@
 #!/usr/bin/env bash
-# Installs the Debian packages that a job needs and that are missing. Usage: install-deps.sh build|test|bench|docs...
+# Installs the Debian packages that jobs need and that are missing. Usage: install-deps.sh JOB...
+# Jobs: build, demo, test, format, lint, memcheck, bench, fuzz, docs, package, clean-root, coverage, many-machines
 set -euo pipefail
+source "$(dirname "$0")/common.sh"
 
 declare -A packages=(
   [build]="g++ cmake ninja-build pkg-config libhdf5-dev libboost-dev libdeflate-dev nlohmann-json3-dev"
@@ -19,8 +21,9 @@ declare -A packages=(
 )
 
 missing=()
-for set in "$@"; do
-  for package in ${packages[$set]}; do
+for job in "$@"; do
+  [ -n "${packages[$job]:-}" ] || { echo "unknown job: $job (see --help)" >&2; exit 2; }
+  for package in ${packages[$job]}; do
     dpkg-query -W -f='${Status}' "$package" 2>/dev/null | grep -q '^install ok' || missing+=("$package")
   done
 done

@@ -7,6 +7,8 @@
 #     --standards   of C++, separated by commas: 17 (the default), 20, 23
 # A line a combination tells the tests that ran and those that were left out; the reason for each stands below.
 set -euo pipefail
+source "$(dirname "$0")/common.sh"
+
 # What a release can't do, and why.
 unable() { # SUITE COMPILER STANDARD
   case "$1 $2 $3" in
@@ -29,7 +31,6 @@ standards=17
 suites=()
 while [ $# -gt 0 ]; do
   case $1 in
-  --help) sed -n '/^#!/d; /^#/!q; s/^# \?//p' "$0"; exit 0 ;;
   --compilers) compilers=$2; shift ;;
   --standards) standards=$2; shift ;;
   -*) echo "unknown option: $1" >&2; exit 2 ;;
@@ -38,7 +39,6 @@ while [ $# -gt 0 ]; do
   shift
 done
 [ "${#suites[@]}" -gt 0 ] || { echo "which release of Debian? See --help." >&2; exit 2; }
-source "$(dirname "$0")/common.sh"
 [ "$(id -u)" -eq 0 ] || { echo "a root can be made by root only" >&2; exit 1; }
 matrix=$PWD/build/matrix
 rows=$matrix/rows
