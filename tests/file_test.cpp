@@ -2,8 +2,6 @@
 
 #include <tarnwickhdf/typed.h>
 
-#include <boost/make_shared.hpp>
-
 #include <csignal>
 
 #include <fcntl.h>
@@ -17,7 +15,6 @@ namespace tarnwick::hdf::tests
 {
 
 using File = HdfTest;
-using OpenFile = OpenFileTest;
 
 struct FilePlace
 {
@@ -64,38 +61,15 @@ TEST_F(File, OfAnUnknownModeOrCompressionIsRefusedAndNotTouched)
     EXPECT_EQ(IFile::Open(path, "w", 9)->GetRoot()->GetDefaultCompression(), 9);
 }
 
-TEST_F(File, MadeByModeWCarriesTheVersionMarkAndOneMadeByReadPlusDoesNot)
-{
-    EXPECT_EQ(Open("w.h5", "w")->GetAPIVersion(), 1U);
-    EXPECT_EQ(Open("w.h5", "r")->GetAPIVersion(), 1U);
-    EXPECT_EQ(Open("r+.h5", "r+")->GetAPIVersion(), 0U);
-}
-
 TEST_F(File, OfALongNameTellsAllOfIt)
 {
-    // Around the name that HDF5 is asked for at first.
-    for (const size_t length : {1023U, 1024U, 1500U})
-    {
-        const std::string path = Path("") + std::string(length - Path("").size() - 4, '/') + "a.h5";
+    const size_t askedForAtFirst = 1024;
+    const std::string path = Path("") + std::string(askedForAtFirst - Path("").size() - 1, '/') + "a";
 
-        EXPECT_EQ(IFile::Open(path, "w", 0)->GetFileName(), path);
-    }
+    EXPECT_EQ(IFile::Open(path, "w", 0)->GetFileName(), path);
 }
 
-TEST_F(OpenFile, HasTheFormThatHdf5HadBefore2)
-{
-    // More than newer forms keep in the order of their making.
-    const Names names = {"k", "e", "b", "j", "a", "i", "c", "h", "d", "g", "f"};
-    for (const std::string& name : names)
-    {
-        root->SetAttr(name, "value");
-    }
-
-    EXPECT_EQ(root->ListAttrs(), names);
-    EXPECT_EQ(WordsOf([&] { root->SetAttr("large", std::string(70000, 'x')); }), "fail to create attribute: large:");
-}
-
-TEST_F(OpenFile, GivesItsCacheALowerThresholdAndPrintsZerosWhenClosed)
+TEST_F(OpenFileTest, GivesItsCacheALowerThresholdAndPrintsZerosWhenClosed)
 {
     EXPECT_EQ(file->GetCacheConfiguration().lower_hr_threshold, 0.8);
 
@@ -126,25 +100,19 @@ TEST_F(File, ThatIsOpenElsewhereIsNotEmptied)
     EXPECT_EQ(Read("kept.h5"), before);
 }
 
-TEST_F(File, ThatIsMissingBehindASymbolicLinkIsMadeThere)
+TEST_F(File, ThatIsMissingBehindASymbolicLinkIsMadeThereWithoutTheVersionMarkOfModeW)
 {
     std::filesystem::create_symlink("target.h5", Path("link.h5"));
 
-    Open("link.h5", "r+");
+    EXPECT_EQ(Open("link.h5", "r+")->GetAPIVersion(), 0U);
 
     EXPECT_TRUE(IFile::IsHDF5File(Path("target.h5")));
 }
 
 // Notes what it is told.
-class Recorder : public IFileTracker
+struct Recorder : IFileTracker
 {
-public:
-    void OnOpen(hid_t file, const std::string& name) override
-    {
-        EXPECT_EQ(H5Fget_obj_count(file, H5F_OBJ_ALL), 1) << "nobody has used the file before";
-        lists = CountIds()[5];
-        events.push_back("open " + name);
-    }
+    void OnOpen(hid_t /*file*/, const std::string& name) override { events.push_back("open " + name); }
     void OnClose(hid_t file, const std::string& name) override
     {
         EXPECT_EQ(H5Iis_valid(file), 0);
@@ -153,7 +121,6 @@ public:
     }
 
     Names events;
-    std::int64_t lists = -1; ///< The property lists that were open at the last open of a file.
 };
 
 TEST_F(File, TellsTheOneTrackerOfEveryOpenThatSucceedsAndOfItsClose)
@@ -168,7 +135,6 @@ TEST_F(File, TellsTheOneTrackerOfEveryOpenThatSucceedsAndOfItsClose)
 
         EXPECT_THROW(Open("a.h5", "r"), std::runtime_error);
         const auto file = Open("a.h5", "r+");
-        EXPECT_EQ(tracker->lists, CountIds()[5]) << "HDF5's own alone";
         EXPECT_THROW(file->Close(), int);
         file->Close();
         Open("b.h5", "w").reset();
@@ -185,47 +151,34 @@ struct LinkedFiles : HdfTest
     LinkedFiles()
     {
         const auto other = Open("other.h5", "w");
-        const ScopedType named(H5Tcopy(H5T_NATIVE_INT));
-        H5Tcommit1(other->FileID(), "type", named.get());
-        Make(other->FileID(), "array", {named.get(), {3}}, Ints{1, 2, 3}.data());
-        other->GetRoot()->CreateGroup("group");
-        other->GetRoot()->CreateTable("table", 3, TypeOf("H5T_COMPOUND { H5T_STD_I32LE \"a\"; }").get(), 0);
+        const auto root = other->GetRoot();
+        StoreArray(*root, "array", Ints{1, 2, 3});
+        root->CreateGroup("group");
+        root->CreateTable("table", 3, TypeOf("H5T_COMPOUND { H5T_STD_I32LE \"a\"; }").get(), 0);
         H5Lcreate_external("other.h5", "/", Open("main.h5", "w")->FileID(), "linked", H5P_DEFAULT, H5P_DEFAULT);
     }
 
-    // Nodes from getters, lists and factories; copies beside their originals, alone, and assigned.
-    static std::vector<boost::shared_ptr<INode>> OpenAllWays(IGroup& linked)
-    {
-        const auto array = linked.GetArray("array");
-        H5Iinc_ref(array->LocationID()); // a share of the application's own goes too
-        const auto assigned = boost::make_shared<IGroup>(*linked.GetGroup("group"));
-        *assigned = linked;
-        return {
-            array,
-            boost::make_shared<IArray>(*array),
-            assigned,
-            boost::make_shared<ITable>(*linked.GetTable("table")),
-            linked.ListTables()[0],
-        };
-    }
-
-    /// Types that aren't named lie in no file.
-    static ssize_t CountOpenObjects()
-    {
-        return H5Fget_obj_count(hid_t{H5F_OBJ_ALL}, H5F_OBJ_FILE | H5F_OBJ_GROUP | H5F_OBJ_DATASET | H5F_OBJ_ATTR);
-    }
+    static ssize_t CountOpenObjects() { return H5Fget_obj_count(hid_t{H5F_OBJ_ALL}, H5F_OBJ_ALL & ~H5F_OBJ_DATATYPE); }
 };
 
 TEST_F(LinkedFiles, AreClosedWithTheFileThatLeadsToThem)
 {
     const auto file = Open("main.h5", "r+");
-    const auto nodes = OpenAllWays(*file->GetRoot()->GetGroup("linked"));
+    auto linked = file->GetRoot()->GetGroup("linked");
+    const auto array = linked->GetArray("array");
+    const auto listed = linked->ListTables();
+    const IArray copy(*array);
+    const ITable copyAlone(*linked->GetTable("table"));
+    IGroup assigned(*linked->GetGroup("group"));
+    assigned = *linked;
+    linked.reset();
+    H5Iinc_ref(array->LocationID()); // a share of the application's own goes too
 
     file->Close();
 
     EXPECT_EQ(CountOpenObjects(), 0);
-    EXPECT_FALSE(nodes[0]->IsValid());
-    EXPECT_TRUE(nodes[1]->IsValid()) << "a copy keeps the number of the id that is gone";
+    EXPECT_FALSE(array->IsValid());
+    EXPECT_TRUE(copy.IsValid()) << "a copy keeps the number of the id that is gone";
 }
 
 TEST_F(LinkedFiles, StayOpenForOtherFilesAndForTheApplication)
@@ -238,9 +191,8 @@ TEST_F(LinkedFiles, StayOpenForOtherFilesAndForTheApplication)
     first->Close();
 
     EXPECT_EQ(ReadArray<int>(*own), (Ints{1, 2, 3}));
-    EXPECT_EQ(H5Iis_valid(applications.get()), 1);
     second->Close();
-    EXPECT_EQ(CountOpenObjects(), 1);
+    EXPECT_EQ(CountOpenObjects(), 1) << "the application's group";
 }
 
 // As if the disk were full: a write past this size fails.
@@ -253,108 +205,56 @@ void LimitFileSizes(rlim_t bytes)
     setrlimit(RLIMIT_FSIZE, &limit);
 }
 
-TEST_F(File, OnAFullDiskTellsOfEachArrayThatIsLostAndThatItCannotBeClosed)
+TEST_F(File, OnAFullDiskTellsOfTheArrayThatIsLostAndThatItCannotBeClosed)
 {
-    const auto writeUntilTheDiskIsFull = [&]
+    const auto fillTheDisk = [&]
     {
         if (__lsan_disable != nullptr)
         {
             __lsan_disable(); // HDF5 loses what it couldn't write
         }
-        const Ints numbers(50, 7);
-        Names words;
-        auto file = Open("full.h5", "w");
-        const auto unclosed = Open("unclosed.h5", "w");
-        LimitFileSizes(20000);
-        for (int i = 0; i < 180; ++i)
+        const auto file = Open("full.h5", "w");
+        const auto storeMoreThanFits = [&]
         {
-            file->GetRoot()->SetDefaultCompression(i % 2);
-            unclosed->GetRoot()->CreateGroup(std::to_string(i));
-            words.push_back(WordsOf([&] { StoreArray(*file->GetRoot(), std::to_string(i), numbers); }));
-        }
-#if !H5_VERSION_GE(2, 0, 0) // which ends the process by an assertion of its own
-        EXPECT_EQ(WordsOf([&] { unclosed->GetRoot()->Flush(); }), "Flush Fail!:");
-        EXPECT_THROW(unclosed->Close(), std::runtime_error);
-#endif
-        LimitFileSizes(RLIM_INFINITY);
-        file->Close();
-
-        file = Open("full.h5", "r");
-        for (size_t i = 0; i < words.size(); ++i)
-        {
-            const std::string name = std::to_string(i);
-            Ints read;
-            TextOf([&] { read = ReadArray<int>(*file->GetRoot(), name); });
-            EXPECT_EQ(words[i], read == numbers ? "" : "/" + name + ": error writing to dataset:");
-        }
-        EXPECT_EQ(words.front(), "");
-        EXPECT_NE(words.back(), "");
-    };
-    InAProcessOfItsOwn(writeUntilTheDiskIsFull);
-}
-
-constexpr int kArrays = 6;
-
-struct Kills : HdfTest
-{
-    /// Flushes arrays and writes them anew in other sizes until it is killed. All elements of an array tell whose they
-    /// are. HDF5 takes back the space at the end of a file even where it reuses none, so that the guide's recipe has
-    /// something else lie behind the arrays.
-    void WriteUntilKilled(bool followsRecipe) const
-    {
-        const ScopedPropertyList list(H5Pcreate(H5P_FILE_CREATE));
-        H5Pset_file_space_strategy(list.get(), followsRecipe ? H5F_FSPACE_STRATEGY_NONE : H5F_FSPACE_STRATEGY_FSM_AGGR,
-                                   false, 1);
-        H5Fclose(H5Fcreate(Path("a.h5").c_str(), H5F_ACC_TRUNC, list.get(), H5P_DEFAULT));
-        const auto file = Open("a.h5", "r+");
-        const auto root = file->GetRoot();
-        const auto storeAll = [&](size_t size)
-        {
-            for (int index = 0; index < kArrays; ++index)
+            for (int number = 0; number < 180; ++number)
             {
-                StoreArray(*root, std::to_string(index), Ints(size, index));
+                StoreArray(*file->GetRoot(), std::to_string(number), Ints(50, number));
             }
         };
-        storeAll(3000);
-        if (followsRecipe)
-        {
-            root->CreateGroup("flushes/1");
-        }
-        root->Flush();
-        root->DelArray(std::to_string(kArrays - 1));
-        storeAll(2000);
-        storeAll(1000);
-        std::raise(SIGKILL);
-    }
+        LimitFileSizes(20000);
 
-    int CountWholeArraysBehindAKill(bool followsRecipe) const
-    {
-        const pid_t killed = fork();
-        if (killed == 0)
-        {
-            WriteUntilKilled(followsRecipe);
-        }
-        waitpid(killed, nullptr, 0);
-        int whole = 0;
-        for (int index = 0; index < kArrays; ++index)
-        {
-            Ints values;
-            TextOf([&] { values = ReadArray<int>(*Open("a.h5", "r")->GetRoot(), std::to_string(index)); });
-            whole += !values.empty() && values == Ints(values.size(), index) ? 1 : 0;
-        }
-        return whole;
-    }
-};
+        const std::string words = WordsOf(storeMoreThanFits);
 
-TEST_F(Kills, LoseNothingThatWasFlushedWhereTheGuidesRecipeIsFollowed)
-{
-    EXPECT_EQ(CountWholeArraysBehindAKill(true), kArrays);
+        EXPECT_NE(words.find(": error writing to dataset:"), std::string::npos) << words;
+#if !H5_VERSION_GE(2, 0, 0) // which ends the process by an assertion of its own
+        EXPECT_EQ(WordsOf([&] { file->GetRoot()->Flush(); }), "Flush Fail!:");
+        EXPECT_THROW(file->Close(), std::runtime_error);
+#endif
+        LimitFileSizes(RLIM_INFINITY);
+    };
+    InAProcessOfItsOwn(fillTheDisk);
 }
 
-// If nothing is lost any more, HDF5 has become better than the guide says.
-TEST_F(Kills, LoseFlushedArraysWhereHdf5GivesTheSpaceOfOthersAway)
+// HDF5 takes back the space at the end of a file even where it reuses none, so that the recipe has something else lie
+// behind the arrays.
+TEST_F(File, ThatIsKilledLosesNothingThatWasFlushedWhereTheGuidesRecipeIsFollowed)
 {
-    EXPECT_LT(CountWholeArraysBehindAKill(false), kArrays);
+    if (fork() == 0)
+    {
+        const ScopedPropertyList list(H5Pcreate(H5P_FILE_CREATE));
+        H5Pset_file_space_strategy(list.get(), H5F_FSPACE_STRATEGY_NONE, false, 1);
+        H5Fclose(H5Fcreate(Path("a.h5").c_str(), H5F_ACC_TRUNC, list.get(), H5P_DEFAULT));
+        const auto file = Open("a.h5", "r+");
+        StoreArray(*file->GetRoot(), "flushed", Ints(3000, 1));
+        file->GetRoot()->CreateGroup("behind it");
+        file->GetRoot()->Flush();
+        StoreArray(*file->GetRoot(), "flushed", Ints(2000, 2));
+        StoreArray(*file->GetRoot(), "new", Ints(1000, 3));
+        std::raise(SIGKILL);
+    }
+    wait(nullptr);
+
+    EXPECT_EQ(ReadArray<int>(*Open("a.h5", "r")->GetRoot(), "flushed"), Ints(3000, 1));
 }
 
 } // namespace tarnwick::hdf::tests

@@ -1,5 +1,7 @@
 #include "Fixture.h"
 
+#include <tarnwickhdf/typed.h>
+
 #include <array>
 #include <chrono>
 #include <future>
@@ -30,14 +32,10 @@ void UseAFile(const std::string& path)
 {
     for (int round = 0; round < 20; ++round)
     {
-        std::vector<int> numbers(1000, round);
-        std::vector<int> back(1000, -1);
-        IFile::Open(path, "w", round % 3)
-            ->GetRoot()
-            ->CreateArrayFromBuffer("numbers", numbers.data(), TDataType::Int, 100, 10);
+        const Ints numbers(1000, round);
+        StoreArray(*IFile::Open(path, "w", round % 3)->GetRoot(), "numbers", numbers, 10);
         const auto file = IFile::Open(path, "r", 0);
-        file->GetRoot()->ListArrays().at(0)->GetToBuffer(back.data(), TDataType::Int);
-        EXPECT_EQ(back, numbers);
+        EXPECT_EQ(ReadArray<int>(*file->GetRoot()->ListArrays().at(0)), numbers);
         EXPECT_THROW(file->GetRoot()->GetArray("missing"), std::runtime_error);
     }
 }
@@ -62,9 +60,7 @@ TEST_F(Threads, EightUseAFileEachUnderOneTrackerWhileANinthSamples)
     }
 
     tracker->AppendToMemoryLog(2, Path("last.log"));
-    std::string last;
-    std::getline(std::ifstream(Path("last.log")), last);
-    EXPECT_EQ(last.substr(last.find("\"files\"") + 7), ":[]}");
+    EXPECT_EQ(Json::parse(Read("last.log"))["files"], Json::array());
 }
 
 } // namespace tarnwick::hdf::tests

@@ -93,20 +93,14 @@ TEST_F(Typed, TextsOfAnyLengthComeBack)
 
 TEST_F(Typed, ATextWithANulByteAtAnyPlaceIsRefused)
 {
-    for (const size_t length : {1U, 7U, 8U, 20U})
+    for (size_t place = 0; place < 20; ++place)
     {
-        for (size_t place = 0; place < length; ++place)
-        {
-            std::string text(length, '\xFF');
-            text[place] = '\0';
+        std::string text(20, '\xFF');
+        text[place] = '\0';
 
-            const auto store = [&]
-            {
-                StoreArray(*group, "t", Names{"ok", text});
-            };
+        const std::string words = WordsOf([&] { StoreArray(*group, "t", Names{"ok", text}); });
 
-            EXPECT_EQ(WordsOf(store), "/a/b/t: text 1 has a NUL byte in it") << "byte " << place << " of " << length;
-        }
+        EXPECT_EQ(words, "/a/b/t: text 1 has a NUL byte in it") << place;
     }
 }
 
@@ -216,12 +210,14 @@ TEST_F(Typed, AReasonIsOneLineOfTheWordsAndTheInnermostReason)
     EXPECT_EQ(ReasonOf(std::runtime_error("DataSet already created!:\n")), "DataSet already created!");
 }
 
-TEST_F(Typed, NothingIsPrintedBeforeTheFirstOpen)
+TEST_F(Typed, NothingIsPrintedOfADataSetWithoutChunksNorAtAllOnceHdf5IsKeptQuiet)
 {
+    Make(rootId, "contiguous", {H5T_NATIVE_INT, {4000}}, Ints(4000).data());
     H5Eset_auto2(H5E_DEFAULT, reinterpret_cast<H5E_auto2_t>(&H5Eprint2), stderr);
     ::testing::internal::CaptureStderr();
-    KeepHdf5Quiet();
 
+    ReadArray<int>(*root, "contiguous");
+    KeepHdf5Quiet();
     EXPECT_THROW(Open("missing.h5", "r"), std::runtime_error);
 
     EXPECT_EQ(::testing::internal::GetCapturedStderr(), "");
