@@ -1,5 +1,5 @@
 // What a work is and what works share. rows.py describes the rows, each of which names a work; to add one, describe it there
-// and, if its work is new, add the three sides here in the file of their family.
+// and, if its work is new, add its sides here in the file of their family.
 #pragma once
 
 #include <tarnwickhdf/typed.h>
@@ -18,7 +18,6 @@ namespace bench
 using namespace tarnwick::hdf;
 using Name = const std::string&;
 using Names = std::vector<std::string>;
-using Selection = std::vector<hsize_t>;
 using Place = std::array<hsize_t, 2>; ///< Rows and columns.
 
 /// A row of a table, 40 bytes.
@@ -36,46 +35,36 @@ struct Reading
 struct Task
 {
     std::string work;                  ///< "library", "plain" or "cpp" and the work's name.
-    std::string kind;                  ///< Which of several, for a work that has them.
+    std::string kind;                  ///< What is listed.
     std::string path, mode;            ///< The file that the work is done on; "w" makes it anew.
-    std::size_t size = 0;              ///< The row's.
     std::size_t rounds = 1, times = 1; ///< So many turns are taken, so often the work is done in each.
     bool isFirst = false;              ///< A side's first turn tells of the heap.
+    hsize_t count = 0;                 ///< So many elements of the data or values are moved, or blocks of the data.
     std::string dataPath, element;     ///< The file with the data, and their type as numpy names it or "reading".
     int level = 0;                     ///< Of deflate, with shuffle; 0 for neither.
     hsize_t chunk = 0;                 ///< The elements or rows of a chunk, 0 for contiguous data sets.
-    hsize_t stride = 1, picked = 0;    ///< Of each so many elements one is read, and so many are.
+    hsize_t stride = 1;                ///< Of each so many elements one is read.
     std::string rowsPath;              ///< The file with the numbers of the selected rows.
     Place shape, block, distance;      ///< Of a new extensible array; of a block that is moved; from one to the next.
-    std::size_t blocks = 0;            ///< So many blocks are moved.
     Names groups, names, texts; ///< Groups with attributes; what the work is done for; a text for each attribute.
 
-    Selection rows;                                  ///< The selected ones.
-    void* data = nullptr;                            ///< The elements, or memory for them.
-    hsize_t count = 0;                               ///< So many elements.
+    std::vector<hsize_t> rows;                       ///< The selected ones.
+    void* data = nullptr;                            ///< The elements,
+    void* memory = nullptr;                          ///< and room for as many that are read.
+    hsize_t length = 0;                              ///< Elements of the data.
     hid_t type = -1;                                 ///< Of an element.
     TDataType::TDataType number = TDataType::Double; ///< The same, for numbers.
 };
 
-/// The works of each side, by "side work". Each family of works has its file.
-using Works = std::map<std::string, std::function<void(const Task&)>>;
-
-void AddObjectWorks(Works& works);
-void AddDataSetWorks(Works& works);
-void AddExtensibleArrayWorks(Works& works);
-void AddTypedWorks(Works& works);
+/// What each side does for each work, by "side work".
+inline std::map<std::string, std::function<void(const Task&)>>& Works()
+{
+    static std::map<std::string, std::function<void(const Task&)>> works;
+    return works;
+}
 
 /// Measures the work: its time, and in a side's first turn the peak of the heap beyond what was allocated before.
 void Measure(const Task& task, const std::function<void()>& work);
-
-template <typename Things, typename Work>
-void ForEach(const Things& things, Work work)
-{
-    for (const auto& thing : things)
-    {
-        work(thing);
-    }
-}
 
 /// Gives back an id of plain HDF5.
 struct Id
@@ -105,16 +94,12 @@ inline Id CreationList(int dimensions, const hsize_t* chunk, int level)
     return Id(list);
 }
 
-// A file as each side has it; a plain one has what the library's have: the mark and a setting of the cache.
-constexpr const char* kMark = "__vorl_api_version";
-boost::shared_ptr<IFile> LibraryFile(const Task& task);
-Id PlainFile(const Task& task);
-H5::H5File CppFile(const Task& task);
-
-// What a plain file is made with.
+// A file as each side has it. A plain one has what the library's have: the mark and a setting of the cache.
+boost::shared_ptr<IFile> LibraryFile(Name path, Name mode);
 Id PlainAccessList();
-void LowerHitRateThreshold(hid_t file);
-void WriteMark(hid_t file);
+Id PlainFileWith(hid_t access, Name path, Name mode);
+Id PlainFile(Name path, Name mode);
+H5::H5File CppFile(Name path, Name mode);
 
 template <typename T>
 T& Object(boost::shared_ptr<T>& pointer)
@@ -128,27 +113,63 @@ T& Object(T& thing)
     return thing;
 }
 
-/// A side of a work: `openFile(task)` gives the file, `open(file, task)` what the work is done on, and `work(thing, task)`
-/// is measured.
-template <typename OpenFile, typename Open, typename Work>
-void AddSide(Works& works, Name sideAndWork, OpenFile openFile, Open open, Work work)
+template <typename Things, typename Work>
+void ForEach(const Things& things, Work work)
 {
-    works[sideAndWork] = [=](const Task& task)
+    for (const auto& thing : things)
     {
-        auto file = openFile(task);
-        auto thing = open(Object(file), task);
-        Measure(task, [&] { work(Object(thing), task); });
-    };
+        work(thing);
+    }
 }
 
-/// The three sides of a work. `open` and `work` have an overload for each.
-template <typename Open, typename Work>
-void AddWork(Works& works, Name name, Open open, Work work)
+// How often a work is done in a round: once,
+constexpr auto kOnce = [](auto& thing, const Task& task, const auto& work)
 {
-    AddSide(works, "library " + name, LibraryFile, open, work);
-    AddSide(works, "plain " + name, PlainFile, open, work);
-    AddSide(works, "cpp " + name, CppFile, open, work);
-}
+    work(thing, task);
+};
+// or for each name.
+constexpr auto kForEachName = [](auto& thing, const Task& task, const auto& work)
+{
+    ForEach(task.names, [&](Name name) { work(thing, name); });
+};
+
+/// Makes a work known. Works are constants, so that each stands with its sides in one place.
+struct Side
+{
+    /// What is measured has nothing to open before it.
+    Side(Name sideAndWork, const std::function<void(const Task&)>& work)
+    {
+        Works()[sideAndWork] = [=](const Task& task)
+        {
+            Measure(task, [&] { work(task); });
+        };
+    }
+
+    /// `openFile(path, mode)` gives the file and `open(file, task)` what the work is done on; `howOften(thing, task, work)`
+    /// is measured.
+    template <typename OpenFile, typename Open, typename HowOften, typename Work>
+    Side(Name sideAndWork, OpenFile openFile, Open open, HowOften howOften, Work work)
+    {
+        Works()[sideAndWork] = [=](const Task& task)
+        {
+            auto file = openFile(task.path, task.mode);
+            auto thing = open(Object(file), task);
+            Measure(task, [&] { howOften(Object(thing), task, work); });
+        };
+    }
+};
+
+/// The three sides of a work. `open` has an overload for each.
+struct Work
+{
+    template <typename Open, typename HowOften, typename Library, typename Plain, typename Cpp>
+    Work(Name name, Open open, HowOften howOften, Library library, Plain plain, Cpp cpp)
+    {
+        Side("library " + name, LibraryFile, open, howOften, library);
+        Side("plain " + name, PlainFile, open, howOften, plain);
+        Side("cpp " + name, CppFile, open, howOften, cpp);
+    }
+};
 
 /// The root group, for `open`.
 struct Root

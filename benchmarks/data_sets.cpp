@@ -15,47 +15,40 @@ constexpr hsize_t kRunStart = 100;
 constexpr const char* kName = "data";
 
 // The array or the table of a file, for `open`.
-template <bool isTable>
-struct OpenData
+template <auto getNode>
+struct Data
 {
-    auto operator()(IFile& file, const Task& /*task*/) const
-    {
-        if constexpr (isTable)
-        {
-            return file.GetRoot()->GetTable(kName);
-        }
-        else
-        {
-            return file.GetRoot()->GetArray(kName);
-        }
-    }
+    auto operator()(IFile& file, const Task& /*task*/) const { return std::invoke(getNode, file.GetRoot(), kName); }
     auto operator()(hid_t file, const Task& /*task*/) const { return Id(H5Dopen2(file, kName, H5P_DEFAULT)); }
     auto operator()(H5::H5File& file, const Task& /*task*/) const { return file.openDataSet(kName); }
 };
 
-struct Write
-{
-    void operator()(IGroup& root, const Task& task) const
+constexpr Data<&IGroup::GetArray> kArray;
+constexpr Data<&IGroup::GetTable> kTable;
+
+const Work kWrite(
+    "write", Root{}, kOnce,
+    [](IGroup& root, const Task& task)
     {
         if (task.element == "reading")
         {
-            root.CreateTableFromBuffer(kName, task.data, task.count, task.type, task.level, -1, 0);
+            root.CreateTableFromBuffer(kName, task.data, task.length, task.type, task.level, -1, 0);
             return;
         }
         root.SetDefaultCompression(task.level);
-        root.CreateArrayFromBuffer(kName, task.data, task.number, task.count, 1);
-    }
-    void operator()(hid_t root, const Task& task) const
+        root.CreateArrayFromBuffer(kName, task.data, task.number, task.length, 1);
+    },
+    [](hid_t root, const Task& task)
     {
-        const hsize_t chunk = std::min<hsize_t>(task.chunk, task.count);
-        const Id space(H5Screate_simple(1, &task.count, nullptr));
+        const hsize_t chunk = std::min<hsize_t>(task.chunk, task.length);
+        const Id space(H5Screate_simple(1, &task.length, nullptr));
         const Id list = CreationList(chunk == 0 ? 0 : 1, &chunk, task.level);
         const Id set(H5Dcreate2(root, kName, task.type, space, H5P_DEFAULT, list, H5P_DEFAULT));
         H5Dwrite(set, task.type, H5S_ALL, H5S_ALL, H5P_DEFAULT, task.data);
-    }
-    void operator()(const H5::Group& root, const Task& task) const
+    },
+    [](const H5::Group& root, const Task& task)
     {
-        const hsize_t chunk = std::min<hsize_t>(task.chunk, task.count);
+        const hsize_t chunk = std::min<hsize_t>(task.chunk, task.length);
         const H5::DataType type(task.type);
         H5::DSetCreatPropList list;
         if (chunk > 0)
@@ -67,101 +60,107 @@ struct Write
             list.setShuffle();
             list.setDeflate(task.level);
         }
-        root.createDataSet(kName, type, H5::DataSpace(1, &task.count), list).write(task.data, type);
-    }
-};
+        root.createDataSet(kName, type, H5::DataSpace(1, &task.length), list).write(task.data, type);
+    });
 
-struct Read
+void ReadPlainly(hid_t set, const Task& task)
 {
-    void operator()(const IArray& array, const Task& task) const { array.GetToBuffer(task.data, task.number); }
-    void operator()(const ITable& table, const Task& task) const { table.GetToBuffer(task.data, -1); }
-    void operator()(hid_t set, const Task& task) const
-    {
-        H5Dread(set, task.type, H5S_ALL, H5S_ALL, H5P_DEFAULT, task.data);
-    }
-    void operator()(const H5::DataSet& set, const Task& task) const { set.read(task.data, H5::DataType(task.type)); }
-};
-
-// The space of a data set with a selection.
-Id SelectedSpace(hid_t set, hsize_t start, hsize_t stride, hsize_t count)
-{
-    const hid_t space = H5Dget_space(set);
-    H5Sselect_hyperslab(space, H5S_SELECT_SET, &start, &stride, &count, nullptr);
-    return Id(space);
+    H5Dread(set, task.type, H5S_ALL, H5S_ALL, H5P_DEFAULT, task.memory);
 }
 
-struct ReadStride
+void ReadByCpp(const H5::DataSet& set, const Task& task)
 {
-    void operator()(const IArray& array, const Task& task) const
+    set.read(task.memory, H5::DataType(task.type));
+}
+
+const Work kReadArrays(
+    "read arrays", kArray, kOnce,
+    [](const IArray& array, const Task& task) { array.GetToBuffer(task.memory, task.number); }, ReadPlainly, ReadByCpp);
+const Work kReadTables(
+    "read tables", kTable, kOnce, [](const ITable& table, const Task& task) { table.GetToBuffer(task.memory, -1); },
+    ReadPlainly, ReadByCpp);
+
+// Elements of a data set with as far from one to the next, and memory for them.
+struct Stride
+{
+    Id file;
+    Id memory;
+
+    Stride(hid_t set, hsize_t start, hsize_t stride, hsize_t count)
+        : file(H5Dget_space(set)), memory(H5Screate_simple(1, &count, nullptr))
     {
-        const int stride = static_cast<int>(task.stride);
-        array.GetFromHyperslab(task.data, 0, stride, static_cast<int>(task.picked), task.number);
-    }
-    void operator()(const ITable& table, const Task& task) const
-    {
-        table.GetFromHyperslab(task.data, 0, task.stride, task.picked, task.type);
-    }
-    void operator()(hid_t set, const Task& task) const
-    {
-        const Id file = SelectedSpace(set, 0, task.stride, task.picked);
-        const Id memory(H5Screate_simple(1, &task.picked, nullptr));
-        H5Dread(set, task.type, memory, file, H5P_DEFAULT, task.data);
-    }
-    void operator()(const H5::DataSet& set, const Task& task) const
-    {
-        const hsize_t start = 0;
-        const H5::DataSpace file = set.getSpace();
-        file.selectHyperslab(H5S_SELECT_SET, &task.picked, &start, &task.stride);
-        set.read(task.data, H5::DataType(task.type), H5::DataSpace(1, &task.picked), file);
+        H5Sselect_hyperslab(file, H5S_SELECT_SET, &start, &stride, &count, nullptr);
     }
 };
 
-// All elements of a data set, for programs that pick some.
-template <typename T>
-std::unique_ptr<T[]> ReadAll(hid_t set, const Task& task)
+void ReadStridePlainly(hid_t set, const Task& task)
 {
-    std::unique_ptr<T[]> all(new T[task.count]);
-    H5Dread(set, task.type, H5S_ALL, H5S_ALL, H5P_DEFAULT, all.get());
-    return all;
+    const Stride stride(set, 0, task.stride, task.count);
+    H5Dread(set, task.type, stride.memory, stride.file, H5P_DEFAULT, task.memory);
+}
+
+void ReadStrideByCpp(const H5::DataSet& set, const Task& task)
+{
+    const hsize_t start = 0;
+    const H5::DataSpace file = set.getSpace();
+    file.selectHyperslab(H5S_SELECT_SET, &task.count, &start, &task.stride);
+    set.read(task.memory, H5::DataType(task.type), H5::DataSpace(1, &task.count), file);
 }
 
 template <typename T>
 void ReadAllAndPick(hid_t set, const Task& task)
 {
-    const auto all = ReadAll<T>(set, task);
-    for (std::size_t i = 0; i < task.picked; ++i)
+    const std::unique_ptr<T[]> all(new T[task.length]);
+    H5Dread(set, task.type, H5S_ALL, H5S_ALL, H5P_DEFAULT, all.get());
+    for (std::size_t i = 0; i < task.count; ++i)
     {
-        static_cast<T*>(task.data)[i] = all[i * task.stride];
+        static_cast<T*>(task.memory)[i] = all[i * task.stride];
     }
 }
 
-struct ReadSelected
-{
-    void operator()(const ITable& table, const Task& task) const { table.GetFromSelection(task.data, -1, task.rows); }
-    // The faster of two ways: a selection of points for few rows, all rows for many.
-    void operator()(hid_t set, const Task& task) const
+const Work kReadStrideOfArrays(
+    "read a stride of arrays", kArray, kOnce,
+    [](const IArray& array, const Task& task)
+    {
+        const int stride = static_cast<int>(task.stride);
+        array.GetFromHyperslab(task.memory, 0, stride, static_cast<int>(task.count), task.number);
+    },
+    ReadStridePlainly, ReadStrideByCpp);
+const Work kReadStrideOfTables(
+    "read a stride of tables", kTable, kOnce,
+    [](const ITable& table, const Task& task)
+    { table.GetFromHyperslab(task.memory, 0, task.stride, task.count, task.type); },
+    ReadStridePlainly, ReadStrideByCpp);
+const Side kPickOfArrays("plain read all and pick of arrays", PlainFile, kArray, kOnce, ReadAllAndPick<double>);
+const Side kPickOfTables("plain read all and pick of tables", PlainFile, kTable, kOnce, ReadAllAndPick<Reading>);
+
+// The plain side takes the faster of two ways: a selection of points for few rows, all rows for many.
+const Work kReadSelected(
+    "read selected", kTable, kOnce,
+    [](const ITable& table, const Task& task) { table.GetFromSelection(task.memory, -1, task.rows); },
+    [](hid_t set, const Task& task)
     {
         const hsize_t count = task.rows.size();
         if (count >= kPickFrom)
         {
-            const auto all = ReadAll<Reading>(set, task);
-            std::transform(task.rows.begin(), task.rows.end(), static_cast<Reading*>(task.data),
+            const std::unique_ptr<Reading[]> all(new Reading[task.length]);
+            H5Dread(set, task.type, H5S_ALL, H5S_ALL, H5P_DEFAULT, all.get());
+            std::transform(task.rows.begin(), task.rows.end(), static_cast<Reading*>(task.memory),
                            [&](hsize_t row) { return all[row]; });
             return;
         }
         const Id file(H5Dget_space(set));
         const Id memory(H5Screate_simple(1, &count, nullptr));
         H5Sselect_elements(file, H5S_SELECT_SET, count, task.rows.data());
-        H5Dread(set, task.type, memory, file, H5P_DEFAULT, task.data);
-    }
-    void operator()(const H5::DataSet& set, const Task& task) const
+        H5Dread(set, task.type, memory, file, H5P_DEFAULT, task.memory);
+    },
+    [](const H5::DataSet& set, const Task& task)
     {
         const hsize_t count = task.rows.size();
         const H5::DataSpace file = set.getSpace();
         file.selectElements(H5S_SELECT_SET, count, task.rows.data());
-        set.read(task.data, H5::DataType(task.type), H5::DataSpace(1, &count), file);
-    }
-};
+        set.read(task.memory, H5::DataType(task.type), H5::DataSpace(1, &count), file);
+    });
 
 // The spaces of a transfer by HDF5's C++ API between a run of the table and selected rows of the buffer.
 struct CppRun
@@ -170,7 +169,7 @@ struct CppRun
     H5::DataSpace memory;
     H5::DataSpace file;
 
-    CppRun(const H5::DataSet& set, const Task& task) : type(task.type), memory(1, &task.count), file(set.getSpace())
+    CppRun(const H5::DataSet& set, const Task& task) : type(task.type), memory(1, &task.length), file(set.getSpace())
     {
         const hsize_t count = task.rows.size();
         memory.selectElements(H5S_SELECT_SET, count, task.rows.data());
@@ -179,105 +178,76 @@ struct CppRun
 };
 
 // A run of the table goes to selected rows of the buffer,
-struct Scatter
-{
-    void operator()(const ITable& table, const Task& task) const
-    {
-        table.GetFromHyperslabToSelection(task.data, task.count, task.type, kRunStart, task.rows);
-    }
-    void operator()(hid_t set, const Task& task) const
+const Work kScatter(
+    "scatter", kTable, kOnce,
+    [](const ITable& table, const Task& task)
+    { table.GetFromHyperslabToSelection(task.memory, task.length, task.type, kRunStart, task.rows); },
+    [](hid_t set, const Task& task)
     {
         const hsize_t count = task.rows.size();
-        const std::unique_ptr<Reading[]> run(new Reading[count]);
-        const Id file = SelectedSpace(set, kRunStart, 1, count);
-        const Id memory(H5Screate_simple(1, &count, nullptr));
-        H5Dread(set, task.type, memory, file, H5P_DEFAULT, run.get());
+        const std::unique_ptr<Reading[]> rows(new Reading[count]);
+        const Stride run(set, kRunStart, 1, count);
+        H5Dread(set, task.type, run.memory, run.file, H5P_DEFAULT, rows.get());
         for (std::size_t i = 0; i < count; ++i)
         {
-            static_cast<Reading*>(task.data)[task.rows[i]] = run[i];
+            static_cast<Reading*>(task.memory)[task.rows[i]] = rows[i];
         }
-    }
-    void operator()(const H5::DataSet& set, const Task& task) const
+    },
+    [](const H5::DataSet& set, const Task& task)
     {
         const CppRun run(set, task);
-        set.read(task.data, run.type, run.memory, run.file);
-    }
-};
+        set.read(task.memory, run.type, run.memory, run.file);
+    });
 
 // and back.
-struct Collect
-{
-    void operator()(ITable& table, const Task& task) const
-    {
-        table.SetToHyperslabFromSelection(task.data, task.count, task.type, kRunStart, task.rows);
-    }
-    void operator()(hid_t set, const Task& task) const
+const Work kCollect(
+    "collect", kTable, kOnce,
+    [](ITable& table, const Task& task)
+    { table.SetToHyperslabFromSelection(task.data, task.length, task.type, kRunStart, task.rows); },
+    [](hid_t set, const Task& task)
     {
         const hsize_t count = task.rows.size();
-        const std::unique_ptr<Reading[]> run(new Reading[count]);
+        const std::unique_ptr<Reading[]> rows(new Reading[count]);
         const auto* buffer = static_cast<const Reading*>(task.data);
-        std::transform(task.rows.begin(), task.rows.end(), run.get(), [=](hsize_t row) { return buffer[row]; });
-        const Id file = SelectedSpace(set, kRunStart, 1, count);
-        const Id memory(H5Screate_simple(1, &count, nullptr));
-        H5Dwrite(set, task.type, memory, file, H5P_DEFAULT, run.get());
-    }
-    void operator()(const H5::DataSet& set, const Task& task) const
+        std::transform(task.rows.begin(), task.rows.end(), rows.get(), [=](hsize_t row) { return buffer[row]; });
+        const Stride run(set, kRunStart, 1, count);
+        H5Dwrite(set, task.type, run.memory, run.file, H5P_DEFAULT, rows.get());
+    },
+    [](const H5::DataSet& set, const Task& task)
     {
         const CppRun run(set, task);
         set.write(task.data, run.type, run.memory, run.file);
-    }
-};
+    });
 
 // The column of texts alone, and a string of each.
-struct ReadTexts
+template <typename ReadColumn>
+void ReadTexts(std::size_t rows, ReadColumn readColumn)
 {
-    template <typename ReadColumn>
-    static void ReadEach(std::size_t rows, ReadColumn readColumn)
+    constexpr std::size_t kText = sizeof(Reading::text);
+    const Id text(H5Tcopy(H5T_C_S1));
+    H5Tset_size(text, kText);
+    const Id type(H5Tcreate(H5T_COMPOUND, kText));
+    H5Tinsert(type, "text", 0, text);
+    const std::unique_ptr<char[]> texts(new char[rows * kText]);
+    readColumn(type.id, texts.get());
+    Names strings(rows);
+    for (std::size_t i = 0; i < rows; ++i)
     {
-        constexpr std::size_t kText = sizeof(Reading::text);
-        const Id text(H5Tcopy(H5T_C_S1));
-        H5Tset_size(text, kText);
-        const Id type(H5Tcreate(H5T_COMPOUND, kText));
-        H5Tinsert(type, "text", 0, text);
-        const std::unique_ptr<char[]> texts(new char[rows * kText]);
-        readColumn(type.id, texts.get());
-        Names strings(rows);
-        for (std::size_t i = 0; i < rows; ++i)
-        {
-            const char* begin = &texts[i * kText];
-            strings[i].assign(begin, strnlen(begin, kText));
-        }
+        const char* begin = &texts[i * kText];
+        strings[i].assign(begin, strnlen(begin, kText));
     }
-    void operator()(const ITable& table, const Task& /*task*/) const
+}
+
+const Work kReadTexts(
+    "read texts", kTable, kOnce,
+    [](const ITable& table, const Task& /*task*/)
     {
         Names strings;
         table.FeedStringVector(strings, 5);
-    }
-    void operator()(hid_t set, const Task& task) const
-    {
-        ReadEach(task.count, [=](hid_t type, char* to) { H5Dread(set, type, H5S_ALL, H5S_ALL, H5P_DEFAULT, to); });
-    }
-    void operator()(const H5::DataSet& set, const Task& task) const
-    {
-        ReadEach(task.count, [&](hid_t type, char* to) { set.read(to, H5::CompType(type)); });
-    }
-};
+    },
+    [](hid_t set, const Task& task)
+    { ReadTexts(task.length, [=](hid_t type, char* to) { H5Dread(set, type, H5S_ALL, H5S_ALL, H5P_DEFAULT, to); }); },
+    [](const H5::DataSet& set, const Task& task)
+    { ReadTexts(task.length, [&](hid_t type, char* to) { set.read(to, H5::CompType(type)); }); });
 
 } // namespace
-
-void bench::AddDataSetWorks(Works& works)
-{
-    const OpenData<false> openArray;
-    const OpenData<true> openTable;
-    AddWork(works, "write", Root{}, Write{});
-    AddWork(works, "read arrays", openArray, Read{});
-    AddWork(works, "read tables", openTable, Read{});
-    AddWork(works, "read a stride of arrays", openArray, ReadStride{});
-    AddWork(works, "read a stride of tables", openTable, ReadStride{});
-    AddSide(works, "plain read all and pick of arrays", PlainFile, openArray, ReadAllAndPick<double>);
-    AddSide(works, "plain read all and pick of tables", PlainFile, openTable, ReadAllAndPick<Reading>);
-    AddWork(works, "read selected", openTable, ReadSelected{});
-    AddWork(works, "scatter", openTable, Scatter{});
-    AddWork(works, "collect", openTable, Collect{});
-    AddWork(works, "read texts", openTable, ReadTexts{});
-}

@@ -1,9 +1,12 @@
+// Extensible arrays of 16 columns, to which blocks are appended or from which they are read.
 #include "Work.h"
 
 using namespace bench;
 
 namespace
 {
+
+using Array = IExtensibleArray2D;
 
 constexpr hsize_t kColumns = 16;
 constexpr std::size_t kCacheBytes = std::size_t{16} << 20U;
@@ -37,7 +40,7 @@ struct PlainArray
 
 struct Open
 {
-    boost::shared_ptr<IExtensibleArray2D> operator()(IFile& file, const Task& task) const
+    boost::shared_ptr<Array> operator()(IFile& file, const Task& task) const
     {
         const auto rows = static_cast<unsigned int>(task.shape[0]);
         const auto columns = static_cast<unsigned int>(task.shape[1]);
@@ -59,6 +62,32 @@ struct Open
     }
 };
 
+struct IdOf
+{
+    hid_t operator()(const Array& array) const { return array.LocationID(); }
+    hid_t operator()(const PlainArray& array) const { return array.set; }
+    hid_t operator()(const H5::DataSet& set) const { return set.getId(); }
+    hid_t operator()(hid_t set) const { return set; }
+};
+
+// What was appended is in the file at the end, however much a cache can hold.
+constexpr auto kForEachBlock = [](auto& array, const Task& task, const auto& move)
+{
+    for (std::size_t i = 0; i < task.count; ++i)
+    {
+        move(array, task, Place{i * task.distance[0], i * task.distance[1]});
+    }
+    if (task.mode == "w")
+    {
+        H5Dflush(IdOf{}(array));
+    }
+};
+
+Place EndOf(const Task& task, const Place& start)
+{
+    return {start[0] + task.block[0], start[1] + task.block[1]};
+}
+
 void Transfer(hid_t set, hid_t memory, hid_t file, const Task& task)
 {
     if (task.mode == "w")
@@ -67,7 +96,7 @@ void Transfer(hid_t set, hid_t memory, hid_t file, const Task& task)
     }
     else
     {
-        H5Dread(set, H5T_NATIVE_DOUBLE, memory, file, H5P_DEFAULT, task.data);
+        H5Dread(set, H5T_NATIVE_DOUBLE, memory, file, H5P_DEFAULT, task.memory);
     }
 }
 
@@ -75,7 +104,7 @@ void MovePlainly(PlainArray& array, const Task& task, const Place& start)
 {
     if (task.mode == "w")
     {
-        const Place end = {start[0] + task.block[0], start[1] + task.block[1]};
+        const Place end = EndOf(task, start);
         H5Dset_extent(array.set, end.data());
         H5Sset_extent_simple(array.space, 2, end.data(), kUnlimited);
     }
@@ -88,7 +117,7 @@ void MovePlainly(PlainArray& array, const Task& task, const Place& start)
     Transfer(array.set, array.memory, array.space, task);
 }
 
-// Nothing is saved, every space is asked for.
+// Nothing is saved, every space is asked for, and the cache is HDF5's default.
 void MoveLiterally(hid_t set, const Task& task, const Place& start)
 {
     if (task.mode == "w")
@@ -96,7 +125,7 @@ void MoveLiterally(hid_t set, const Task& task, const Place& start)
         Place end = {};
         const Id extent(H5Dget_space(set));
         H5Sget_simple_extent_dims(extent, end.data(), nullptr);
-        end = {start[0] + task.block[0], start[1] + task.block[1]};
+        end = EndOf(task, start);
         H5Dset_extent(set, end.data());
     }
     const Id file(H5Dget_space(set));
@@ -109,7 +138,7 @@ void MoveByCpp(const H5::DataSet& set, const Task& task, const Place& start)
 {
     if (task.mode == "w")
     {
-        const Place end = {start[0] + task.block[0], start[1] + task.block[1]};
+        const Place end = EndOf(task, start);
         set.extend(end.data());
     }
     const H5::DataSpace file = set.getSpace();
@@ -121,72 +150,42 @@ void MoveByCpp(const H5::DataSet& set, const Task& task, const Place& start)
     }
     else
     {
-        set.read(task.data, H5::PredType::NATIVE_DOUBLE, memory, file);
+        set.read(task.memory, H5::PredType::NATIVE_DOUBLE, memory, file);
     }
 }
 
-using Array = IExtensibleArray2D;
-
-struct IdOf
+const Side kPlain("plain move blocks", PlainFile, Open{}, kForEachBlock, MovePlainly);
+const Side kCpp("cpp move blocks", CppFile, Open{}, kForEachBlock, MoveByCpp);
+const auto kOpenLiterally = [](hid_t file, const Task& task)
 {
-    hid_t operator()(const Array& array) const { return array.LocationID(); }
-    hid_t operator()(const PlainArray& array) const { return array.set; }
-    hid_t operator()(const H5::DataSet& set) const { return set.getId(); }
-    hid_t operator()(hid_t set) const { return set; }
+    return Id(CreateOrOpen(file, task, H5P_DEFAULT));
 };
+const Side kLiteral("plain move blocks literally", PlainFile, kOpenLiterally, kForEachBlock, MoveLiterally);
 
-// What was appended is in the file at the end, however much a cache can hold.
-template <typename AnyArray, typename AnyMove>
-void ForEachBlock(AnyArray& array, const Task& task, AnyMove move)
+template <typename Move>
+Side ByLibrary(Name work, Move move)
 {
-    for (std::size_t i = 0; i < task.blocks; ++i)
-    {
-        const Place start = {i * task.distance[0], i * task.distance[1]};
-        move(array, task, start);
-    }
-    if (task.mode == "w")
-    {
-        H5Dflush(IdOf{}(array));
-    }
+    return Side("library " + work, LibraryFile, Open{}, kForEachBlock, move);
 }
 
-struct MoveBlocks
+int Int(hsize_t number)
 {
-    void operator()(PlainArray& array, const Task& task) const { ForEachBlock(array, task, MovePlainly); }
-    void operator()(H5::DataSet& set, const Task& task) const { ForEachBlock(set, task, MoveByCpp); }
-    void operator()(Id& set, const Task& task) const { ForEachBlock(set, task, MoveLiterally); }
+    return static_cast<int>(number);
+}
+
+const Side kLibrary[] = {
+    ByLibrary("append a row", [](Array& array, const Task& task, const Place& /*start*/)
+              { array.AppendRowFromBuffer(task.data, kDouble); }),
+    ByLibrary("append rows", [](Array& array, const Task& task, const Place& /*start*/)
+              { array.AppendRowsFromBuffer(Int(task.block[0]), task.data, kDouble); }),
+    ByLibrary("append a column", [](Array& array, const Task& task, const Place& /*start*/)
+              { array.AppendColumnFromBuffer(task.data, kDouble); }),
+    ByLibrary("read a row", [](Array& array, const Task& task, const Place& start)
+              { array.ReadRowToBuffer(Int(start[0]), task.memory, kDouble); }),
+    ByLibrary("read rows", [](Array& array, const Task& task, const Place& start)
+              { array.ReadRowsToBuffer(Int(start[0]), Int(task.block[0]), task.memory, kDouble); }),
+    ByLibrary("read a column", [](Array& array, const Task& task, const Place& start)
+              { array.ReadColumnToBuffer(Int(start[1]), task.memory, kDouble); }),
 };
 
 } // namespace
-
-void bench::AddExtensibleArrayWorks(Works& works)
-{
-    const auto addByLibrary = [&](Name work, auto move)
-    {
-        AddSide(works, "library " + work, LibraryFile, Open{},
-                [=](Array& array, const Task& task) { ForEachBlock(array, task, move); });
-    };
-    // The literal calls have HDF5's default cache.
-    const auto openLiterally = [](hid_t file, const Task& task)
-    {
-        return Id(CreateOrOpen(file, task, H5P_DEFAULT));
-    };
-    addByLibrary("append a row", [](auto& array, auto& task, auto&) { array.AppendRowFromBuffer(task.data, kDouble); });
-    addByLibrary("append rows", [](auto& array, auto& task, auto&)
-                 { array.AppendRowsFromBuffer(static_cast<int>(task.block[0]), task.data, kDouble); });
-    addByLibrary("append a column",
-                 [](auto& array, auto& task, auto&) { array.AppendColumnFromBuffer(task.data, kDouble); });
-    addByLibrary("read a row", [](auto& array, auto& task, auto& start)
-                 { array.ReadRowToBuffer(static_cast<int>(start[0]), task.data, kDouble); });
-    addByLibrary("read rows",
-                 [](auto& array, auto& task, auto& start)
-                 {
-                     const int count = static_cast<int>(task.block[0]);
-                     array.ReadRowsToBuffer(static_cast<int>(start[0]), count, task.data, kDouble);
-                 });
-    addByLibrary("read a column", [](auto& array, auto& task, auto& start)
-                 { array.ReadColumnToBuffer(static_cast<int>(start[1]), task.data, kDouble); });
-    AddSide(works, "plain move blocks", PlainFile, Open{}, MoveBlocks{});
-    AddSide(works, "cpp move blocks", CppFile, Open{}, MoveBlocks{});
-    AddSide(works, "plain move blocks literally", PlainFile, openLiterally, MoveBlocks{});
-}

@@ -14,9 +14,9 @@
 namespace bench
 {
 
-NLOHMANN_DEFINE_TYPE_NON_INTRUSIVE_WITH_DEFAULT(Task, work, kind, path, mode, size, rounds, times, isFirst, element,
-                                                dataPath, chunk, level, stride, picked, rowsPath, shape, block,
-                                                distance, blocks, groups, names, texts)
+NLOHMANN_DEFINE_TYPE_NON_INTRUSIVE_WITH_DEFAULT(Task, work, kind, path, mode, rounds, times, isFirst, count, dataPath,
+                                                element, level, chunk, stride, rowsPath, shape, block, distance, groups,
+                                                names, texts)
 
 } // namespace bench
 
@@ -25,7 +25,17 @@ using namespace bench;
 namespace
 {
 
+constexpr const char* kMark = "__vorl_api_version";
+constexpr hsize_t kOne = 1;
+unsigned int version = 1;
 double seconds = 0; // Of the task at hand.
+
+unsigned int FlagsOf(Name mode)
+{
+    static const std::map<std::string, unsigned int> flags = {
+        {"w", H5F_ACC_TRUNC}, {"r", H5F_ACC_RDONLY}, {"r+", H5F_ACC_RDWR}};
+    return flags.at(mode);
+}
 
 // Every block of the process's heap goes through here, the library's and HDF5's.
 struct Heap
@@ -87,12 +97,15 @@ void Load(Task& task)
         {"<i4", {H5Tcopy(H5T_NATIVE_INT), TDataType::Int}},
         {"<i2", {H5Tcopy(H5T_NATIVE_SHORT), TDataType::Short}},
         {"reading", {ReadingType(), {}}}};
+    static std::vector<char> memory;
     if (!task.dataPath.empty())
     {
         std::vector<char>& bytes = Bytes(task.dataPath);
+        memory.resize(std::max(memory.size(), bytes.size()));
         std::tie(task.type, task.number) = types.at(task.element);
         task.data = bytes.data();
-        task.count = bytes.size() / H5Tget_size(task.type);
+        task.memory = memory.data();
+        task.length = bytes.size() / H5Tget_size(task.type);
     }
     if (!task.rowsPath.empty())
     {
@@ -108,9 +121,9 @@ extern "C"
 {
     // NOLINTBEGIN(bugprone-reserved-identifier): these are glibc's names.
     void* __libc_malloc(std::size_t size);
-    void* __libc_calloc(std::size_t count, std::size_t size);
-    void* __libc_realloc(void* block, std::size_t size);
-    void __libc_free(void* block);
+    void* __libc_calloc(std::size_t nmemb, std::size_t size);
+    void* __libc_realloc(void* ptr, std::size_t size);
+    void __libc_free(void* ptr);
     // NOLINTEND(bugprone-reserved-identifier)
 
     void* malloc(std::size_t size)
@@ -118,22 +131,22 @@ extern "C"
         return Count(__libc_malloc(size), 1);
     }
 
-    void* calloc(std::size_t count, std::size_t size)
+    void* calloc(std::size_t nmemb, std::size_t size)
     {
-        return Count(__libc_calloc(count, size), 1);
+        return Count(__libc_calloc(nmemb, size), 1);
     }
 
-    void* realloc(void* block, std::size_t size)
+    void* realloc(void* ptr, std::size_t size)
     {
-        Count(block, -1);
-        void* moved = __libc_realloc(block, size);
-        Count(moved == nullptr && size != 0 ? block : moved, 1);
+        Count(ptr, -1);
+        void* moved = __libc_realloc(ptr, size);
+        Count(moved == nullptr && size != 0 ? ptr : moved, 1);
         return moved;
     }
 
-    void free(void* block)
+    void free(void* ptr)
     {
-        __libc_free(Count(block, -1));
+        __libc_free(Count(ptr, -1));
     }
 }
 
@@ -153,9 +166,9 @@ void bench::Measure(const Task& task, const std::function<void()>& work)
     heap.isCounted = false;
 }
 
-boost::shared_ptr<IFile> bench::LibraryFile(const Task& task)
+boost::shared_ptr<IFile> bench::LibraryFile(Name path, Name mode)
 {
-    return IFile::Open(task.path, task.mode, 0);
+    return IFile::Open(path, mode, 0);
 }
 
 Id bench::PlainAccessList()
@@ -166,53 +179,54 @@ Id bench::PlainAccessList()
     return Id(access);
 }
 
-void bench::LowerHitRateThreshold(hid_t file)
+Id bench::PlainFileWith(hid_t access, Name path, Name mode)
 {
+    const bool isNew = mode == "w";
+    const unsigned int flags = FlagsOf(mode);
+    const hid_t file =
+        isNew ? H5Fcreate(path.c_str(), flags, H5P_DEFAULT, access) : H5Fopen(path.c_str(), flags, access);
     H5AC_cache_config_t config;
     config.version = H5AC__CURR_CACHE_CONFIG_VERSION;
     H5Fget_mdc_config(file, &config);
     config.lower_hr_threshold = 0.8;
     H5Fset_mdc_config(file, &config);
-}
-
-void bench::WriteMark(hid_t file)
-{
-    const hsize_t one = 1;
-    const unsigned int version = 1;
-    const Id space(H5Screate_simple(1, &one, nullptr));
-    const Id mark(H5Acreate2(file, kMark, H5T_NATIVE_UINT, space, H5P_DEFAULT, H5P_DEFAULT));
-    H5Awrite(mark, H5T_NATIVE_UINT, &version);
-}
-
-Id bench::PlainFile(const Task& task)
-{
-    const Id access = PlainAccessList();
-    const bool isNew = task.mode == "w";
-    const unsigned int flags = task.mode == "r" ? H5F_ACC_RDONLY : H5F_ACC_RDWR;
-    const hid_t file = isNew ? H5Fcreate(task.path.c_str(), H5F_ACC_TRUNC, H5P_DEFAULT, access)
-                             : H5Fopen(task.path.c_str(), flags, access);
-    LowerHitRateThreshold(file);
     if (isNew)
     {
-        WriteMark(file);
+        const Id space(H5Screate_simple(1, &kOne, nullptr));
+        const Id mark(H5Acreate2(file, kMark, H5T_NATIVE_UINT, space, H5P_DEFAULT, H5P_DEFAULT));
+        H5Awrite(mark, H5T_NATIVE_UINT, &version);
+    }
+    else
+    {
+        const Id mark(H5Aopen(file, kMark, H5P_DEFAULT));
+        H5Aread(mark, H5T_NATIVE_UINT, &version);
     }
     return Id(file);
 }
 
-H5::H5File bench::CppFile(const Task& task)
+Id bench::PlainFile(Name path, Name mode)
 {
-    const unsigned int reading = task.mode == "r" ? H5F_ACC_RDONLY : H5F_ACC_RDWR;
-    return H5::H5File(task.path, task.mode == "w" ? H5F_ACC_TRUNC : reading);
+    return PlainFileWith(PlainAccessList(), path, mode);
+}
+
+H5::H5File bench::CppFile(Name path, Name mode)
+{
+    const auto& type = H5::PredType::NATIVE_UINT;
+    H5::H5File file(path, FlagsOf(mode));
+    if (mode == "w")
+    {
+        file.createAttribute(kMark, type, H5::DataSpace(1, &kOne)).write(type, &version);
+    }
+    else
+    {
+        file.openAttribute(kMark).read(type, &version);
+    }
+    return file;
 }
 
 // NOLINTNEXTLINE(bugprone-exception-escape): bench.py tells at which work the program ended.
 int main()
 {
-    Works works;
-    AddObjectWorks(works);
-    AddDataSetWorks(works);
-    AddExtensibleArrayWorks(works);
-    AddTypedWorks(works);
     std::cout << "HDF5 " << H5_VERS_MAJOR << "." << H5_VERS_MINOR << "." << H5_VERS_RELEASE << ", gcc " << __VERSION__
               << std::endl;
     for (std::string line; std::getline(std::cin, line);)
@@ -223,7 +237,7 @@ int main()
         H5Eset_auto2(H5E_DEFAULT, task.work.find("plain") == 0 ? &EndAtAnError : nullptr, nullptr);
         for (std::size_t round = 0; round < task.rounds; ++round)
         {
-            works.at(task.work)(task);
+            Works().at(task.work)(task);
         }
         const bool isFile = std::filesystem::is_regular_file(task.path);
         std::cout << seconds / static_cast<double>(task.rounds) << " " << heap.peak << " "

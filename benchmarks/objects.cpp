@@ -9,120 +9,46 @@ using namespace bench;
 namespace
 {
 
-// One access list serves all files. The kind names the parts of the library's files that they have.
-void CreateFiles(const Names& paths, const Task& task)
-{
-    const bool isMarked = task.kind.find("mark") != std::string::npos;
-    const bool isCacheSet = task.kind.find("cache") != std::string::npos;
-    const Id access = PlainAccessList();
-    for (Name path : paths)
-    {
-        const Id file(H5Fcreate(path.c_str(), H5F_ACC_TRUNC, H5P_DEFAULT, access));
-        if (isCacheSet)
-        {
-            LowerHitRateThreshold(file);
-        }
-        if (isMarked)
-        {
-            WriteMark(file);
-        }
-    }
-}
+const Side kFilesByLibrary("library files", [](const Task& task)
+                           { ForEach(task.names, [&](Name path) { LibraryFile(path, task.mode)->Close(); }); });
+const Side kFilesByCpp("cpp files",
+                       [](const Task& task) { ForEach(task.names, [&](Name path) { CppFile(path, task.mode); }); });
+const Side kFilesWithAListEach("plain files, a list each", [](const Task& task)
+                               { ForEach(task.names, [&](Name path) { PlainFile(path, task.mode); }); });
+const Side kFilesPlainly("plain files",
+                         [](const Task& task)
+                         {
+                             const Id access = PlainAccessList();
+                             ForEach(task.names, [&](Name path) { PlainFileWith(access, path, task.mode); });
+                         });
 
-void CreateFileByCpp(Name path)
-{
-    const unsigned int version = 1;
-    const hsize_t one = 1;
-    const H5::H5File file(path, H5F_ACC_TRUNC);
-    const auto mark = file.createAttribute(kMark, H5::PredType::NATIVE_UINT, H5::DataSpace(1, &one));
-    mark.write(H5::PredType::NATIVE_UINT, &version);
-}
-
-void OpenFiles(const Names& paths, const Task& /*task*/)
-{
-    unsigned int version = 0;
-    const Id access = PlainAccessList();
-    for (Name path : paths)
-    {
-        const Id file(H5Fopen(path.c_str(), H5F_ACC_RDONLY, access));
-        LowerHitRateThreshold(file);
-        const Id mark(H5Aopen(file, kMark, H5P_DEFAULT));
-        H5Aread(mark, H5T_NATIVE_UINT, &version);
-    }
-}
-
-void OpenFileByCpp(Name path)
-{
-    unsigned int version = 0;
-    const H5::H5File file(path, H5F_ACC_RDONLY);
-    file.openAttribute(kMark).read(H5::PredType::NATIVE_UINT, &version);
-}
-
-void AddFileWorks(Works& works)
-{
-    const auto add = [&](Name sideAndWork, auto work)
-    {
-        works[sideAndWork] = [=](const Task& task)
-        {
-            Measure(task, [&] { work(task.names, task); });
-        };
-    };
-    const auto addForEach = [&](Name sideAndWork, auto work)
-    {
-        add(sideAndWork, [=](const Names& paths, const Task& /*task*/) { ForEach(paths, work); });
-    };
-    add("plain create files", CreateFiles);
-    add("plain create files, a list each",
-        [](const Names& paths, const Task& task) { ForEach(paths, [&](Name path) { CreateFiles({path}, task); }); });
-    add("plain open files", OpenFiles);
-    addForEach("library create files", [](Name path) { IFile::Open(path, "w", 0)->Close(); });
-    addForEach("cpp create files", CreateFileByCpp);
-    addForEach("library open files", [](Name path) { IFile::Open(path, "r", 0)->Close(); });
-    addForEach("cpp open files", OpenFileByCpp);
-}
-
-// The work for each name, for what has nothing to make once for all.
-template <typename Work>
-auto ForEachName(Work work)
-{
-    return [=](auto& group, const Task& task)
-    {
-        ForEach(task.names, [&](Name name) { work(group, name); });
-    };
-}
-
-struct CreateGroups
-{
-    void operator()(IGroup& root, const Task& task) const
-    {
-        ForEach(task.names, [&](Name path) { root.CreateGroup(path); });
-    }
-    void operator()(hid_t root, const Task& task) const
+const Work kCreateGroups(
+    "create groups", Root{}, kOnce,
+    [](IGroup& root, const Task& task) { ForEach(task.names, [&](Name path) { root.CreateGroup(path); }); },
+    [](hid_t root, const Task& task)
     {
         const Id links(H5Pcreate(H5P_LINK_CREATE));
         H5Pset_create_intermediate_group(links, 1);
         ForEach(task.names, [&](Name path) { Id(H5Gcreate2(root, path.c_str(), links, H5P_DEFAULT, H5P_DEFAULT)); });
-    }
-    void operator()(const H5::Group& root, const Task& task) const
+    },
+    [](const H5::Group& root, const Task& task)
     {
         H5::LinkCreatPropList links;
         links.setCreateIntermediateGroup(true);
         ForEach(task.names, [&](Name path) { root.createGroup(path, links); });
-    }
-};
+    });
 
+// A space and a creation list serve all arrays.
 constexpr hsize_t kLength = 8;
 double values[kLength] = {1, 2, 3, 4, 5, 6, 7, 8};
 
-// A space and a creation list serve all arrays.
-struct CreateArrays
-{
-    void operator()(IGroup& root, const Task& task) const
-    {
+const Work kCreateArrays(
+    "create arrays", Root{}, kOnce,
+    [](IGroup& root, const Task& task) {
         ForEach(task.names,
                 [&](Name name) { root.CreateArrayFromBuffer(name, values, TDataType::Double, kLength, 1); });
-    }
-    void operator()(hid_t root, const Task& task) const
+    },
+    [](hid_t root, const Task& task)
     {
         const Id space(H5Screate_simple(1, &kLength, nullptr));
         const Id list = CreationList(1, &kLength, 0);
@@ -131,16 +57,33 @@ struct CreateArrays
             const Id set(H5Dcreate2(root, name.c_str(), H5T_NATIVE_DOUBLE, space, H5P_DEFAULT, list, H5P_DEFAULT));
             H5Dwrite(set, H5T_NATIVE_DOUBLE, H5S_ALL, H5S_ALL, H5P_DEFAULT, values);
         }
-    }
-    void operator()(const H5::Group& root, const Task& task) const
+    },
+    [](const H5::Group& root, const Task& task)
     {
         const auto& type = H5::PredType::NATIVE_DOUBLE;
         const H5::DataSpace space(1, &kLength);
         H5::DSetCreatPropList list;
         list.setChunk(1, &kLength);
         ForEach(task.names, [&](Name name) { root.createDataSet(name, type, space, list).write(values, type); });
-    }
+    });
+
+struct TableRow
+{
+    double value;
+    int number;
 };
+
+void CreateTable(IGroup& root, Name name)
+{
+    static const RowType<TableRow> type = {{"value", &TableRow::value}, {"number", &TableRow::number}};
+    TableRow row = {1.5, 2};
+    root.CreateTableFromBuffer(name, &row, 1, type.Id(), 0, -1, 0);
+}
+
+const Side kCreateTables("library create tables", LibraryFile, Root{}, kForEachName, CreateTable);
+const Side kCreateExtensibleArrays("library create extensible arrays", LibraryFile, Root{}, kForEachName,
+                                   [](IGroup& root, Name name)
+                                   { root.CreateExtensibleArray2D(name, TDataType::Double, 0, 16, 1024, 16, 0); });
 
 // What a caller has to know of a data set before reading it.
 void AskNumberType(hid_t type)
@@ -164,26 +107,26 @@ void AskShape(hid_t set)
     }
 }
 
-struct OpenByName
-{
-    void (*openByLibrary)(IGroup& root, Name name);
-
-    void operator()(IGroup& root, Name name) const { openByLibrary(root, name); }
-    void operator()(hid_t root, Name name) const
+const Work kOpen(
+    "open", Root{}, kForEachName, [](IGroup& root, Name name) { root.GetArray(name)->GetLength(); },
+    [](hid_t root, Name name)
     {
         const Id set(H5Dopen2(root, name.c_str(), H5P_DEFAULT));
         AskNumberType(Id(H5Dget_type(set)));
         AskShape(set);
-    }
-    void operator()(const H5::Group& root, Name name) const
+    },
+    [](const H5::Group& root, Name name)
     {
         hsize_t dimensions[2] = {0, 0};
         hsize_t maximum[2] = {0, 0};
         const H5::DataSet set = root.openDataSet(name);
         set.getDataType().getSize();
         set.getSpace().getSimpleExtentDims(dimensions, maximum);
-    }
-};
+    });
+const Side kOpenExtensible("library open extensible", LibraryFile, Root{}, kForEachName,
+                           [](IGroup& root, Name name) { root.GetExtensibleArray2D(name); });
+const Side kIsExtensible("library is extensible", LibraryFile, Root{}, kForEachName,
+                         [](IGroup& root, Name name) { root.HasExtensibleArray2D(name); });
 
 // Asks whether the path leads to a data set before opening it, and finds the type by comparing.
 void OpenByLiteralCalls(hid_t root, Name name)
@@ -203,6 +146,8 @@ void OpenByLiteralCalls(hid_t root, Name name)
     }
 }
 
+const Side kOpenLiterally("plain open literally", PlainFile, Root{}, kForEachName, OpenByLiteralCalls);
+
 H5O_type_t TypeOfChild(hid_t group, const char* name)
 {
     H5O_info_t info;
@@ -210,18 +155,12 @@ H5O_type_t TypeOfChild(hid_t group, const char* name)
     return info.type;
 }
 
-struct Has
-{
-    bool operator()(IGroup& root, Name name) const { return root.HasArray(name); }
-    bool operator()(hid_t root, Name name) const
-    {
-        return H5Lexists(root, name.c_str(), H5P_DEFAULT) > 0 && TypeOfChild(root, name.c_str()) == H5O_TYPE_DATASET;
-    }
-    bool operator()(const H5::Group& root, Name name) const
-    {
-        return root.nameExists(name) && root.childObjType(name) == H5O_TYPE_DATASET;
-    }
-};
+const Work kHas(
+    "has", Root{}, kForEachName, [](IGroup& root, Name name) { root.HasArray(name); },
+    [](hid_t root, Name name)
+    { return H5Lexists(root, name.c_str(), H5P_DEFAULT) > 0 && TypeOfChild(root, name.c_str()) == H5O_TYPE_DATASET; },
+    [](const H5::Group& root, Name name)
+    { return root.nameExists(name) && root.childObjType(name) == H5O_TYPE_DATASET; });
 
 struct Listing
 {
@@ -232,9 +171,10 @@ struct Listing
 // Asks a data set for type and shape.
 bool IsOfKind(hid_t child, Name kind)
 {
-    if (kind == "groups" || H5Iget_type(child) != H5I_DATASET)
+    const H5I_type_t object = H5Iget_type(child);
+    if (object == H5I_GROUP || kind == "groups")
     {
-        return kind == "groups" && H5Iget_type(child) == H5I_GROUP;
+        return object == H5I_GROUP && kind == "groups";
     }
     const Id type(H5Dget_type(child));
     const bool isTable = H5Tget_class(type) == H5T_COMPOUND;
@@ -254,35 +194,34 @@ bool IsOfKind(hid_t child, Name kind)
     return true;
 }
 
-herr_t OpenChild(hid_t group, const char* name, const H5L_info_t* info, void* data)
+herr_t OpenChild(hid_t group, const char* name, const H5L_info_t* /*info*/, void* data)
 {
     auto& listing = *static_cast<Listing*>(data);
-    const hid_t child = info->type == H5L_TYPE_HARD ? H5Oopen(group, name, H5P_DEFAULT) : H5I_INVALID_HID;
-    const bool isListed = child >= 0 && IsOfKind(child, listing.kind);
-    if (isListed)
+    const hid_t child = H5Oopen(group, name, H5P_DEFAULT);
+    if (!IsOfKind(child, listing.kind))
     {
-        listing.ids.push_back(child);
+        return H5Oclose(child);
     }
-    return isListed || child < 0 ? 0 : H5Oclose(child);
+    listing.ids.push_back(child);
+    return 0;
 }
 
 // Opens all children of a kind, in the order of names, and asks data sets for type and shape.
-struct List
-{
-    void operator()(const IGroup& root, const Task& task) const
+const Work kList(
+    "list", Root{}, kOnce,
+    [](const IGroup& root, const Task& task)
     {
-        using ListKind = std::function<void(const IGroup&)>;
-        static const std::map<std::string, ListKind> lists = {
+        static const std::map<std::string, std::function<void(const IGroup&)>> lists = {
             {"arrays", &IGroup::ListArrays}, {"tables", &IGroup::ListTables}, {"groups", &IGroup::ListGroups}};
         lists.at(task.kind)(root);
-    }
-    void operator()(hid_t root, const Task& task) const
+    },
+    [](hid_t root, const Task& task)
     {
         Listing listing = {task.kind};
         H5Literate(root, H5_INDEX_NAME, H5_ITER_INC, nullptr, &OpenChild, &listing);
         ForEach(listing.ids, H5Oclose);
-    }
-    void operator()(const H5::Group& root, const Task& task) const
+    },
+    [](const H5::Group& root, const Task& task)
     {
         std::vector<H5::Group> groups;
         std::vector<H5::DataSet> sets;
@@ -306,25 +245,22 @@ struct List
                 sets.push_back(set);
             }
         }
-    }
-};
+    });
 
-herr_t CountChild(hid_t group, const char* name, const H5L_info_t* info, void* count)
+herr_t CountChild(hid_t group, const char* name, const H5L_info_t* /*info*/, void* count)
 {
-    const bool isGroup = info->type == H5L_TYPE_HARD && TypeOfChild(group, name) == H5O_TYPE_GROUP;
-    *static_cast<std::size_t*>(count) += isGroup ? 1 : 0;
+    *static_cast<std::size_t*>(count) += TypeOfChild(group, name) == H5O_TYPE_GROUP ? 1 : 0;
     return 0;
 }
 
-struct CountGroups
-{
-    void operator()(const IGroup& root, const Task& /*task*/) const { root.GetNumberOfGroups(); }
-    void operator()(hid_t root, const Task& /*task*/) const
+const Work kCountGroups(
+    "count groups", Root{}, kOnce, [](const IGroup& root, const Task& /*task*/) { root.GetNumberOfGroups(); },
+    [](hid_t root, const Task& /*task*/)
     {
         std::size_t groups = 0;
         H5Literate(root, H5_INDEX_NAME, H5_ITER_INC, nullptr, &CountChild, &groups);
-    }
-    std::size_t operator()(const H5::Group& root, const Task& /*task*/) const
+    },
+    [](const H5::Group& root, const Task& /*task*/)
     {
         std::size_t groups = 0;
         const hsize_t children = root.getNumObjs();
@@ -333,54 +269,16 @@ struct CountGroups
             groups += root.childObjType(i) == H5O_TYPE_GROUP ? 1 : 0;
         }
         return groups;
-    }
-};
-
-struct TableRow
-{
-    double value;
-    int number;
-};
-
-void CreateTable(IGroup& root, Name name)
-{
-    static const RowType<TableRow> type = {{"value", &TableRow::value}, {"number", &TableRow::number}};
-    TableRow row = {1.5, 2};
-    root.CreateTableFromBuffer(name, &row, 1, type.Id(), 0, -1, 0);
-}
-
-void AddGroupAndArrayWorks(Works& works)
-{
-    const auto addMaker = [&](Name work, auto create)
-    {
-        AddSide(works, "library " + work, LibraryFile, Root{}, ForEachName(create));
-    };
-    const auto addOpen = [&](Name work, void (*openByLibrary)(IGroup & root, Name name))
-    {
-        AddWork(works, work, Root{}, ForEachName(OpenByName{openByLibrary}));
-    };
-    AddWork(works, "create groups", Root{}, CreateGroups{});
-    AddWork(works, "create arrays", Root{}, CreateArrays{});
-    addMaker("create tables", CreateTable);
-    addMaker("create extensible arrays", [](IGroup& root, Name name)
-             { root.CreateExtensibleArray2D(name, TDataType::Double, 0, 16, 1024, 16, 0); });
-    addOpen("open", [](IGroup& root, Name name) { root.GetArray(name)->GetLength(); });
-    addOpen("open extensible", [](IGroup& root, Name name) { root.GetExtensibleArray2D(name); });
-    addOpen("is extensible", [](IGroup& root, Name name) { root.HasExtensibleArray2D(name); });
-    AddSide(works, "plain open literally", PlainFile, Root{}, ForEachName(OpenByLiteralCalls));
-    AddWork(works, "has", Root{}, ForEachName(Has{}));
-    AddWork(works, "list", Root{}, List{});
-    AddWork(works, "count groups", Root{}, CountGroups{});
-}
+    });
 
 // Opens the groups on which attributes are spread; makes them in a new file.
-struct OpenGroups
+struct Groups
 {
-    template <typename OpenOne>
-    static auto OpenEach(const Task& task, OpenOne openOne)
+    template <typename Open>
+    static auto OpenEach(const Task& task, Open open)
     {
-        std::vector<decltype(openOne(task.path))> groups;
-        ForEach(task.groups, [&](Name name) { groups.push_back(openOne(name)); });
+        std::vector<decltype(open(task.path))> groups;
+        ForEach(task.groups, [&](Name name) { groups.push_back(open(name)); });
         return groups;
     }
     auto operator()(IFile& file, const Task& task) const
@@ -406,24 +304,18 @@ struct OpenGroups
 
 using Group = boost::shared_ptr<IGroup>;
 
-// The work for each attribute. One object of the work serves all: what it has is made once, in the time that is measured.
-template <typename Work>
-struct ForEachAttribute
+constexpr auto kForEachAttribute = [](const auto& groups, const Task& task, const auto& work)
 {
-    template <typename Groups>
-    void operator()(const Groups& groups, const Task& task) const
+    for (const auto& group : groups)
     {
-        const Work work;
-        for (const auto& group : groups)
+        for (std::size_t i = 0; i < task.names.size(); ++i)
         {
-            for (std::size_t i = 0; i < task.names.size(); ++i)
-            {
-                work(group, task.names[i], task.texts[i]);
-            }
+            work(group, task.names[i], task.texts[i]);
         }
     }
 };
 
+// Sets texts with one space and one type.
 struct SetPlainly
 {
     const hsize_t one = 1;
@@ -439,23 +331,25 @@ struct SetPlainly
     }
 };
 
-struct SetText
-{
-    void operator()(const Group& group, Name name, Name text) const { group->SetAttr(name, text); }
-    void operator()(hid_t group, Name name, Name text) const { SetPlainly{}(group, name, text); }
-    void operator()(const H5::Group& group, Name name, Name text) const
+const Work kSetTexts(
+    "set texts", Groups{}, kForEachAttribute,
+    [](const Group& group, Name name, Name text) { group->SetAttr(name, text); },
+    [](hid_t group, Name name, Name text) { SetPlainly{}(group, name, text); },
+    [](const H5::Group& group, Name name, Name text)
     {
         const hsize_t one = 1;
         H5::StrType type(H5::PredType::C_S1, text.size());
         type.setCset(H5T_CSET_UTF8);
         group.createAttribute(name, type, H5::DataSpace(1, &one)).write(type, text);
-    }
-};
+    });
+const Side kSetTextsAllMadeOnce("plain set texts, all made once", PlainFile, Groups{}, kOnce,
+                                [](const auto& groups, const Task& task)
+                                { kForEachAttribute(groups, task, SetPlainly{}); });
 
-struct GetText
-{
-    void operator()(const Group& group, Name name, Name /*text*/) const { group->GetAttr(name); }
-    void operator()(hid_t group, Name name, Name /*text*/) const
+const Work kGetTexts(
+    "get texts", Groups{}, kForEachAttribute,
+    [](const Group& group, Name name, Name /*text*/) { group->GetAttr(name); },
+    [](hid_t group, Name name, Name /*text*/)
     {
         const Id attribute(H5Aopen(group, name.c_str(), H5P_DEFAULT));
         const Id type(H5Aget_type(attribute));
@@ -464,14 +358,13 @@ struct GetText
         {
             H5Aread(attribute, type, text.data());
         }
-    }
-    void operator()(const H5::Group& group, Name name, Name /*text*/) const
+    },
+    [](const H5::Group& group, Name name, Name /*text*/)
     {
         const H5::Attribute attribute = group.openAttribute(name);
         std::string text;
         attribute.read(attribute.getStrType(), text);
-    }
-};
+    });
 
 herr_t CopyName(hid_t /*object*/, const char* name, const H5A_info_t* /*info*/, void* names)
 {
@@ -479,15 +372,16 @@ herr_t CopyName(hid_t /*object*/, const char* name, const H5A_info_t* /*info*/, 
     return 0;
 }
 
-struct ListAttributes
-{
-    void operator()(const Group& group) const { group->ListAttrs(); }
-    void operator()(hid_t group) const
+const Work kListAttributes(
+    "list attributes", Groups{},
+    [](const auto& groups, const Task& /*task*/, const auto& work) { ForEach(groups, work); },
+    [](const Group& group) { group->ListAttrs(); },
+    [](hid_t group)
     {
         Names names;
         H5Aiterate2(group, H5_INDEX_CRT_ORDER, H5_ITER_INC, nullptr, &CopyName, &names);
-    }
-    void operator()(const H5::Group& group) const
+    },
+    [](const H5::Group& group)
     {
         Names names;
         const int count = group.getNumAttrs();
@@ -495,26 +389,6 @@ struct ListAttributes
         {
             names.push_back(group.openAttribute(static_cast<unsigned int>(i)).getName());
         }
-    }
-};
-
-void AddAttributeWorks(Works& works)
-{
-    const auto list = [](const auto& groups, const Task& /*task*/)
-    {
-        ForEach(groups, ListAttributes{});
-    };
-    AddWork(works, "set texts", OpenGroups{}, ForEachAttribute<SetText>{});
-    AddSide(works, "plain set texts, all made once", PlainFile, OpenGroups{}, ForEachAttribute<SetPlainly>{});
-    AddWork(works, "get texts", OpenGroups{}, ForEachAttribute<GetText>{});
-    AddWork(works, "list attributes", OpenGroups{}, list);
-}
+    });
 
 } // namespace
-
-void bench::AddObjectWorks(Works& works)
-{
-    AddFileWorks(works);
-    AddGroupAndArrayWorks(works);
-    AddAttributeWorks(works);
-}
