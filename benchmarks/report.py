@@ -1,22 +1,25 @@
 """Makes both pages and the pictures of a run: report.py RESULTS.json FOLDER.
 
 The templates benchmarks.md.in and benchmarks-internal.md.in say what stands where: "@rows: columns@" is the table of some
-rows (ROWS below) with these columns (COLUMNS below), "@name@" is a text (TEXTS below).
+rows (`selections` below) with these columns (COLUMNS below), "@name@" is a text (`texts` below).
 """
 import json
 import math
 import re
-import statistics
 import sys
+from itertools import groupby
 from pathlib import Path
 
 import matplotlib
+import numpy as np
+from matplotlib.ticker import EngFormatter
+from PIL import Image
 
 matplotlib.use("Agg")
 import matplotlib.pyplot as plt
-from PIL import Image
 
-HERE = Path(__file__).parent
+plt.rcParams.update({"font.size": 6.5, "lines.linewidth": 1, "lines.markersize": 3, "legend.frameon": False,
+                     "figure.constrained_layout.use": True})
 OTHERS = {"plain": "plain HDF5", "cpp": "HDF5's C++ API", "h5py": "h5py", "pytables": "PyTables"}
 STYLES = {"library": ("#1f5fa8", "-", "o"), "plain": ("#555555", "--", "s"), "cpp": ("#b91c1c", "-.", "D"),
           "h5py": ("#d97706", ":", "^"), "pytables": ("#15803d", "-.", "v")}
@@ -32,15 +35,11 @@ class Row:
         self.__dict__.update(result)
         self.family, _, full = self.name.partition("/")
         self.work, _, self.beside = full.partition(", beside ")
-        self.seconds = {side: statistics.median(turns) for side, turns in self.turns.items()}
-        self.is_compared = {"library", "plain"} <= set(self.turns)
-        if self.is_compared:
-            self.times = {other: statistics.median(self.ratios(other, "library")) for other in self.turns}
-            ratios = self.ratios("library", "plain")
-            quartiles = statistics.quantiles(ratios, n=4, method="inclusive") if len(ratios) > 1 else 3 * ratios
-            self.quarter, self.ratio, self.three_quarters = quartiles
-            self.is_missed = bool(self.target) and round(self.ratio, 2) > self.target
-            self.winners = [other for other in self.turns if self.times[other] < LOST]
+        self.seconds = {side: np.median(turns) for side, turns in self.turns.items()}
+        self.times = {other: np.median(self.ratios(other, "library")) for other in self.turns}
+        self.quarter, self.ratio, self.three_quarters = np.quantile(self.ratios("library", "plain"), [0.25, 0.5, 0.75])
+        self.is_missed = bool(self.target) and round(self.ratio, 2) > self.target
+        self.winners = [other for other in self.turns if self.times[other] < LOST]
 
     def ratios(self, one, other):
         return [a / b for a, b in zip(self.turns[one], self.turns[other])]
@@ -49,18 +48,14 @@ class Row:
         return next((text for who, text in self.reasons if who in (winner, "*")), "not explained")
 
 
+time_text = EngFormatter("s", places=2)
+
+
 def bytes_text(count):
     for unit, scale in ("MiB", MIB), ("KiB", 1024):
         if count >= scale:
             return f"{count / scale:.1f} {unit}" if count < 10 * scale and count % scale else f"{count / scale:,.0f} {unit}"
     return f"{count:,.0f} bytes"
-
-
-def time_text(seconds):
-    for unit, scale in ("s", 1), ("ms", 1e-3), ("µs", 1e-6):
-        if seconds >= scale:
-            return f"{seconds / scale:.3g} {unit}"
-    return f"{seconds * 1e9:.3g} ns"
 
 
 def size_text(row):
@@ -72,9 +67,8 @@ def size_text(row):
 def times_text(row, other):
     if other not in row.turns:
         return ""
-    times = row.times[other]
-    text = f"{times:.2f}" if times < 9.995 else f"{times:,.0f}"
-    if other == "plain" and times < 9.995:
+    text = f"{row.times[other]:.2f}" if row.times[other] < 9.995 else f"{row.times[other]:,.0f}"
+    if other == "plain":
         text += f" ({1 / row.three_quarters:.2f} to {1 / row.quarter:.2f})"
     return f"**{text}**" if other in row.winners else text
 
@@ -84,16 +78,16 @@ def file_ratio_text(row):
     return f"**{ratio:.3f}**" if round(ratio, 2) > MOST_FILE else f"{ratio:.3f}"
 
 
-def verdict(row):
-    if not row.target:
-        return ""
-    return "**miss**" if row.is_missed else "made"
+def target_text(row):
+    made = ", **missed**" if row.is_missed else ""
+    return f"{row.target:.2f}{made}" if row.target else ""
 
 
 COLUMNS = {
     "row": lambda row: row.name,
     "work": lambda row: row.work,
     "beside": lambda row: row.beside,
+    "reason": lambda row: row.reason("plain"),
     "size": size_text,
     "library": lambda row: time_text(row.seconds["library"]),
     "plain": lambda row: time_text(row.seconds["plain"]),
@@ -101,9 +95,9 @@ COLUMNS = {
     "ratio": lambda row: f"{row.ratio:.3f}",
     "quartiles": lambda row: f"{row.quarter:.2f} to {row.three_quarters:.2f}",
     "pairs": lambda row: str(len(row.turns["plain"])),
-    "target": lambda row: f"{row.target:.2f}" if row.target else "",
-    "verdict": verdict,
-    "reason": lambda row: row.reason("plain"),
+    "target": target_text,
+    "growth of the library": lambda row: f"{row.growth['library']:.2f}",
+    "growth of plain HDF5": lambda row: f"{row.growth['plain']:.2f}",
     "heap of the library": lambda row: bytes_text(row.heap["library"]),
     "heap of plain HDF5": lambda row: bytes_text(row.heap["plain"]),
     "file of the library": lambda row: bytes_text(row.file["library"]),
@@ -112,33 +106,22 @@ COLUMNS = {
     "share of the data": lambda row: f"{row.file['library'] / row.size:.3f}",
     **{name: lambda row, other=other: times_text(row, other) for other, name in OTHERS.items()},
 }
-TO_THE_LEFT = {"row", "work", "beside", "sizes", "verdict", "reason"}  # Other columns are numbers.
-
-
-def markdown(heads, lines):
-    rules = ["---" if head in TO_THE_LEFT else "---:" for head in heads]
-    return "\n".join("| " + " | ".join(line) + " |" for line in [heads, rules, *lines]) + "\n"
+TO_THE_LEFT = {"row", "work", "beside", "reason"}  # Other columns are numbers.
 
 
 def table(rows, heads):
-    return markdown(heads, [[COLUMNS[head](row) for head in heads] for row in rows]) if rows else ""
+    rules = ["---" if head in TO_THE_LEFT else "---:" for head in heads]
+    lines = [heads, rules, *([COLUMNS[head](row) for head in heads] for row in rows)]
+    return "\n".join("| " + " | ".join(line) + " |" for line in lines) + "\n" if rows else ""
 
 
-def grouped(rows, key):
-    groups = {}
-    for row in rows:
-        groups.setdefault(key(row), []).append(row)
-    return groups
-
-
-def largest(rows):
-    """Each row at its largest size alone."""
-    return [max(sizes, key=lambda row: row.size) for sizes in grouped(rows, lambda row: row.name).values()]
+def of_each_name(rows):
+    """Its sizes, for each row."""
+    return [list(points) for _, points in groupby(rows, lambda row: row.name)]
 
 
 def at_several_sizes(rows):
-    """The rows of each name that is measured at three sizes or more."""
-    return [points for points in grouped(rows, lambda row: row.name).values() if len(points) > 2]
+    return [points for points in of_each_name(rows) if len(points) > 2]
 
 
 def lost_lines(rows):
@@ -165,24 +148,14 @@ def family_section(family, rows):
         yield "\n".join(["Where another is faster:\n", *lost]) + "\n"
 
 
-def exponent(points, side):
-    """The slope of time over size, log-log."""
-    sizes = [math.log(point.size) for point in points]
-    return f"{statistics.linear_regression(sizes, [math.log(point.seconds[side]) for point in points]).slope:.2f}"
-
-
-def growth_table(rows):
-    lines = [[points[0].name, f"{size_text(points[0])} to {size_text(points[-1])}", exponent(points, "library"),
-              exponent(points, "plain")] for points in at_several_sizes(rows)]
-    return markdown(["row", "sizes", "library", "plain HDF5"], lines)
-
-
 def picture_name(family):
     return f"bench-{family.replace(' ', '-')}.png"
 
 
 def save(figure, path):
-    """A picture of few colours is a small one."""
+    """The legend of the first panel stands above all. A picture of few colours is a small one."""
+    figure.legend(*figure.axes[0].get_legend_handles_labels(), loc="upper center", ncol=6)
+    figure.get_layout_engine().set(rect=(0, 0, 1, 1 - 0.25 / figure.get_figheight()))
     figure.savefig(path, dpi=80)
     plt.close(figure)
     Image.open(path).convert("RGB").quantize(24, method=Image.Quantize.FASTOCTREE).save(path, optimize=True)
@@ -190,56 +163,35 @@ def save(figure, path):
 
 def draw_overview(rows, path):
     """All rows at their largest size, on one scale."""
-    points = largest(rows)
-    if not points:  # A filter may leave rows that stand beside others alone.
-        return
-    figure, axes = plt.subplots(figsize=(9, max(3, 0.19 * len(points) + 1.2)))
+    points = [points[-1] for points in of_each_name(rows)]
+    figure, axes = plt.subplots(figsize=(9, 0.19 * len(points) + 2))
     for other, label in OTHERS.items():
-        shown = [(row.times[other], place) for place, row in enumerate(points) if other in row.turns]
-        if shown:
-            axes.plot(*zip(*shown), STYLES[other][2], color=STYLES[other][0], markersize=4, label=label)
-    axes.axvline(1, color=STYLES["library"][0], linewidth=1, label="the library")
-    axes.set_xscale("log")
+        color, _, marker = STYLES[other]
+        times = [row.times.get(other, math.nan) for row in points]
+        axes.semilogx(times, range(len(points)), color=color, linestyle="", marker=marker, label=label)
+    axes.axvline(1, color=STYLES["library"][0], label="the library")
+    axes.set_yticks(range(len(points)), [f"{row.family}: {row.work}" for row in points])
+    axes.invert_yaxis()
+    axes.margins(y=1 / (len(points) + 1))
+    axes.set_xlabel("time over the library's time at the largest size: right of 1 the library is faster")
     axes.xaxis.set_major_formatter("{x:g}")
-    axes.set_yticks(range(len(points)), [f"{row.family}: {row.work}" for row in points], fontsize=7)
-    axes.set_ylim(len(points) - 0.5, -0.5)
-    axes.set_xlabel("time over the library's time at the largest size: right of 1 the library is faster", fontsize=8)
-    axes.grid(axis="x", color="#dddddd", linewidth=0.5)
-    axes.legend(fontsize=7, loc="upper center", bbox_to_anchor=(0.3, 1 + 2 / len(points)), ncol=5, frameon=False)
-    figure.tight_layout()
+    axes.grid(axis="x", color="#dddddd")
     save(figure, path)
 
 
-def draw_panel(panel, points):
-    for side, (color, style, marker) in STYLES.items():
-        line = [(point.size, point.seconds[side]) for point in points if side in point.turns]
-        if line:
-            panel.loglog(*zip(*line), color=color, linestyle=style, marker=marker, markersize=3, linewidth=1,
-                         label=OTHERS.get(side, side))
-    panel.set_title(points[0].work, fontsize=6)
-    panel.tick_params(labelsize=6)
-    panel.xaxis.set_minor_formatter("")
-    panel.yaxis.set_minor_formatter("")
-    panel.set_xlabel(points[0].unit.rstrip(" ="), fontsize=6)
-    panel.set_ylabel("seconds", fontsize=6)
-
-
-def draw_family(rows, path):
-    """A panel for each work; none for a work of one size."""
-    works = at_several_sizes(rows)
-    if not works:
-        return
-    columns = 3
-    lines = math.ceil(len(works) / columns)
-    height = 1.8 * lines + 0.4
-    figure, panels = plt.subplots(lines, columns, figsize=(9.6, height), squeeze=False)
+def draw_family(works, path):
+    """A panel for each work."""
+    lines = math.ceil(len(works) / 3)
+    figure, panels = plt.subplots(lines, 3, figsize=(9.6, 1.8 * lines + 0.25), squeeze=False)
     for panel in panels.flat[len(works):]:
         panel.set_axis_off()
     for panel, points in zip(panels.flat, works):
-        draw_panel(panel, points)
-    handles = {label: handle for panel in panels.flat for handle, label in zip(*panel.get_legend_handles_labels())}
-    figure.legend(handles.values(), handles.keys(), loc="lower center", ncol=5, fontsize=7, frameon=False)
-    figure.tight_layout(rect=(0, 0.3 / height, 1, 1))
+        for side, (color, line, marker) in STYLES.items():
+            seconds = [point.seconds.get(side, math.nan) for point in points]
+            panel.loglog([point.size for point in points], seconds, color=color, linestyle=line, marker=marker,
+                         label=OTHERS.get(side, side))
+        panel.set(title=points[0].work, xlabel=points[0].unit.rstrip(" ="), ylabel="seconds")
+        panel.minorticks_off()
     save(figure, path)
 
 
@@ -259,26 +211,27 @@ def differs_in_file(row):
 def main():
     run = json.loads(Path(sys.argv[1]).read_text())
     folder = Path(sys.argv[2])
-    everything = [Row(result) for result in run["rows"]]
-    rows = [row for row in everything if row.is_compared]
-    families = grouped(rows, lambda row: row.family)
-    missed = [row for row in rows if row.is_missed]
-    targets = [row for row in rows if row.target]
+    rows = [Row(result) for result in run["rows"] if result["turns"]]
+    left_out = [f"- {result['name']}/{result['size']}" for result in run["rows"] if not result["turns"]]
+    families = {family: list(its) for family, its in groupby(rows, lambda row: row.family)}
     selections = {
         "rows": rows,
-        "missed": missed,
-        "plain alone": [row for row in everything if not row.is_compared and row.turns],
+        "missed": [row for row in rows if row.is_missed],
         "more heap": [row for row in rows if row.heap["library"] > row.heap["plain"] + MIB],
-        "other heap": largest([row for row in rows if differs_in_heap(row)]),
+        "other heap": [points[-1] for points in of_each_name(filter(differs_in_heap, rows))],
         "compressed files": [row for row in rows if row.work.startswith("write with")],
         "other files": [row for row in rows if differs_in_file(row) and not row.work.startswith("write with")],
+        "growing": [points[-1] for points in at_several_sizes(rows)],
     }
-    left_out = [f"- {row.name}/{row.size}" for row in everything if not row.turns]
+    for points in at_several_sizes(rows):
+        sizes = np.log([point.size for point in points])
+        points[-1].growth = {side: np.polyfit(sizes, np.log([point.seconds[side] for point in points]), 1)[0]
+                             for side in ("library", "plain")}
+    with_target = sum(bool(row.target) for row in rows)
     texts = {
         "machine": machine(run["versions"]),
-        "targets made": f"{len(targets) - len(missed)} of {len(targets)}",
+        "targets made": f"{with_target - len(selections['missed'])} of {with_target}",
         "sections": "\n".join(line for family, its in families.items() for line in family_section(family, its)),
-        "growth": growth_table(rows),
         "left out": "\n".join(left_out) or "None.",
     }
 
@@ -286,14 +239,14 @@ def main():
         name, _, heads = place[1].partition(": ")
         return (table(selections[name], heads.split(", ")) or "None." if heads else texts[name]).rstrip()
 
-    for template in HERE.glob("*.md.in"):
+    for template in Path(__file__).parent.glob("*.md.in"):
         (folder / template.stem).write_text(re.sub("@(.+?)@", fill, template.read_text()))
     draw_overview([row for row in rows if not row.beside], folder / "images" / "bench-overview.png")
     for family, its in families.items():
-        draw_family([row for row in its if not row.beside], folder / "images" / picture_name(family))
+        works = at_several_sizes([row for row in its if not row.beside])
+        if works:
+            draw_family(works, folder / "images" / picture_name(family))
     print(f"{texts['targets made']} targets made")
-    for row in missed:
-        print(f"missed: {row.name}, {size_text(row)}: {row.ratio:.3f}, target {row.target:.2f}: {row.reason('plain')}")
     for row in rows:
         for winner in row.winners:
             if row.reason(winner) == "not explained":
