@@ -40,11 +40,10 @@ struct Task
     std::size_t rounds = 1, times = 1; ///< So many turns are taken, so often the work is done in each.
     bool isFirst = false;              ///< A side's first turn tells of the heap.
     hsize_t count = 0;                 ///< So many elements of the data or values are moved, or blocks of the data.
-    std::string dataPath, element;     ///< The file with the data, and their type as numpy names it or "reading".
+    std::string dataPath, rowsPath;    ///< The files with the data and with the numbers of the selected rows.
     int level = 0;                     ///< Of deflate, with shuffle; 0 for neither.
     hsize_t chunk = 0;                 ///< The elements or rows of a chunk, 0 for contiguous data sets.
     hsize_t stride = 1;                ///< Of each so many elements one is read.
-    std::string rowsPath;              ///< The file with the numbers of the selected rows.
     Place shape, block, distance;      ///< Of a new extensible array; of a block that is moved; from one to the next.
     Names groups, names, texts; ///< Groups with attributes; what the work is done for; a text for each attribute.
 
@@ -53,7 +52,8 @@ struct Task
     void* memory = nullptr;                          ///< and room for as many that are read.
     hsize_t length = 0;                              ///< Elements of the data.
     hid_t type = -1;                                 ///< Of an element.
-    TDataType::TDataType number = TDataType::Double; ///< The same, for numbers.
+    TDataType::TDataType number = TDataType::Double; ///< The same for numbers,
+    bool isTable = false;                            ///< and whether the elements are rows.
 };
 
 /// What each side does for each work, by "side work".
@@ -78,10 +78,9 @@ struct Id
     const hid_t id;
 };
 
-/// A list for data sets in chunks (of 0 dimensions: contiguous), with shuffle and deflate of a level above 0.
-inline Id CreationList(int dimensions, const hsize_t* chunk, int level)
+/// Has the list make data sets in chunks (of 0 dimensions: contiguous), with shuffle and deflate of a level above 0.
+inline void SetStorage(hid_t list, int dimensions, const hsize_t* chunk, int level)
 {
-    const hid_t list = H5Pcreate(H5P_DATASET_CREATE);
     if (dimensions > 0)
     {
         H5Pset_chunk(list, dimensions, chunk);
@@ -91,15 +90,73 @@ inline Id CreationList(int dimensions, const hsize_t* chunk, int level)
         H5Pset_shuffle(list);
         H5Pset_deflate(list, static_cast<unsigned int>(level));
     }
-    return Id(list);
 }
 
 // A file as each side has it. A plain one has what the library's have: the mark and a setting of the cache.
-boost::shared_ptr<IFile> LibraryFile(Name path, Name mode);
-Id PlainAccessList();
-Id PlainFileWith(hid_t access, Name path, Name mode);
-Id PlainFile(Name path, Name mode);
-H5::H5File CppFile(Name path, Name mode);
+constexpr const char* kMark = "__vorl_api_version";
+constexpr hsize_t kOne = 1;
+
+inline boost::shared_ptr<IFile> LibraryFile(Name path, Name mode)
+{
+    return IFile::Open(path, mode, 0);
+}
+
+inline Id PlainAccessList()
+{
+    const hid_t access = H5Pcreate(H5P_FILE_ACCESS);
+    H5Pset_fclose_degree(access, H5F_CLOSE_STRONG);
+    H5Pset_gc_references(access, 1);
+    return Id(access);
+}
+
+inline Id PlainFileWith(hid_t access, Name path, Name mode)
+{
+    const unsigned int flags = mode == "r" ? H5F_ACC_RDONLY : H5F_ACC_RDWR;
+    const bool isNew = mode == "w";
+    const hid_t file =
+        isNew ? H5Fcreate(path.c_str(), H5F_ACC_TRUNC, H5P_DEFAULT, access) : H5Fopen(path.c_str(), flags, access);
+    unsigned int version = 1;
+    H5AC_cache_config_t config;
+    config.version = H5AC__CURR_CACHE_CONFIG_VERSION;
+    H5Fget_mdc_config(file, &config);
+    config.lower_hr_threshold = 0.8;
+    H5Fset_mdc_config(file, &config);
+    if (isNew)
+    {
+        const Id space(H5Screate_simple(1, &kOne, nullptr));
+        const Id mark(H5Acreate2(file, kMark, H5T_NATIVE_UINT, space, H5P_DEFAULT, H5P_DEFAULT));
+        H5Awrite(mark, H5T_NATIVE_UINT, &version);
+    }
+    else
+    {
+        const Id mark(H5Aopen(file, kMark, H5P_DEFAULT));
+        H5Aread(mark, H5T_NATIVE_UINT, &version);
+    }
+    return Id(file);
+}
+
+inline Id PlainFile(Name path, Name mode)
+{
+    return PlainFileWith(PlainAccessList(), path, mode);
+}
+
+inline H5::H5File CppFile(Name path, Name mode)
+{
+    const auto& type = H5::PredType::NATIVE_UINT;
+    const unsigned int flags = mode == "r" ? H5F_ACC_RDONLY : H5F_ACC_RDWR;
+    const bool isNew = mode == "w";
+    H5::H5File file(path, isNew ? H5F_ACC_TRUNC : flags);
+    unsigned int version = 1;
+    if (isNew)
+    {
+        file.createAttribute(kMark, type, H5::DataSpace(1, &kOne)).write(type, &version);
+    }
+    else
+    {
+        file.openAttribute(kMark).read(type, &version);
+    }
+    return file;
+}
 
 template <typename T>
 T& Object(boost::shared_ptr<T>& pointer)

@@ -11,6 +11,8 @@ import time
 from functools import partial
 from pathlib import Path
 
+import h5py
+
 import rows
 
 SECONDS_OF_A_TURN = 0.02  # A turn is repeated until this much time has been measured,
@@ -91,7 +93,7 @@ class Program:
 
     def turn(self, side, work, data=None, rows=None, **fields):
         if data is not None:
-            fields.update(dataPath=path_of(data), element="reading" if data.dtype.fields else data.dtype.str)
+            fields.update(dataPath=path_of(data))
         if rows is not None:
             fields.update(rowsPath=path_of(rows))
         print(json.dumps({"work": f"{side} {work}", **fields}), file=self.process.stdin, flush=True)
@@ -103,9 +105,10 @@ class Program:
 
 def path_of(data):
     """A file with the data, which rows.py keeps in memory, so that their address stands for them."""
-    path = rows.path(f"data-{id(data)}")
+    path = rows.path(f"data-{id(data)}.h5")
     if not os.path.exists(path):
-        data.tofile(path)
+        with h5py.File(path, "w") as file:
+            file["data"] = data
     return path
 
 

@@ -30,7 +30,7 @@ const Work kWrite(
     "write", Root{}, kOnce,
     [](IGroup& root, const Task& task)
     {
-        if (task.element == "reading")
+        if (task.isTable)
         {
             root.CreateTableFromBuffer(kName, task.data, task.length, task.type, task.level, -1, 0);
             return;
@@ -42,7 +42,8 @@ const Work kWrite(
     {
         const hsize_t chunk = std::min<hsize_t>(task.chunk, task.length);
         const Id space(H5Screate_simple(1, &task.length, nullptr));
-        const Id list = CreationList(chunk == 0 ? 0 : 1, &chunk, task.level);
+        const Id list(H5Pcreate(H5P_DATASET_CREATE));
+        SetStorage(list, chunk == 0 ? 0 : 1, &chunk, task.level);
         const Id set(H5Dcreate2(root, kName, task.type, space, H5P_DEFAULT, list, H5P_DEFAULT));
         H5Dwrite(set, task.type, H5S_ALL, H5S_ALL, H5P_DEFAULT, task.data);
     },
@@ -50,16 +51,8 @@ const Work kWrite(
     {
         const hsize_t chunk = std::min<hsize_t>(task.chunk, task.length);
         const H5::DataType type(task.type);
-        H5::DSetCreatPropList list;
-        if (chunk > 0)
-        {
-            list.setChunk(1, &chunk);
-        }
-        if (task.level > 0)
-        {
-            list.setShuffle();
-            list.setDeflate(task.level);
-        }
+        const H5::DSetCreatPropList list;
+        SetStorage(list.getId(), chunk == 0 ? 0 : 1, &chunk, task.level);
         root.createDataSet(kName, type, H5::DataSpace(1, &task.length), list).write(task.data, type);
     });
 
@@ -226,6 +219,7 @@ void ReadTexts(std::size_t rows, ReadColumn readColumn)
     constexpr std::size_t kText = sizeof(Reading::text);
     const Id text(H5Tcopy(H5T_C_S1));
     H5Tset_size(text, kText);
+    H5Tset_strpad(text, H5T_STR_NULLPAD);
     const Id type(H5Tcreate(H5T_COMPOUND, kText));
     H5Tinsert(type, "text", 0, text);
     const std::unique_ptr<char[]> texts(new char[rows * kText]);

@@ -24,7 +24,8 @@ hid_t CreateOrOpen(hid_t file, const Task& task, hid_t access)
     }
     const hsize_t chunk[2] = {task.chunk, kColumns};
     const Id space(H5Screate_simple(2, task.shape.data(), kUnlimited));
-    const Id list = CreationList(2, chunk, task.level);
+    const Id list(H5Pcreate(H5P_DATASET_CREATE));
+    SetStorage(list, 2, chunk, task.level);
     return H5Dcreate2(file, kName, H5T_NATIVE_DOUBLE, space, H5P_DEFAULT, list, access);
 }
 

@@ -15,8 +15,8 @@ namespace bench
 {
 
 NLOHMANN_DEFINE_TYPE_NON_INTRUSIVE_WITH_DEFAULT(Task, work, kind, path, mode, rounds, times, isFirst, count, dataPath,
-                                                element, level, chunk, stride, rowsPath, shape, block, distance, groups,
-                                                names, texts)
+                                                level, chunk, stride, rowsPath, shape, block, distance, groups, names,
+                                                texts)
 
 } // namespace bench
 
@@ -25,17 +25,7 @@ using namespace bench;
 namespace
 {
 
-constexpr const char* kMark = "__vorl_api_version";
-constexpr hsize_t kOne = 1;
-unsigned int version = 1;
 double seconds = 0; // Of the task at hand.
-
-unsigned int FlagsOf(Name mode)
-{
-    static const std::map<std::string, unsigned int> flags = {
-        {"w", H5F_ACC_TRUNC}, {"r", H5F_ACC_RDONLY}, {"r+", H5F_ACC_RDWR}};
-    return flags.at(mode);
-}
 
 // Every block of the process's heap goes through here, the library's and HDF5's.
 struct Heap
@@ -63,53 +53,41 @@ herr_t EndAtAnError(hid_t stack, void* /*data*/)
     std::abort();
 }
 
-hid_t ReadingType()
+// The elements of the data set in a file that bench.py has made, and their type.
+struct Data
 {
-    const Id text(H5Tcopy(H5T_C_S1));
-    H5Tset_size(text, sizeof(Reading::text));
-    const hid_t type = H5Tcreate(H5T_COMPOUND, sizeof(Reading));
-    H5Tinsert(type, "time", HOFFSET(Reading, time), H5T_NATIVE_DOUBLE);
-    H5Tinsert(type, "value", HOFFSET(Reading, value), H5T_NATIVE_DOUBLE);
-    H5Tinsert(type, "error", HOFFSET(Reading, error), H5T_NATIVE_DOUBLE);
-    H5Tinsert(type, "channel", HOFFSET(Reading, channel), H5T_NATIVE_INT);
-    H5Tinsert(type, "flags", HOFFSET(Reading, flags), H5T_NATIVE_INT);
-    H5Tinsert(type, "text", HOFFSET(Reading, text), text);
-    return type;
-}
+    hid_t type = -1;
+    std::vector<char> bytes;
 
-// What was read from a file serves all later tasks.
-std::vector<char>& Bytes(Name path)
-{
-    static std::map<std::string, std::vector<char>> loaded;
-    std::vector<char>& bytes = loaded[path];
-    if (bytes.empty())
+    explicit Data(Name path)
     {
-        bytes.resize(std::filesystem::file_size(path));
-        std::ifstream(path, std::ios::binary).read(bytes.data(), static_cast<std::streamsize>(bytes.size()));
+        const Id file(H5Fopen(path.c_str(), H5F_ACC_RDONLY, H5P_DEFAULT));
+        const Id set(H5Dopen2(file, "data", H5P_DEFAULT));
+        type = H5Tget_native_type(Id(H5Dget_type(set)), H5T_DIR_DEFAULT);
+        bytes.resize(H5Dget_storage_size(set));
+        H5Dread(set, type, H5S_ALL, H5S_ALL, H5P_DEFAULT, bytes.data());
     }
-    return bytes;
-}
+};
 
+// What was read serves all later tasks.
 void Load(Task& task)
 {
-    static const std::map<std::string, std::pair<hid_t, TDataType::TDataType>> types = {
-        {"<f8", {H5Tcopy(H5T_NATIVE_DOUBLE), TDataType::Double}},
-        {"<i4", {H5Tcopy(H5T_NATIVE_INT), TDataType::Int}},
-        {"<i2", {H5Tcopy(H5T_NATIVE_SHORT), TDataType::Short}},
-        {"reading", {ReadingType(), {}}}};
+    static std::map<std::string, Data> loaded;
     static std::vector<char> memory;
     if (!task.dataPath.empty())
     {
-        std::vector<char>& bytes = Bytes(task.dataPath);
-        memory.resize(std::max(memory.size(), bytes.size()));
-        std::tie(task.type, task.number) = types.at(task.element);
-        task.data = bytes.data();
+        Data& data = loaded.try_emplace(task.dataPath, task.dataPath).first->second;
+        memory.resize(std::max(memory.size(), data.bytes.size()));
+        task.data = data.bytes.data();
         task.memory = memory.data();
-        task.length = bytes.size() / H5Tget_size(task.type);
+        task.type = data.type;
+        task.length = data.bytes.size() / H5Tget_size(task.type);
+        task.isTable = H5Tget_class(task.type) == H5T_COMPOUND;
+        task.number = task.isTable ? TDataType::Undefined : INode::HDFTypeToDataType(task.type);
     }
     if (!task.rowsPath.empty())
     {
-        const std::vector<char>& bytes = Bytes(task.rowsPath);
+        const std::vector<char>& bytes = loaded.try_emplace(task.rowsPath, task.rowsPath).first->second.bytes;
         const auto* rows = reinterpret_cast<const hsize_t*>(bytes.data());
         task.rows.assign(rows, rows + bytes.size() / sizeof(hsize_t));
     }
@@ -166,64 +144,6 @@ void bench::Measure(const Task& task, const std::function<void()>& work)
     heap.isCounted = false;
 }
 
-boost::shared_ptr<IFile> bench::LibraryFile(Name path, Name mode)
-{
-    return IFile::Open(path, mode, 0);
-}
-
-Id bench::PlainAccessList()
-{
-    const hid_t access = H5Pcreate(H5P_FILE_ACCESS);
-    H5Pset_fclose_degree(access, H5F_CLOSE_STRONG);
-    H5Pset_gc_references(access, 1);
-    return Id(access);
-}
-
-Id bench::PlainFileWith(hid_t access, Name path, Name mode)
-{
-    const bool isNew = mode == "w";
-    const unsigned int flags = FlagsOf(mode);
-    const hid_t file =
-        isNew ? H5Fcreate(path.c_str(), flags, H5P_DEFAULT, access) : H5Fopen(path.c_str(), flags, access);
-    H5AC_cache_config_t config;
-    config.version = H5AC__CURR_CACHE_CONFIG_VERSION;
-    H5Fget_mdc_config(file, &config);
-    config.lower_hr_threshold = 0.8;
-    H5Fset_mdc_config(file, &config);
-    if (isNew)
-    {
-        const Id space(H5Screate_simple(1, &kOne, nullptr));
-        const Id mark(H5Acreate2(file, kMark, H5T_NATIVE_UINT, space, H5P_DEFAULT, H5P_DEFAULT));
-        H5Awrite(mark, H5T_NATIVE_UINT, &version);
-    }
-    else
-    {
-        const Id mark(H5Aopen(file, kMark, H5P_DEFAULT));
-        H5Aread(mark, H5T_NATIVE_UINT, &version);
-    }
-    return Id(file);
-}
-
-Id bench::PlainFile(Name path, Name mode)
-{
-    return PlainFileWith(PlainAccessList(), path, mode);
-}
-
-H5::H5File bench::CppFile(Name path, Name mode)
-{
-    const auto& type = H5::PredType::NATIVE_UINT;
-    H5::H5File file(path, FlagsOf(mode));
-    if (mode == "w")
-    {
-        file.createAttribute(kMark, type, H5::DataSpace(1, &kOne)).write(type, &version);
-    }
-    else
-    {
-        file.openAttribute(kMark).read(type, &version);
-    }
-    return file;
-}
-
 // NOLINTNEXTLINE(bugprone-exception-escape): bench.py tells at which work the program ended.
 int main()
 {
@@ -233,6 +153,7 @@ int main()
     {
         Task task = nlohmann::json::parse(line);
         Load(task);
+        malloc_trim(0); // What ran before doesn't decide how much memory is at hand.
         seconds = 0;
         H5Eset_auto2(H5E_DEFAULT, task.work.find("plain") == 0 ? &EndAtAnError : nullptr, nullptr);
         for (std::size_t round = 0; round < task.rounds; ++round)

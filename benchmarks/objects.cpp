@@ -51,7 +51,8 @@ const Work kCreateArrays(
     [](hid_t root, const Task& task)
     {
         const Id space(H5Screate_simple(1, &kLength, nullptr));
-        const Id list = CreationList(1, &kLength, 0);
+        const Id list(H5Pcreate(H5P_DATASET_CREATE));
+        H5Pset_chunk(list, 1, &kLength);
         for (Name name : task.names)
         {
             const Id set(H5Dcreate2(root, name.c_str(), H5T_NATIVE_DOUBLE, space, H5P_DEFAULT, list, H5P_DEFAULT));
@@ -98,13 +99,11 @@ void AskNumberType(hid_t type)
 
 void AskShape(hid_t set)
 {
-    hsize_t dimensions[2] = {0, 0};
-    hsize_t maximum[2] = {0, 0};
+    hsize_t dimensions[H5S_MAX_RANK];
+    hsize_t maximum[H5S_MAX_RANK];
     const Id space(H5Dget_space(set));
-    if (H5Sget_simple_extent_ndims(space) <= 2)
-    {
-        H5Sget_simple_extent_dims(space, dimensions, maximum);
-    }
+    H5Sget_simple_extent_ndims(space);
+    H5Sget_simple_extent_dims(space, dimensions, maximum);
 }
 
 const Work kOpen(
@@ -117,8 +116,8 @@ const Work kOpen(
     },
     [](const H5::Group& root, Name name)
     {
-        hsize_t dimensions[2] = {0, 0};
-        hsize_t maximum[2] = {0, 0};
+        hsize_t dimensions[H5S_MAX_RANK];
+        hsize_t maximum[H5S_MAX_RANK];
         const H5::DataSet set = root.openDataSet(name);
         set.getDataType().getSize();
         set.getSpace().getSimpleExtentDims(dimensions, maximum);
@@ -230,12 +229,13 @@ const Work kList(
         {
             const std::string name = root.getObjnameByIdx(i);
             const bool isGroup = root.childObjType(name) == H5O_TYPE_GROUP;
-            if (isGroup && task.kind == "groups")
+            if (isGroup != (task.kind == "groups"))
+            {
+                continue;
+            }
+            if (isGroup)
             {
                 groups.push_back(root.openGroup(name));
-            }
-            if (isGroup || task.kind == "groups")
-            {
                 continue;
             }
             const H5::DataSet set = root.openDataSet(name);
@@ -271,34 +271,32 @@ const Work kCountGroups(
         return groups;
     });
 
-// Opens the groups on which attributes are spread; makes them in a new file.
+// The groups on which attributes are spread. They are made in a new file.
 struct Groups
 {
-    template <typename Open>
-    static auto OpenEach(const Task& task, Open open)
+    template <typename Create, typename Open>
+    static auto Each(const Task& task, Create create, Open open)
     {
         std::vector<decltype(open(task.path))> groups;
-        ForEach(task.groups, [&](Name name) { groups.push_back(open(name)); });
+        ForEach(task.groups, [&](Name name) { groups.push_back(task.mode == "w" ? create(name) : open(name)); });
         return groups;
     }
     auto operator()(IFile& file, const Task& task) const
     {
-        return OpenEach(task, [root = file.GetRoot()](Name name) { return root->CreateGroup(name); });
+        const auto root = file.GetRoot();
+        return Each(
+            task, [&](Name name) { return root->CreateGroup(name); }, [&](Name name) { return root->GetGroup(name); });
     }
     auto operator()(hid_t file, const Task& task) const
     {
-        return OpenEach(task,
-                        [&](Name name)
-                        {
-                            return task.mode == "w"
-                                       ? H5Gcreate2(file, name.c_str(), H5P_DEFAULT, H5P_DEFAULT, H5P_DEFAULT)
-                                       : H5Gopen2(file, name.c_str(), H5P_DEFAULT);
-                        });
+        return Each(
+            task, [=](Name name) { return H5Gcreate2(file, name.c_str(), H5P_DEFAULT, H5P_DEFAULT, H5P_DEFAULT); },
+            [=](Name name) { return H5Gopen2(file, name.c_str(), H5P_DEFAULT); });
     }
     auto operator()(H5::H5File& file, const Task& task) const
     {
-        return OpenEach(task,
-                        [&](Name name) { return task.mode == "w" ? file.createGroup(name) : file.openGroup(name); });
+        return Each(
+            task, [&](Name name) { return file.createGroup(name); }, [&](Name name) { return file.openGroup(name); });
     }
 };
 

@@ -9,7 +9,7 @@ import os
 import time
 import warnings
 from dataclasses import dataclass, field, replace
-from functools import cache
+from functools import cache, partial
 
 import h5py
 import numpy as np
@@ -19,7 +19,8 @@ warnings.filterwarnings("ignore")
 KIB, MIB, MILLION = 1 << 10, 1 << 20, 1_000_000
 MARK = "__vorl_api_version"
 ROWS = []
-made = set()
+made = set()  # Files that are there.
+PEERS = "h5py", "pytables"
 
 
 def path(name):
@@ -34,18 +35,24 @@ class Row:
     target: float  # The highest ratio of library to plain that the project allows itself, or 0.
     reasons: list  # Why somebody is faster: (who or "*", text, largest size or none). The first that fits counts.
     task: object  # For the sides in C++: task(size) gives the fields of Task (Work.h).
+    prepare: object = None  # For h5py and PyTables: prepare(peer, size) lists what a turn works on, first what is closed then.
+    h5py: object = None  # What is measured of them: work(*prepared, size).
+    pytables: object = None
     file: object = None  # The task that makes the file that is worked on; none for a new one each turn.
     mode: str = "r"  # In which that file is opened.
     differ: dict = field(default_factory=dict)  # What is different for one of library, plain and cpp; None: not measured.
-    peers: dict = field(default_factory=dict)  # For h5py and PyTables: what prepares a turn, and what is measured.
     target_from: int = 0  # The smallest size that the target holds for.
 
+    def __post_init__(self):
+        ROWS.append(self)
+
     def sides(self):
-        return [side for side in ("library", "plain", "cpp") if self.differ.get(side, {}) is not None] + [*self.peers]
+        peers = [peer for peer in PEERS if getattr(self, peer)]
+        return [side for side in ("library", "plain", "cpp") if self.differ.get(side, {}) is not None] + peers
 
     def turn(self, program, side, size, rounds, is_first):
         """Takes a turn of a side: gives the seconds of a round, the peak of the heap and the size of the file."""
-        if side in self.peers:
+        if side in PEERS:
             return self.turn_of_peer(side, size, rounds)
         fields = {"task": self.task, "file": self.file, **self.differ.get(side, {})}
         where = {"path": path("new.h5"), "mode": "w"}
@@ -59,30 +66,24 @@ class Row:
         return program.turn(**task, rounds=rounds, isFirst=is_first)
 
     def turn_of_peer(self, peer, size, rounds):
-        prepare, work = self.peers[peer]
         seconds = 0
         for _ in range(rounds):
-            things = prepare(peer, size)  # They begin with what is closed after the turn.
+            things = self.prepare(peer, size)
             begin = time.perf_counter()
-            work(*things, size)
+            getattr(self, peer)(*things, size)
             seconds += time.perf_counter() - begin
             things[0].close()
         return seconds / rounds, 0, 0
 
 
-def row(name, unit, sizes, target, reasons, task, prepare=None, h5py=None, pytables=None, **others):
-    peers = {peer: (prepare, work) for peer, work in (("h5py", h5py), ("pytables", pytables)) if work}
-    ROWS.append(Row(name, unit, sizes, target, reasons, task, peers=peers, **others))
-
-
 def beside(way, target, others=None, **plain):
     """The last row's work beside another way of plain HDF5 than the best one."""
     row = ROWS[-1]
-    differ = {**row.differ, "plain": plain, "cpp": None}
-    ROWS.append(replace(row, name=f"{row.name}, beside {way}", target=target, differ=differ, peers={}, **others or {}))
+    replace(row, name=f"{row.name}, beside {way}", target=target, differ={**row.differ, "plain": plain, "cpp": None}, h5py=None,
+            pytables=None, **others or {})
 
 
-# How h5py and PyTables come to their files.
+# What h5py and PyTables work on, and how their users make it.
 
 def open_file(peer, name, mode):
     return (h5py.File if peer == "h5py" else tables.open_file)(path(f"{peer}-{name}.h5"), mode)
@@ -92,25 +93,54 @@ def new(peer, size):
     return [open_file(peer, "new", "w")]
 
 
-def stored(name, make_h5py, make_tables, node=None, mode="r"):
-    """A file that the first turn of a size makes by `make(file, size)`, and a node of it."""
+def stored(make, mode="r"):
+    """A file that the first turn of a size makes by `make(peer, file, size)`."""
     def prepare(peer, size):
-        name_of_size = f"{name}-{size}".replace("/", "-")
-        if (peer, name_of_size) not in made:
-            with open_file(peer, name_of_size, "w") as file:
-                (make_h5py if peer == "h5py" else make_tables)(file, size)
-            made.add((peer, name_of_size))
-        file = open_file(peer, name_of_size, mode)
-        return [file, file["/" + node] if peer == "h5py" else file.get_node("/" + node)] if node else [file]
+        name = f"made-{hash((make, size))}"
+        if (peer, name) not in made:
+            with open_file(peer, name, "w") as file:
+                make(peer, file, size)
+            made.add((peer, name))
+        return [open_file(peer, name, mode)]
     return prepare
 
 
-def filters_of(level):
-    """Shuffle and deflate, as h5py's arguments and as PyTables' filters."""
-    if not level:
-        return {}, None
-    return (dict(shuffle=True, compression="gzip", compression_opts=level),
-            tables.Filters(complevel=level, shuffle=True, complib="zlib"))
+def having(prepare, thing):
+    """The file, and what is in it: `thing(peer, file, size)`."""
+    def prepare_both(peer, size):
+        file, = prepare(peer, size)
+        return [file, thing(peer, file, size)]
+    return prepare_both
+
+
+def node_of(peer, file, name):
+    return file[name] if peer == "h5py" else file.get_node("/" + name)
+
+
+def create_group(peer, file, path):
+    if peer == "h5py":
+        return file.create_group(path)
+    parent, _, leaf = ("/" + path).rpartition("/")
+    return file.create_group(parent or "/", leaf, createparents=True)
+
+
+def filters_of(peer, level):
+    """Shuffle and deflate, as arguments."""
+    if peer == "h5py":
+        return {"shuffle": True, "compression": "gzip", "compression_opts": level} if level else {}
+    return {"filters": tables.Filters(complevel=level, shuffle=True, complib="zlib")} if level else {}
+
+
+def create(peer, file, name, data, chunks=None, level=0):
+    """An array or a table; without chunks and level as each stores it by default."""
+    filters = filters_of(peer, level)
+    if peer == "h5py":
+        return file.create_dataset(name, data=data, chunks=chunks, **filters)
+    if data.dtype.fields:
+        return file.create_table("/", name, obj=data, chunkshape=chunks, expectedrows=len(data), **filters)
+    if chunks or level:
+        return file.create_carray("/", name, obj=data, chunkshape=chunks, **filters)
+    return file.create_array("/", name, obj=data)
 
 
 @cache
@@ -121,20 +151,10 @@ def names(prefix, count):
 def files():
     def each_file(peer, mode, work=lambda file: None):
         def do(_, count):
-            for i in range(count):
-                with open_file(peer, f"file-{i:06d}", mode) as file:
+            for name in names("file-", count):
+                with open_file(peer, name, mode) as file:
                     work(file)
         return do
-
-    def mark_tables(file):
-        file.root._v_attrs[MARK] = np.uint32(1)
-
-    def task(work):
-        return lambda count: {"work": work, "names": names(path("file-"), count), "path": ""}
-
-    def add(name, target, work, *sides, **others):
-        reason = "each open makes its own access list and asks for the file's name and root group: a file that is open is seen"
-        row("files and groups/" + name, "files", [10, 100, 1000], target, [("*", reason)], work, *sides, **others)
 
     def nothing(peer, count):
         return [io.BytesIO()]
@@ -143,12 +163,17 @@ def files():
         (create_h5py if peer == "h5py" else create_tables)(None, count)
         return nothing(peer, count)
 
+    def task(work):
+        return lambda count: {"work": work, "names": names(path("file-"), count), "path": ""}
+
     create_h5py = each_file("h5py", "w", lambda file: file.attrs.create(MARK, [1], dtype="u4"))
-    create_tables = each_file("PyTables", "w", mark_tables)
-    create = task("files")
-    add("create and close files", 1.15, create, nothing, create_h5py, create_tables)
+    create_tables = each_file("pytables", "w", lambda file: file.set_node_attr("/", MARK, np.uint32(1)))
+    reason = "each open makes its own access list and asks for the file's name and root group: a file that is open is seen"
+    common = "files", [10, 100, 1000], 1.15, [("*", reason)], task("files")
+    Row("files and groups/create and close files", *common, nothing, create_h5py, create_tables)
     beside("an access list for each", 0, task=task("files, a list each"))
-    add("open and close files", 1.15, create, created, each_file("h5py", "r"), each_file("PyTables", "r"), file=create)
+    Row("files and groups/open and close files", *common, created, each_file("h5py", "r"), each_file("pytables", "r"),
+        file=task("files"))
 
 
 @cache
@@ -160,18 +185,14 @@ def group_paths(levels):
 
 
 def groups():
-    def with_h5py(file, levels):
+    def create_all(peer, file, levels):
         for name in group_paths(levels):
-            file.create_group(name)
+            create_group(peer, file, name)
 
-    def with_tables(file, levels):
-        for name in group_paths(levels):
-            parent, _, leaf = ("/" + name).rpartition("/")
-            file.create_group(parent or "/", leaf, createparents=True)
-
-    row("files and groups/create 10,000 groups", "levels =", [1, 2, 3, 4, 5, 6], 1.15,
+    Row("files and groups/create 10,000 groups", "levels =", [1, 2, 3, 4, 5, 6], 1.15,
         [("*", "each group is an object with its own name and pointers that the file knows of")],
-        lambda levels: {"work": "create groups", "names": group_paths(levels)}, new, with_h5py, with_tables)
+        lambda levels: {"work": "create groups", "names": group_paths(levels)}, new,
+        partial(create_all, "h5py"), partial(create_all, "pytables"))
 
 
 # Small objects in the root group.
@@ -187,6 +208,11 @@ def for_each_child(work):
     return do
 
 
+def children(make):
+    """A file of what `make(peer, file, name)` makes."""
+    return stored(lambda peer, file, count: [make(peer, file, name) for name in names("child", count)])
+
+
 def shape(node):
     return node, node.dtype, node.shape
 
@@ -196,20 +222,19 @@ open_tables = for_each_child(lambda file, name: shape(file.get_node("/" + name))
 
 
 def small_arrays():
-    numbers = np.arange(1, 9, dtype="f8")
-    table_row = np.zeros(1, [("value", "f8"), ("number", "i4")])
-    create_h5py = for_each_child(lambda file, name: file.create_dataset(name, data=numbers, chunks=(8,)))
-    create_tables = for_each_child(lambda file, name: file.create_carray("/", name, obj=numbers, chunkshape=(8,)))
-    arrays = stored("arrays", create_h5py, create_tables), child_task("create arrays")
-    some_tables = stored("tables", for_each_child(lambda file, name: file.create_dataset(name, data=table_row, chunks=(1,))),
-                         for_each_child(lambda file, name: file.create_table("/", name, obj=table_row, chunkshape=(1,)))
-                         ), child_task("create tables")
-    some_groups = stored("groups", for_each_child(lambda file, name: file.create_group(name)),
-                         for_each_child(lambda file, name: file.create_group("/", name))), child_task("create groups")
+    def create_array(peer, file, name, numbers=np.arange(1, 9, dtype="f8")):
+        create(peer, file, name, numbers, (8,))
+
+    def create_table(peer, file, name, row=np.zeros(1, [("value", "f8"), ("number", "i4")])):
+        create(peer, file, name, row, (1,))
+
+    arrays = children(create_array), child_task("create arrays")
+    some_tables = children(create_table), child_task("create tables")
+    some_groups = children(create_group), child_task("create groups")
 
     def add(name, reason, task, there, *sides, target=1.15, who="*", **others):
         prepare, file = there
-        row("small arrays/" + name, "children", [1000, 10000, 50000], target, [(who, reason)], task, prepare, *sides, file=file,
+        Row("small arrays/" + name, "children", [1000, 10000, 50000], target, [(who, reason)], task, prepare, *sides, file=file,
             **others)
 
     def list_h5py(wants_tables):
@@ -223,7 +248,8 @@ def small_arrays():
 
     own_object = "each child becomes an object that stands for itself, with the types of its columns for tables"
     add("create arrays of 8 doubles", "a property list and a space are made for each array; a list that is kept keeps an id open",
-        child_task("create arrays"), (new, None), create_h5py, create_tables, target=1.10)
+        child_task("create arrays"), (new, None), for_each_child(partial(create_array, "h5py")),
+        for_each_child(partial(create_array, "pytables")), target=1.10)
     add("open arrays, ask for type and shape", own_object, child_task("open"), arrays, open_h5py, open_tables)
     add("ask whether arrays are extensible", "the array is opened as an extensible one, which is refused in words",
         child_task("open"), arrays, for_each_child(lambda file, name: name in file and None in file[name].maxshape),
@@ -289,7 +315,7 @@ def repeated_rows(count):
     return np.rec.fromarrays(columns, READING).view(np.ndarray)
 
 
-@dataclass
+@dataclass(frozen=True)
 class Stored:
     """A data set of a kind of data, with so many elements or of as many bytes as a row's size says."""
     kind: object
@@ -307,20 +333,13 @@ class Stored:
     def file(self):
         return self.task("write", side="plain")
 
-    def write_h5py(self, file, size):
-        file.create_dataset("data", data=self.data(size), chunks=self.peers_chunk, **filters_of(self.level)[0])
+    def write(self, peer, file, size):
+        node = create(peer, file, "data", self.data(size), self.peers_chunk, self.level)
+        if peer == "pytables":
+            node.close()
 
-    def write_tables(self, file, size):
-        data, options = self.data(size), {"filters": filters_of(self.level)[1], "chunkshape": self.peers_chunk}
-        if data.dtype.fields:
-            node = file.create_table("/", "data", obj=data, expectedrows=len(data), **options)
-        else:
-            node = file.create_carray("/", "data", obj=data, **options) if any(options.values()) else file.create_array(
-                "/", "data", obj=data)
-        node.close()
-
-    def there(self, name, mode="r"):
-        return stored(name, self.write_h5py, self.write_tables, "data", mode)
+    def there(self, mode="r"):
+        return having(stored(self.write, mode), lambda peer, file, size: node_of(peer, file, "data"))
 
 
 def whole(family, word, data, sizes, targets, reasons, one_chunk=None):
@@ -335,12 +354,12 @@ def whole(family, word, data, sizes, targets, reasons, one_chunk=None):
     def read_tables(_, node, size):
         node.read() if family == "tables" else node.read(out=data.data(size))
 
-    row(f"{family}/write{word}", "bytes", sizes, targets[0], reasons, data.task("write"), new, data.write_h5py, data.write_tables,
-        target_from=8 * MIB)
+    Row(f"{family}/write{word}", "bytes", sizes, targets[0], reasons, data.task("write"), new, partial(data.write, "h5py"),
+        partial(data.write, "pytables"), target_from=8 * MIB)
     if one_chunk:
         beside("one chunk", 1.02, {"reasons": [FIXED_COST]}, task=one_chunk.task("write"))
-    row(f"{family}/read{word}", "bytes", sizes, targets[1], reasons + OTHER_FILE + HUGE_PAGES, data.task(f"read {family}"),
-        data.there(family + word), read_h5py, read_tables, file=data.file(), mode="r+", target_from=8 * MIB)
+    Row(f"{family}/read{word}", "bytes", sizes, targets[1], reasons + OTHER_FILE + HUGE_PAGES, data.task(f"read {family}"),
+        data.there(), read_h5py, read_tables, file=data.file(), mode="r+", target_from=8 * MIB)
     if one_chunk:
         ROWS[-1].differ["library"] = {"file": one_chunk.file()}
         beside("one chunk", 1.02, {"reasons": [FIXED_COST]}, file=one_chunk.file())
@@ -354,7 +373,7 @@ def parts(family, element, kind):
         def task(work):
             return lambda size: data.task(f"{work} of {family}", **fields(size))(size)
 
-        row(f"{family}/{name}", unit, sizes, target, reasons, task("read a stride"), data.there(f"{family}-{name}"), read, read,
+        Row(f"{family}/{name}", unit, sizes, target, reasons, task("read a stride"), data.there(), read, read,
             file=data.file(), mode="r+", differ={"plain": {"task": task(work)}})
 
     def read_every(stride):
@@ -404,8 +423,8 @@ def data_sets():
                       [("h5py", SMALL_CHUNKS), ("pytables", SMALL_CHUNKS), FIXED_COST, DEFLATE])
         parts(family, element, main_kind)
     texts_of = Stored(repeated_rows)
-    row("tables/read a column of texts", "bytes", TABLE_SIZES, 1.10,
-        [("*", "each text is tested for what has to be converted to UTF-8")], texts_of.task("read texts"), texts_of.there("tables"),
+    Row("tables/read a column of texts", "bytes", TABLE_SIZES, 1.10,
+        [("*", "each text is tested for what has to be converted to UTF-8")], texts_of.task("read texts"), texts_of.there(),
         lambda _, node, size: [s.decode() for s in node["text"]], lambda _, node, size: [s.decode() for s in node.col("text")],
         file=texts_of.file(), mode="r+")
     for word, pick in ("sorted", in_order), ("shuffled", shuffled), ("each four times", repeated):
@@ -431,7 +450,7 @@ def repeated(count):
 
 def selections(word, pick):
     million = Stored(repeated_rows, count=MILLION)
-    buffer = repeated_rows(MILLION)
+    buffer = repeated_rows(MILLION).copy()
 
     def pick_h5py(_, node, count):
         # A mask is h5py's fastest way, and gives rows in ascending order and each once: numpy puts them in place.
@@ -451,8 +470,8 @@ def selections(word, pick):
         node.flush()
 
     def add(name, reason, work, *sides):
-        row(f"tables/{name}, {word}", "rows", [1000, 10000, 100000], 1.05, [("*", reason)],
-            lambda count: million.task(work, rows=pick(count))(count), million.there("million", "r+"), *sides,
+        Row(f"tables/{name}, {word}", "rows", [1000, 10000, 100000], 1.05, [("*", reason)],
+            lambda count: million.task(work, rows=pick(count))(count), million.there("r+"), *sides,
             file=million.file(), mode="r+")
 
     of_a_run = ("the caller's type is compared with the stored one, each place is tested against the buffer's end, and the first "
@@ -471,20 +490,22 @@ def numbers(*shape):
     return np.arange(np.prod(shape), dtype="f8").reshape(shape) % 100
 
 
+def create_extensible(peer, file, name, shape=(0, COLUMNS), chunk_rows=1024, level=0):
+    chunks, filters = (chunk_rows, COLUMNS), filters_of(peer, level)
+    if peer == "h5py":
+        return file.create_dataset(name, shape, "f8", maxshape=(None, None), chunks=chunks, **filters)
+    return file.create_earray("/", name, tables.Float64Atom(), shape, chunkshape=chunks, **filters)
+
+
 def extensible_arrays(word, chunk_rows, level, literal_sizes):
-    filters, tables_filters = filters_of(level)
-
-    def create(peer, file, shape):
+    def create_filled(peer, file, count):
+        rows = np.repeat(numbers(count), COLUMNS).reshape(count, COLUMNS)
         if peer == "h5py":
-            return file.create_dataset("rows", shape, "f8", maxshape=(None, None), chunks=(chunk_rows, COLUMNS), **filters)
-        return file.create_earray("/", "rows", tables.Float64Atom(), shape, filters=tables_filters,
-                                  chunkshape=(chunk_rows, COLUMNS))
+            create_extensible(peer, file, "rows", rows.shape, chunk_rows, level)[...] = rows
+        else:
+            create_extensible(peer, file, "rows", (0, COLUMNS), chunk_rows, level).append(rows)
 
-    def filled(count):
-        return np.repeat(numbers(count), COLUMNS).reshape(count, COLUMNS)
-
-    there = stored("extensible-" + word, lambda file, count: create("h5py", file, (count, COLUMNS)).write_direct(filled(count)),
-                   lambda file, count: create("PyTables", file, (0, COLUMNS)).append(filled(count)), "rows")
+    there = having(stored(create_filled), lambda peer, file, count: node_of(peer, file, "rows"))
 
     def add(verb, lines, kind, is_by_rows, step):
         """Appends or reads all rows, some of them at once, or the 16 columns."""
@@ -497,15 +518,15 @@ def extensible_arrays(word, chunk_rows, level, literal_sizes):
         def task(work):
             return lambda count: {
                 "work": work, "chunk": chunk_rows, "level": level, "data": block(count), "block": block(count).shape,
-                "shape": (0, COLUMNS) if is_by_rows else (count, 0), "distance": (step, 0) if is_by_rows else (0, 1),
-                "count": end(count) // step}
+                "shape": shape(count), "distance": (step, 0) if is_by_rows else (0, 1), "count": end(count) // step}
 
         def place(at):
             return (at if step == 1 else np.s_[at:at + step]) if is_by_rows else np.s_[:, at]
 
-        def empty(peer, count):
-            file = open_file(peer, "new", "w")
-            return [file, create(peer, file, (0, COLUMNS) if is_by_rows else (count, 0))]
+        def shape(count):
+            return (0, COLUMNS) if is_by_rows else (count, 0)
+
+        empty = having(new, lambda peer, file, count: create_extensible(peer, file, "rows", shape(count), chunk_rows, level))
 
         def append_h5py(_, node, count):
             data = block(count).squeeze()
@@ -530,7 +551,7 @@ def extensible_arrays(word, chunk_rows, level, literal_sizes):
         if step > 1 and not is_append and chunk_rows > 1024:
             reason = "the cache holds what a column goes through, so that the first row or column reads a chunk whole"
         sides = (empty, append_h5py, append_tables) if is_append else (there, read, read)
-        row(f"extensible arrays/{verb} {lines}{' and flush' if is_append else ''}, {word}", "rows",
+        Row(f"extensible arrays/{verb} {lines}{' and flush' if is_append else ''}, {word}", "rows",
             [100 if step == 1 else 1000, 10000, 100000], 1.10, [("*", reason)], task("move blocks"), *sides,
             file=None if is_append else made_by_columns, differ={"library": {"task": by_library}})
         beside("the literal calls", 0.90 if step == 1 else 0, {"sizes": literal_sizes if step == 1 else [1000, 10000]},
@@ -545,13 +566,9 @@ def extensible_arrays(word, chunk_rows, level, literal_sizes):
 
 
 def opened_extensible_arrays():
-    shapes = {"shape": (0, COLUMNS), "chunks": (1024, COLUMNS)}
-    some = stored("open-extensible", for_each_child(
-        lambda file, name: file.create_dataset(name, dtype="f8", maxshape=(None, None), **shapes)), for_each_child(
-            lambda file, name: file.create_earray("/", name, tables.Float64Atom(), (0, COLUMNS), chunkshape=(1024, COLUMNS))))
-    row("extensible arrays/open, ask for type and shape", "arrays", [100, 1000, 10000], 1.20,
+    Row("extensible arrays/open, ask for type and shape", "arrays", [100, 1000, 10000], 1.20,
         [("*", "HDF5 tells the chunks only by a copy of the whole creation list, and opening settles the cache for them")],
-        child_task("open"), some, open_h5py, open_tables, file=child_task("create extensible arrays"),
+        child_task("open"), children(create_extensible), open_h5py, open_tables, file=child_task("create extensible arrays"),
         differ={"library": {"task": child_task("open extensible")}})
     beside("the literal calls", 1.20, task=child_task("open literally"))
 
@@ -562,17 +579,11 @@ def texts(count):
 
 
 def attributes(word, objects_for, sizes):
-    def objects(file, count, peer):
-        nodes = names("object", objects_for(count))
-        if peer == "h5py":
-            return [file.require_group(name) for name in nodes]
-        return [file.get_node("/" + name) if "/" + name in file else file.create_group("/", name) for name in nodes]
+    def objects(make_or_find):
+        return lambda peer, file, count: [make_or_find(peer, file, name) for name in names("object", objects_for(count))]
 
-    def with_objects(prepare):
-        def prepare_objects(peer, count):
-            file, = prepare(peer, count)
-            return [file, objects(file, count, peer)]
-        return prepare_objects
+    def fill(peer, file, count):
+        (set_h5py if peer == "h5py" else set_tables)(file, objects(create_group)(peer, file, count), count)
 
     def for_each(work):
         def do(_, nodes, count):
@@ -592,14 +603,13 @@ def attributes(word, objects_for, sizes):
         node._v_attrs[key] = text
 
     def task(work):
-        return lambda count: {"work": work, "groups": names("object", objects_for(count)), "texts": texts(count // objects_for(count)),
-                              "names": names("attribute", count // objects_for(count))}
+        return lambda count: {"work": work, "groups": names("object", objects_for(count)),
+                              "names": names("attribute", count // objects_for(count)), "texts": texts(count // objects_for(count))}
 
-    def add(name, work, reasons, prepare, *sides, **others):
-        row(f"attributes/{name} {word}", "attributes", sizes, 1.10, reasons, task(work), with_objects(prepare), *sides, **others)
+    def add(name, work, reasons, *sides, **others):
+        Row(f"attributes/{name} {word}", "attributes", sizes, 1.10, reasons, task(work), *sides, **others)
 
-    there = stored("attributes-" + word, lambda file, count: set_h5py(file, objects(file, count, "h5py"), count),
-                   lambda file, count: set_tables(file, objects(file, count, "PyTables"), count), mode="r+")
+    there = having(stored(fill, "r+"), objects(node_of))
     each = "*", "each call opens and closes the attribute and tests its type"
     made_before = {"file": task("set texts"), "mode": "r+"}
     add("get texts of", "get texts", [each], there, for_each(lambda node, key, _: node.attrs[key]),
@@ -609,8 +619,8 @@ def attributes(word, objects_for, sizes):
         lambda _, nodes, count: [list(n.attrs) for n in nodes],
         lambda _, nodes, count: [list(n._v_attrs._v_attrnames) for n in nodes], **made_before)
     add("set texts on", "set texts",
-        [("*", "an attribute is replaced, so it is asked for first, and each call makes its own space and type")], new, set_h5py,
-        set_tables, differ={"plain": {"task": task("set texts, all made once")}})
+        [("*", "an attribute is replaced, so it is asked for first, and each call makes its own space and type")],
+        having(new, objects(create_group)), set_h5py, set_tables, differ={"plain": {"task": task("set texts, all made once")}})
     beside("a space and a type for each", 0, task=task("set texts"))
 
 
@@ -629,7 +639,7 @@ def typed():
             ("read a vector of texts, beside ReadStringDataSet", 12, same, "read text values", "store texts"),
             ("read a table, beside GetToBuffer", READING.itemsize, look_up, "read readings", "store readings")):
         for size in 8 * KIB, 512 * KIB, 8 * MIB, 64 * MIB:
-            row(f"typed/{name}", "elements", [size // element_bytes], 1.02 if size > MIB else 1.10, [reason],
+            Row(f"typed/{name}", "elements", [size // element_bytes], 1.02 if size > MIB else 1.10, [reason],
                 lambda size, work=work: {"work": work}, differ={"cpp": None},
                 file=maker and (lambda size, maker=maker: {"work": maker}))
 
