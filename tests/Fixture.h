@@ -93,15 +93,13 @@ inline std::string TextOf(const std::function<void()>& call)
     }
 }
 
-/// TextOf, without the traceback: the operation's own words with ":" behind them, or all of a plain failure. The call
-/// must leave the open ids as they were.
+/// The first line of TextOf, without a traceback: the operation's own words. The call must leave the ids as they were.
 inline std::string WordsOf(const std::function<void()>& call)
 {
     const IdCounts before = CountIds();
     const std::string text = TextOf(call);
     EXPECT_EQ(before, CountIds()) << "after: " << text;
-    const size_t traceback = text.find(":\n");
-    return traceback == std::string::npos ? text : text.substr(0, traceback + 1);
+    return text.substr(0, text.find('\n'));
 }
 
 struct FailingCall

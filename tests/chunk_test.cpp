@@ -13,15 +13,12 @@ namespace tarnwick::hdf::tests
 
 using Buffer = std::vector<char>;
 
-// Deflate makes nothing smaller of bytes of all values, but something of those below a lower limit.
-constexpr unsigned int kNoise = 256;
-constexpr unsigned int kPackable = 100;
-
-Buffer BytesOf(size_t size, unsigned int limit = kPackable)
+// Deflate makes nothing smaller of bytes of all 256 values, but something of fewer.
+Buffer BytesOf(size_t size, unsigned int values = 100)
 {
     std::mt19937 random(static_cast<unsigned int>(size));
     Buffer bytes(size);
-    std::generate(bytes.begin(), bytes.end(), [&] { return static_cast<char>(random() % limit); });
+    std::generate(bytes.begin(), bytes.end(), [&] { return static_cast<char>(random() % values); });
     return bytes;
 }
 
@@ -37,7 +34,7 @@ TEST_F(Chunk, ThatIsWrittenStraightToTheFileIsReadByPlainHdf5AndByTheLibrary)
             for (const int level : {0, 1, 6, 9})
             {
                 SCOPED_TRACE(Json({elementSize, elements, level}).dump());
-                Buffer texts = BytesOf(elementSize * elements, level == 9 ? kNoise : kPackable);
+                Buffer texts = BytesOf(elementSize * elements, level == 9 ? 256 : 100);
                 const auto array = IArray::CreateFromBuffer(file, rootId, "texts", texts.data(), TDataType::String,
                                                             elements, elementSize, level);
 
@@ -92,59 +89,71 @@ TEST_F(Chunk, OfATableOfArraysOfVariableTextsIsMadeByHdf5)
     EXPECT_EQ(std::system(("h5dump " + Path("test.h5") + " | grep -q '\"sun\", \"rain\"'").c_str()), 0);
 }
 
-/// Numbers as another program may leave them.
+constexpr hsize_t kRows = 500;
+constexpr hsize_t kRowsOfChunk = 70;
+constexpr hsize_t kColumns = 30;
+
+/// Numbers "data" as another program may leave them.
 struct ForeignNumbers
 {
     bool isReadStraight; ///< Past HDF5's filters.
     std::vector<H5Z_filter_t> filters;
-    Dims chunk;
+    hsize_t columnsOfChunk = kColumns;
     unsigned int options = 0; ///< Of its chunks.
     hsize_t rowsBehind = 0;   ///< Which were never written.
-};
+    unsigned int skipped = 0; ///< A bit for each filter that the first chunk is stored without.
 
-// The second time is read what the other handle has still in HDF5's cache.
-TEST_F(Chunk, OfAnotherProgramIsReadTwiceAsPlainHdf5ReadsIt)
-{
-    constexpr hsize_t kRows = 500;
-    constexpr hsize_t kColumns = 30;
-    const std::vector<ForeignNumbers> table = {
-        {true, {H5Z_FILTER_SHUFFLE, H5Z_FILTER_DEFLATE}, {70, 30}},
-        {true, {H5Z_FILTER_SHUFFLE}, {70, 30}},
-        {true, {H5Z_FILTER_DEFLATE}, {70, 30}},
-        {false, {H5Z_FILTER_SHUFFLE}, {70, 30}, H5D_CHUNK_DONT_FILTER_PARTIAL_CHUNKS},
-        {false, {H5Z_FILTER_DEFLATE}, {70, 15}},
-        {false, {H5Z_FILTER_DEFLATE}, {70, 30}, 0, 100}};
-    for (const ForeignNumbers& row : table)
+    void Store(hid_t parent, const Ints& values) const
     {
-        SCOPED_TRACE(&row - table.data());
-        const auto addToList = [&](hid_t list)
+        const auto addToList = [this](hid_t list)
         {
             const unsigned int level = 1;
-            for (const H5Z_filter_t filter : row.filters)
+            for (const H5Z_filter_t filter : filters)
             {
                 H5Pset_filter(list, filter, H5Z_FLAG_OPTIONAL, 1, &level);
             }
-            H5Pset_chunk_opts(list, row.options);
+            H5Pset_chunk_opts(list, options);
         };
+        const Dims chunk = {kRowsOfChunk, columnsOfChunk};
+        Make(parent, "data", {H5T_NATIVE_INT, {kRows, kColumns}, chunk, {H5S_UNLIMITED, kColumns}, addToList},
+             values.data());
+        const ScopedDataSet made(H5Dopen1(parent, "data"));
+        if (skipped != 0)
+        {
+            const size_t size = kRowsOfChunk * kColumns * sizeof(int);
+            H5Dwrite_chunk(made.get(), H5P_DEFAULT, skipped, Dims{0, 0}.data(), size, values.data());
+        }
+        H5Dset_extent(made.get(), Dims{kRows + rowsBehind, kColumns}.data());
+    }
+};
+
+TEST_F(Chunk, OfAnotherProgramIsReadAsPlainHdf5ReadsItAlsoWhatAnotherHandleHasStillInHdf5sCache)
+{
+    const std::vector<ForeignNumbers> table = {
+        {true, {H5Z_FILTER_SHUFFLE, H5Z_FILTER_DEFLATE}, kColumns, 0, 0, 3},
+        {true, {H5Z_FILTER_SHUFFLE}},
+        {true, {H5Z_FILTER_DEFLATE}},
+        {false, {H5Z_FILTER_SHUFFLE}, kColumns, H5D_CHUNK_DONT_FILTER_PARTIAL_CHUNKS},
+        {false, {H5Z_FILTER_DEFLATE}, 15},
+        {false, {H5Z_FILTER_DEFLATE}, kColumns, 0, 100}};
+    for (const ForeignNumbers& row : table)
+    {
+        SCOPED_TRACE(&row - table.data());
         Ints expected(kRows * kColumns);
         std::iota(expected.begin(), expected.end(), 0);
-        const ScopedDataSet other =
-            Make(rootId, "data", {H5T_NATIVE_INT, {kRows, kColumns}, row.chunk, {H5S_UNLIMITED, kColumns}, addToList},
-                 expected.data());
-        const Dims extent = {kRows + row.rowsBehind, kColumns};
-        H5Dset_extent(other.get(), extent.data());
-        expected.resize(extent[0] * kColumns);
-        const auto array = root->GetArray("data");
+        row.Store(rootId, expected);
+        expected.resize((kRows + row.rowsBehind) * kColumns);
+        const ScopedDataSet other(H5Dopen1(rootId, "data"));
         Ints read(expected.size());
         StorageTraits remembered = StorageTraits::Unknown;
-        const WholeRead whole = {other.get(), array->GetTypeID(), array->GetTypeID(), array->GetSize()};
-        EXPECT_EQ(ReadPackedChunks(remembered, whole, read.data()), row.isReadStraight);
 
-        EXPECT_EQ(ReadArray<int>(*array), expected);
+        const WholeRead whole = {other.get(), H5T_NATIVE_INT, H5T_NATIVE_INT, read.size()};
+        EXPECT_EQ(ReadPackedChunks(remembered, whole, read.data()), row.isReadStraight);
+        EXPECT_EQ(ReadArray<int>(*root, "data"), expected);
 
         std::reverse(expected.begin(), expected.end());
         H5Dwrite(other.get(), H5T_NATIVE_INT, H5S_ALL, H5S_ALL, H5P_DEFAULT, expected.data());
-        EXPECT_EQ(ReadArray<int>(*array), expected);
+        EXPECT_EQ(ReadArray<int>(*root, "data"), expected);
 
         root->DelArray("data");
     }
@@ -153,7 +162,7 @@ TEST_F(Chunk, OfAnotherProgramIsReadTwiceAsPlainHdf5ReadsIt)
 TEST_F(Chunk, ThatIsDamagedFailsInHdf5sWords)
 {
     root->SetDefaultCompression(1);
-    const auto array = StoreArray(*root, "a", Ints(1000, 7));
+    const auto array = StoreArray(*root, "a", Ints(5000));
     const hsize_t place = 0;
     H5Dwrite_chunk(array->LocationID(), H5P_DEFAULT, 0, &place, 3, "bad");
 

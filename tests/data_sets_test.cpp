@@ -126,8 +126,7 @@ TEST_F(DataSets, AreMovedByTheHyperslabsThatHdf5TakesAndRefuseTheOthersAtItsStep
     Make(rootId, "unfilled", {H5T_NATIVE_INT, {3}, {3}, {}, &FillNever}); // what reads too much changes nothing
     const auto array = root->GetArray("contiguous");
     const auto unfilled = root->GetArray("unfilled");
-    Ints read(20);
-    int* const moved = read.data();
+    int moved[20] = {};
 
     array->GetFromHyperslab(moved, 19, -9, 3, Int);
     EXPECT_EQ((Ints{moved[0], moved[1], moved[2]}), (Ints{19, 10, 1}));

@@ -11,8 +11,6 @@ struct ExtensibleArray : OpenFileTest
 {
     ExtensibleArray() { array->AppendRowsFromBuffer(2, Ints{1, 2, 3, 4, 5, 6}.data(), Int); }
 
-    std::string Content() const { return ContentOf(array->LocationID()); }
-
     boost::shared_ptr<IExtensibleArray2D> array = root->CreateExtensibleArray2D("array", Int, 0, 3, 2, 1, 0);
 };
 
@@ -46,7 +44,7 @@ TEST_F(ExtensibleArray, ABlockThatIsNotAllThereIsRefusedByItsFirstMissingLineAnd
     ExpectWords({{[&] { array->AppendRowsFromBuffer(-1, cells, Int); }, "Invalid row count: -1" + size},
                  {[&] { array->AppendColumnsFromBuffer(-2, cells, Int); }, "Invalid column count: -2" + size}});
     EXPECT_EQ(buffer, Ints(12, 99));
-    EXPECT_EQ(Content(), "[2,3] chunk [2,1]: [1,2,3,4,5,6]");
+    EXPECT_EQ(ContentOf(array->LocationID()), "[2,3] chunk [2,1]: [1,2,3,4,5,6]");
 }
 
 TEST_F(ExtensibleArray, AFailedAppendLeavesTheFileABlockAheadAndTheNextLandsBehindIt)
@@ -58,7 +56,7 @@ TEST_F(ExtensibleArray, AFailedAppendLeavesTheFileABlockAheadAndTheNextLandsBehi
 
     array->AppendRowsFromBuffer(1, cells.data(), Int);
     EXPECT_EQ(array->GetNumberOfRows(), 3U);
-    EXPECT_EQ(Content(), "[5,3] chunk [2,1]: [1,2,3,4,5,6,0,0,0,0,0,0,7,8,9]");
+    EXPECT_EQ(ContentOf(array->LocationID()), "[5,3] chunk [2,1]: [1,2,3,4,5,6,0,0,0,0,0,0,7,8,9]");
 }
 
 // Else each access to a row would take the whole chunk apart and put it together again.

@@ -2,7 +2,6 @@
 
 #include <tarnwickhdf/typed.h>
 
-#include <array>
 #include <chrono>
 #include <future>
 #include <thread>
@@ -44,7 +43,7 @@ TEST_F(Threads, EightUseAFileEachUnderOneTrackerWhileANinthSamples)
 {
     const boost::shared_ptr<MemoryLoggerFileTracker> tracker(new MemoryLoggerFileTracker);
     IFile::InstallGlobalFileTracker(tracker);
-    std::array<std::future<void>, 8> uses;
+    std::vector<std::future<void>> uses(8);
     for (std::future<void>& use : uses)
     {
         use = std::async(std::launch::async, UseAFile, Path(std::to_string(&use - uses.data())));

@@ -52,8 +52,6 @@ std::vector<Reading> SomeReadings()
 struct Typed : OpenFileTest
 {
     boost::shared_ptr<IGroup> group = root->CreateGroup("a/b");
-
-    std::string Content(const std::string& name) const { return ContentOf(group->GetArray(name)->LocationID()); }
 };
 
 TEST_F(Typed, AnArrayIsStoredInPlaceWhileItsShapeStaysAndWithTheGroupsCompressionElse)
@@ -62,12 +60,12 @@ TEST_F(Typed, AnArrayIsStoredInPlaceWhileItsShapeStaysAndWithTheGroupsCompressio
 
     StoreArray(*group, "v", Ints{1, 2, 3, 4})->SetAttr("kept", "yes");
     EXPECT_EQ(StoreArray(*group, "v", Ints{5, 6, 7, 8})->GetAttr("kept"), "yes");
-    EXPECT_EQ(Content("v"), "[4] chunk [4] deflate 6: [5,6,7,8]");
+    EXPECT_EQ(ContentOf(group->GetArray("v")->LocationID()), "[4] chunk [4] deflate 6: [5,6,7,8]");
 
     StoreArray(*group, "v", Ints{1, 2, 3, 4, 5, 6}, 2);
-    EXPECT_EQ(Content("v"), "[3,2] chunk [3,2] deflate 6: [1,2,3,4,5,6]");
+    EXPECT_EQ(ContentOf(group->GetArray("v")->LocationID()), "[3,2] chunk [3,2] deflate 6: [1,2,3,4,5,6]");
     StoreArray(*group, "v", Ints(), 3);
-    EXPECT_EQ(Content("v"), "[0,3]: []");
+    EXPECT_EQ(ContentOf(group->GetArray("v")->LocationID()), "[0,3]: []");
     EXPECT_EQ(ReadArray<int>(*group, "v"), Ints());
     EXPECT_EQ(ReadArray<int>(*group->CreateArray("null", TDataType::Int, 0)), Ints());
 }
