@@ -40,15 +40,15 @@ struct Task
     std::size_t rounds = 1, times = 1; ///< So many turns are taken, so often the work is done in each.
     bool isFirst = false;              ///< A side's first turn tells of the heap.
     hsize_t count = 0;                 ///< So many elements of the data or values are moved, or blocks of the data.
-    std::string dataPath, rowsPath;    ///< The files with the data and with the numbers of the selected rows.
+    std::string data, rows;            ///< The files with the data and with the numbers of the selected rows.
     int level = 0;                     ///< Of deflate, with shuffle; 0 for neither.
     hsize_t chunk = 0;                 ///< The elements or rows of a chunk, 0 for contiguous data sets.
     hsize_t stride = 1;                ///< Of each so many elements one is read.
     Place shape, block, distance;      ///< Of a new extensible array; of a block that is moved; from one to the next.
     Names groups, names, texts; ///< Groups with attributes; what the work is done for; a text for each attribute.
 
-    std::vector<hsize_t> rows;                       ///< The selected ones.
-    void* data = nullptr;                            ///< The elements,
+    std::vector<hsize_t> selection;                  ///< The selected rows.
+    void* elements = nullptr;                        ///< The data,
     void* memory = nullptr;                          ///< and room for as many that are read.
     hsize_t length = 0;                              ///< Elements of the data.
     hid_t type = -1;                                 ///< Of an element.
@@ -78,10 +78,10 @@ struct Id
     const hid_t id;
 };
 
-/// Has the list make data sets in chunks (of 0 dimensions: contiguous), with shuffle and deflate of a level above 0.
+/// Has the list make data sets in chunks (of 0 elements: contiguous), with shuffle and deflate of a level above 0.
 inline void SetStorage(hid_t list, int dimensions, const hsize_t* chunk, int level)
 {
-    if (dimensions > 0)
+    if (chunk[0] > 0)
     {
         H5Pset_chunk(list, dimensions, chunk);
     }

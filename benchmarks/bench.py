@@ -91,12 +91,8 @@ class Program:
         self.process = subprocess.Popen([path], stdin=subprocess.PIPE, stdout=subprocess.PIPE, text=True)
         self.versions = self.process.stdout.readline().strip()
 
-    def turn(self, side, work, data=None, rows=None, **fields):
-        if data is not None:
-            fields.update(dataPath=path_of(data))
-        if rows is not None:
-            fields.update(rowsPath=path_of(rows))
-        print(json.dumps({"work": f"{side} {work}", **fields}), file=self.process.stdin, flush=True)
+    def turn(self, side, work, **fields):
+        print(json.dumps({"work": f"{side} {work}", **fields}, default=path_of), file=self.process.stdin, flush=True)
         answer = self.process.stdout.readline().split()
         if not answer:
             raise SystemExit(f"the sides in C++ ended in {side} {work}")
@@ -104,7 +100,7 @@ class Program:
 
 
 def path_of(data):
-    """A file with the data, which rows.py keeps in memory, so that their address stands for them."""
+    """A file with the data, which stands for them in a task. rows.py keeps them in memory, so that their address is a name."""
     path = rows.path(f"data-{id(data)}.h5")
     if not os.path.exists(path):
         with h5py.File(path, "w") as file:

@@ -32,28 +32,28 @@ const Work kWrite(
     {
         if (task.isTable)
         {
-            root.CreateTableFromBuffer(kName, task.data, task.length, task.type, task.level, -1, 0);
+            root.CreateTableFromBuffer(kName, task.elements, task.length, task.type, task.level, -1, 0);
             return;
         }
         root.SetDefaultCompression(task.level);
-        root.CreateArrayFromBuffer(kName, task.data, task.number, task.length, 1);
+        root.CreateArrayFromBuffer(kName, task.elements, task.number, task.length, 1);
     },
     [](hid_t root, const Task& task)
     {
         const hsize_t chunk = std::min<hsize_t>(task.chunk, task.length);
         const Id space(H5Screate_simple(1, &task.length, nullptr));
         const Id list(H5Pcreate(H5P_DATASET_CREATE));
-        SetStorage(list, chunk == 0 ? 0 : 1, &chunk, task.level);
+        SetStorage(list, 1, &chunk, task.level);
         const Id set(H5Dcreate2(root, kName, task.type, space, H5P_DEFAULT, list, H5P_DEFAULT));
-        H5Dwrite(set, task.type, H5S_ALL, H5S_ALL, H5P_DEFAULT, task.data);
+        H5Dwrite(set, task.type, H5S_ALL, H5S_ALL, H5P_DEFAULT, task.elements);
     },
     [](const H5::Group& root, const Task& task)
     {
         const hsize_t chunk = std::min<hsize_t>(task.chunk, task.length);
         const H5::DataType type(task.type);
         const H5::DSetCreatPropList list;
-        SetStorage(list.getId(), chunk == 0 ? 0 : 1, &chunk, task.level);
-        root.createDataSet(kName, type, H5::DataSpace(1, &task.length), list).write(task.data, type);
+        SetStorage(list.getId(), 1, &chunk, task.level);
+        root.createDataSet(kName, type, H5::DataSpace(1, &task.length), list).write(task.elements, type);
     });
 
 void ReadPlainly(hid_t set, const Task& task)
@@ -130,28 +130,28 @@ const Side kPickOfTables("plain read all and pick of tables", PlainFile, kTable,
 // The plain side takes the faster of two ways: a selection of points for few rows, all rows for many.
 const Work kReadSelected(
     "read selected", kTable, kOnce,
-    [](const ITable& table, const Task& task) { table.GetFromSelection(task.memory, -1, task.rows); },
+    [](const ITable& table, const Task& task) { table.GetFromSelection(task.memory, -1, task.selection); },
     [](hid_t set, const Task& task)
     {
-        const hsize_t count = task.rows.size();
+        const hsize_t count = task.selection.size();
         if (count >= kPickFrom)
         {
             const std::unique_ptr<Reading[]> all(new Reading[task.length]);
             H5Dread(set, task.type, H5S_ALL, H5S_ALL, H5P_DEFAULT, all.get());
-            std::transform(task.rows.begin(), task.rows.end(), static_cast<Reading*>(task.memory),
+            std::transform(task.selection.begin(), task.selection.end(), static_cast<Reading*>(task.memory),
                            [&](hsize_t row) { return all[row]; });
             return;
         }
         const Id file(H5Dget_space(set));
         const Id memory(H5Screate_simple(1, &count, nullptr));
-        H5Sselect_elements(file, H5S_SELECT_SET, count, task.rows.data());
+        H5Sselect_elements(file, H5S_SELECT_SET, count, task.selection.data());
         H5Dread(set, task.type, memory, file, H5P_DEFAULT, task.memory);
     },
     [](const H5::DataSet& set, const Task& task)
     {
-        const hsize_t count = task.rows.size();
+        const hsize_t count = task.selection.size();
         const H5::DataSpace file = set.getSpace();
-        file.selectElements(H5S_SELECT_SET, count, task.rows.data());
+        file.selectElements(H5S_SELECT_SET, count, task.selection.data());
         set.read(task.memory, H5::DataType(task.type), H5::DataSpace(1, &count), file);
     });
 
@@ -164,8 +164,8 @@ struct CppRun
 
     CppRun(const H5::DataSet& set, const Task& task) : type(task.type), memory(1, &task.length), file(set.getSpace())
     {
-        const hsize_t count = task.rows.size();
-        memory.selectElements(H5S_SELECT_SET, count, task.rows.data());
+        const hsize_t count = task.selection.size();
+        memory.selectElements(H5S_SELECT_SET, count, task.selection.data());
         file.selectHyperslab(H5S_SELECT_SET, &count, &kRunStart);
     }
 };
@@ -174,16 +174,16 @@ struct CppRun
 const Work kScatter(
     "scatter", kTable, kOnce,
     [](const ITable& table, const Task& task)
-    { table.GetFromHyperslabToSelection(task.memory, task.length, task.type, kRunStart, task.rows); },
+    { table.GetFromHyperslabToSelection(task.memory, task.length, task.type, kRunStart, task.selection); },
     [](hid_t set, const Task& task)
     {
-        const hsize_t count = task.rows.size();
+        const hsize_t count = task.selection.size();
         const std::unique_ptr<Reading[]> rows(new Reading[count]);
         const Stride run(set, kRunStart, 1, count);
         H5Dread(set, task.type, run.memory, run.file, H5P_DEFAULT, rows.get());
         for (std::size_t i = 0; i < count; ++i)
         {
-            static_cast<Reading*>(task.memory)[task.rows[i]] = rows[i];
+            static_cast<Reading*>(task.memory)[task.selection[i]] = rows[i];
         }
     },
     [](const H5::DataSet& set, const Task& task)
@@ -196,20 +196,21 @@ const Work kScatter(
 const Work kCollect(
     "collect", kTable, kOnce,
     [](ITable& table, const Task& task)
-    { table.SetToHyperslabFromSelection(task.data, task.length, task.type, kRunStart, task.rows); },
+    { table.SetToHyperslabFromSelection(task.elements, task.length, task.type, kRunStart, task.selection); },
     [](hid_t set, const Task& task)
     {
-        const hsize_t count = task.rows.size();
+        const hsize_t count = task.selection.size();
         const std::unique_ptr<Reading[]> rows(new Reading[count]);
-        const auto* buffer = static_cast<const Reading*>(task.data);
-        std::transform(task.rows.begin(), task.rows.end(), rows.get(), [=](hsize_t row) { return buffer[row]; });
+        const auto* buffer = static_cast<const Reading*>(task.elements);
+        std::transform(task.selection.begin(), task.selection.end(), rows.get(),
+                       [=](hsize_t row) { return buffer[row]; });
         const Stride run(set, kRunStart, 1, count);
         H5Dwrite(set, task.type, run.memory, run.file, H5P_DEFAULT, rows.get());
     },
     [](const H5::DataSet& set, const Task& task)
     {
         const CppRun run(set, task);
-        set.write(task.data, run.type, run.memory, run.file);
+        set.write(task.elements, run.type, run.memory, run.file);
     });
 
 // The column of texts alone, and a string of each.

@@ -93,7 +93,7 @@ void Transfer(hid_t set, hid_t memory, hid_t file, const Task& task)
 {
     if (task.mode == "w")
     {
-        H5Dwrite(set, H5T_NATIVE_DOUBLE, memory, file, H5P_DEFAULT, task.data);
+        H5Dwrite(set, H5T_NATIVE_DOUBLE, memory, file, H5P_DEFAULT, task.elements);
     }
     else
     {
@@ -147,7 +147,7 @@ void MoveByCpp(const H5::DataSet& set, const Task& task, const Place& start)
     const H5::DataSpace memory(2, task.block.data());
     if (task.mode == "w")
     {
-        set.write(task.data, H5::PredType::NATIVE_DOUBLE, memory, file);
+        set.write(task.elements, H5::PredType::NATIVE_DOUBLE, memory, file);
     }
     else
     {
@@ -176,11 +176,11 @@ int Int(hsize_t number)
 
 const Side kLibrary[] = {
     ByLibrary("append a row", [](Array& array, const Task& task, const Place& /*start*/)
-              { array.AppendRowFromBuffer(task.data, kDouble); }),
+              { array.AppendRowFromBuffer(task.elements, kDouble); }),
     ByLibrary("append rows", [](Array& array, const Task& task, const Place& /*start*/)
-              { array.AppendRowsFromBuffer(Int(task.block[0]), task.data, kDouble); }),
+              { array.AppendRowsFromBuffer(Int(task.block[0]), task.elements, kDouble); }),
     ByLibrary("append a column", [](Array& array, const Task& task, const Place& /*start*/)
-              { array.AppendColumnFromBuffer(task.data, kDouble); }),
+              { array.AppendColumnFromBuffer(task.elements, kDouble); }),
     ByLibrary("read a row", [](Array& array, const Task& task, const Place& start)
               { array.ReadRowToBuffer(Int(start[0]), task.memory, kDouble); }),
     ByLibrary("read rows", [](Array& array, const Task& task, const Place& start)

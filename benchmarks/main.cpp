@@ -14,8 +14,8 @@
 namespace bench
 {
 
-NLOHMANN_DEFINE_TYPE_NON_INTRUSIVE_WITH_DEFAULT(Task, work, kind, path, mode, rounds, times, isFirst, count, dataPath,
-                                                level, chunk, stride, rowsPath, shape, block, distance, groups, names,
+NLOHMANN_DEFINE_TYPE_NON_INTRUSIVE_WITH_DEFAULT(Task, work, kind, path, mode, rounds, times, isFirst, count, data,
+                                                level, chunk, stride, rows, shape, block, distance, groups, names,
                                                 texts)
 
 } // namespace bench
@@ -74,22 +74,22 @@ void Load(Task& task)
 {
     static std::map<std::string, Data> loaded;
     static std::vector<char> memory;
-    if (!task.dataPath.empty())
+    if (!task.data.empty())
     {
-        Data& data = loaded.try_emplace(task.dataPath, task.dataPath).first->second;
+        Data& data = loaded.try_emplace(task.data, task.data).first->second;
         memory.resize(std::max(memory.size(), data.bytes.size()));
-        task.data = data.bytes.data();
+        task.elements = data.bytes.data();
         task.memory = memory.data();
         task.type = data.type;
         task.length = data.bytes.size() / H5Tget_size(task.type);
         task.isTable = H5Tget_class(task.type) == H5T_COMPOUND;
         task.number = task.isTable ? TDataType::Undefined : INode::HDFTypeToDataType(task.type);
     }
-    if (!task.rowsPath.empty())
+    if (!task.rows.empty())
     {
-        const std::vector<char>& bytes = loaded.try_emplace(task.rowsPath, task.rowsPath).first->second.bytes;
+        const std::vector<char>& bytes = loaded.try_emplace(task.rows, task.rows).first->second.bytes;
         const auto* rows = reinterpret_cast<const hsize_t*>(bytes.data());
-        task.rows.assign(rows, rows + bytes.size() / sizeof(hsize_t));
+        task.selection.assign(rows, rows + bytes.size() / sizeof(hsize_t));
     }
 }
 
