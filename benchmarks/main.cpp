@@ -152,6 +152,7 @@ int main()
     for (std::string line; std::getline(std::cin, line);)
     {
         Task task = nlohmann::json::parse(line);
+        H5Eset_auto2(H5E_DEFAULT, &EndAtAnError, nullptr);
         Load(task);
         malloc_trim(0); // What ran before doesn't decide how much memory is at hand.
         seconds = 0;

@@ -89,6 +89,10 @@ def open_file(peer, name, mode):
     return (h5py.File if peer == "h5py" else tables.open_file)(path(f"{peer}-{name}.h5"), mode)
 
 
+def of_both(work):
+    return partial(work, "h5py"), partial(work, "pytables")
+
+
 def new(peer, size):
     return [open_file(peer, "new", "w")]
 
@@ -191,8 +195,7 @@ def groups():
 
     Row("files and groups/create 10,000 groups", "levels =", [1, 2, 3, 4, 5, 6], 1.15,
         [("*", "each group is an object with its own name and pointers that the file knows of")],
-        lambda levels: {"work": "create groups", "names": group_paths(levels)}, new,
-        partial(create_all, "h5py"), partial(create_all, "pytables"))
+        lambda levels: {"work": "create groups", "names": group_paths(levels)}, new, *of_both(create_all))
 
 
 # Small objects in the root group.
@@ -248,8 +251,7 @@ def small_arrays():
 
     own_object = "each child becomes an object that stands for itself, with the types of its columns for tables"
     add("create arrays of 8 doubles", "a property list and a space are made for each array; a list that is kept keeps an id open",
-        child_task("create arrays"), (new, None), for_each_child(partial(create_array, "h5py")),
-        for_each_child(partial(create_array, "pytables")), target=1.10)
+        child_task("create arrays"), (new, None), *map(for_each_child, of_both(create_array)), target=1.10)
     add("open arrays, ask for type and shape", own_object, child_task("open"), arrays, open_h5py, open_tables)
     add("ask whether arrays are extensible", "the array is opened as an extensible one, which is refused in words",
         child_task("open"), arrays, for_each_child(lambda file, name: name in file and None in file[name].maxshape),
@@ -354,8 +356,8 @@ def whole(family, word, data, sizes, targets, reasons, one_chunk=None):
     def read_tables(_, node, size):
         node.read() if family == "tables" else node.read(out=data.data(size))
 
-    Row(f"{family}/write{word}", "bytes", sizes, targets[0], reasons, data.task("write"), new, partial(data.write, "h5py"),
-        partial(data.write, "pytables"), target_from=8 * MIB)
+    Row(f"{family}/write{word}", "bytes", sizes, targets[0], reasons, data.task("write"), new, *of_both(data.write),
+        target_from=8 * MIB)
     if one_chunk:
         beside("one chunk", 1.02, {"reasons": [FIXED_COST]}, task=one_chunk.task("write"))
     Row(f"{family}/read{word}", "bytes", sizes, targets[1], reasons + OTHER_FILE + HUGE_PAGES, data.task(f"read {family}"),
