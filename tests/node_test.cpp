@@ -107,16 +107,17 @@ TEST_F(Node, IsNotListedTwiceWhereADamagedNameEndsTheListing)
     Names names;
     root->CreateGroup("a");
     root->CreateGroup("b");
+    root->CreateGroup("c");
     file->Close();
     std::string bytes = Read("test.h5");
     // The entries of a group's table have 40 bytes each, behind 8 bytes of a header. They begin with the name's place.
-    bytes.replace(bytes.find("SNOD") + 8 + 40, 2, "\xff\xff");
+    bytes.replace(bytes.find("SNOD") + 8 + size_t{2} * 40, 2, "\xff\xff");
     std::ofstream(Path("test.h5"), std::ios::binary) << bytes;
     file = Open("test.h5", "r");
 
     TextOf([&] { (file->GetRoot().get()->*&Inside::ListNames)(H5G_GROUP, names); });
 
-    EXPECT_LE(names.size(), 2U);
+    EXPECT_LE(names.size(), 3U);
 }
 
 using Paths = OpenFileTest;

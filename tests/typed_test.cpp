@@ -182,7 +182,7 @@ TEST_F(Typed, AWrongUseIsToldWithThePathOfTheObjectAndLeaksNothing)
         {[&] { ReadArray<double>(*texts); }, "/a/b/s: holds texts, which are read as std::string"},
         {[&] { ReadArray<std::string>(*numbers); }, "/a/b/v: holds no texts"},
         {[&] { ReadValue<int>(*numbers); }, "/a/b/v: holds 3 values, not one"},
-        {[&] { ReadArray<int>(*group, "missing"); }, "/a/b/missing: Array does not exist:"},
+        {[&] { ReadArray<int>(*root, "missing"); }, "/missing: Array does not exist:"},
         {[&] { MakeExtensibleArray2D<int>(*group, "log", 3, 4); },
          "/a/b/log: could not be created, because its name is taken, a group above it is missing or a size is 0"},
         {[&] { AppendRows<int>(*log, three); }, "/a/b/log: 3 values are no whole rows of 2"},
