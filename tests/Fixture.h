@@ -153,6 +153,7 @@ struct PlainDataSet
     Dims chunk = {};                                ///< Empty for a contiguous one.
     Dims maximum = {};                              ///< Empty for that of the extent.
     std::function<void(hid_t list)> addToList = {}; ///< What else its creation list has.
+    H5S_class_t withoutExtent = H5S_SCALAR;         ///< Of an empty extent.
 };
 
 /// For a creation list: where nothing was written, a read leaves the buffer as it is.
@@ -167,7 +168,8 @@ inline ScopedDataSet Make(hid_t parent, const std::string& name, const PlainData
 {
     const int rank = static_cast<int>(wanted.extent.size());
     const hsize_t* const maximum = wanted.maximum.empty() ? nullptr : wanted.maximum.data();
-    const ScopedSpace space(rank == 0 ? H5Screate(H5S_SCALAR) : H5Screate_simple(rank, wanted.extent.data(), maximum));
+    const ScopedSpace space(rank == 0 ? H5Screate(wanted.withoutExtent)
+                                      : H5Screate_simple(rank, wanted.extent.data(), maximum));
     const ScopedPropertyList list(H5Pcreate(H5P_DATASET_CREATE));
     if (!wanted.chunk.empty())
     {

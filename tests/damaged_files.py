@@ -1,7 +1,7 @@
 """Walks damaged files: each walk ends, with or without an exception, and what crashes does so inside HDF5.
 
 What is varied, by the number of the file, which seeds everything: the file (one of those that foreign_files.py makes,
-one of random use, or one that PyTables ships), where it is damaged, and how: cut off, a run of zeros, random bytes, or
+or one that PyTables ships), where it is damaged, and how: cut off, a run of zeros, random bytes, or
 flipped bits. What is held fixed: the walk (walk.cpp), which runs in a process of its own under the address sanitizer.
 The sanitizer tells where a walk crashed and, past the end of some memory, who had asked for that memory: a crash counts
 as HDF5's if both were HDF5. TARNWICKHDF_LONG_TESTS in the environment walks 20,000 files.
@@ -21,7 +21,6 @@ import tempfile
 import threading
 
 from foreign_files import SHIPPED, make
-from random_files import failure, sequence
 
 # Damage makes HDF5 leak and ask for more memory than there is; a walk that never ends is aborted.
 os.environ['ASAN_OPTIONS'] = 'detect_leaks=0:handle_abort=1:allocator_may_return_null=1:max_allocation_size_mb=1000'
@@ -70,7 +69,6 @@ def walk(number):
 
 def make_files():
     make(9)
-    failure(sys.argv[1], 1, sequence(1, 150))
     names = sorted(glob.glob('*.h5') + glob.glob(SHIPPED + '/*.h5'))
     return [name for name in names if 0 < os.path.getsize(name) < 100000]
 
