@@ -154,7 +154,6 @@ int main()
         Task task = nlohmann::json::parse(line);
         H5Eset_auto2(H5E_DEFAULT, &EndAtAnError, nullptr);
         Load(task);
-        malloc_trim(0); // What ran before doesn't decide how much memory is at hand.
         seconds = 0;
         H5Eset_auto2(H5E_DEFAULT, task.work.find("plain") == 0 ? &EndAtAnError : nullptr, nullptr);
         for (std::size_t round = 0; round < task.rounds; ++round)

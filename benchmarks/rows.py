@@ -630,7 +630,7 @@ def typed():
     """Calls with C++ values beside the calls that they are made of. Up to 1 MiB a call may cost a tenth more, above a fiftieth."""
     overhead = "*", "a fixed cost of each call: element type and length come from the vector, and are compared with the stored", 1024
     search = "*", "each text is searched for NUL bytes, at which it would end in the file, and the plain calls don't search"
-    look_up = "*", "every column is looked up before the read, which larger data hide", 13107
+    look_up = "*", "the first read of a handle looks up every column; later reads, opening or larger data hide that", 13107
     same = "*", "both make the same call"
     for name, element_bytes, reason, work, maker in (
             ("store a vector of doubles, beside CreateArrayFromBuffer", 8, overhead, "store numbers", None),
@@ -639,7 +639,9 @@ def typed():
             ("append rows of 16 doubles at once, beside AppendRowsFromBuffer", 8, overhead, "append numbers", None),
             ("read a vector of doubles, beside GetToBuffer", 8, overhead, "read numbers", "store numbers"),
             ("read a vector of texts, beside ReadStringDataSet", 12, same, "read text values", "store texts"),
-            ("read a table, beside GetToBuffer", READING.itemsize, look_up, "read readings", "store readings")):
+            ("read a table for the first time, beside GetToBuffer", READING.itemsize, look_up, "read readings", "store readings"),
+            ("read a table by its name, beside GetTable and GetToBuffer", READING.itemsize, look_up, "read readings by name",
+             "store readings")):
         for size in 8 * KIB, 512 * KIB, 8 * MIB, 64 * MIB:
             Row(f"typed/{name}", "elements", [size // element_bytes], 1.02 if size > MIB else 1.10, [reason],
                 lambda size, work=work: {"work": work}, differ={"cpp": None},

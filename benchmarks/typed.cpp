@@ -91,4 +91,13 @@ const TypedWork<Reading> kReadReadings(
     [](const ITable& table, Readings& rows) { ReadTable(table, kReading, rows); },
     [](const ITable& table, Readings& rows) { table.GetToBuffer(rows.data(), kReading.Id()); });
 
+const TypedWork<Reading> kReadNamedReadings(
+    "read readings by name", kOpenRoot, [](IGroup& root, Readings& rows) { rows = ReadTable(root, "t", kReading); },
+    [](IGroup& root, Readings& rows)
+    {
+        const auto table = root.GetTable("t");
+        rows = Readings(table->GetNumberOfRows());
+        table->GetToBuffer(rows.data(), kReading.Id());
+    });
+
 } // namespace
