@@ -5,7 +5,6 @@
 #include <tarnwickhdf/tarnwickhdf.h>
 
 #include <nlohmann/json.hpp>
-#include <zlib.h>
 
 #include <algorithm>
 #include <functional>
@@ -33,23 +32,6 @@ inline json Try(const std::function<json()>& call)
     }
 }
 
-inline json Each(size_t count, const std::function<json(int)>& call)
-{
-    json list = json::array();
-    for (size_t i = 0; i < count; ++i)
-    {
-        list.push_back(call(static_cast<int>(i)));
-    }
-    return list;
-}
-
-/// Each value, or of many a checksum.
-inline json Values(const std::vector<double>& values)
-{
-    const auto* const bytes = reinterpret_cast<const Bytef*>(values.data());
-    return values.size() < 1000 ? json(values) : json(crc32_z(0, bytes, values.size() * sizeof(double)));
-}
-
 /// The numbers that `read` stores; null for more than a damaged file may ask for. A scalar counts as 0 elements and
 /// moves its one.
 inline json Numbers(size_t length, size_t width, const std::function<void(double*)>& read)
@@ -63,22 +45,21 @@ inline json Numbers(size_t length, size_t width, const std::function<void(double
     const auto readThem = [&]
     {
         read(values.data());
-        return Values(values);
+        return json(values);
     };
     return Try(readThem);
 }
 
-inline json Attribute(const INode& node, const std::string& name)
-{
-    const json type = Try([&] { return node.GetAttrType(name); });
-    const json text = Try([&] { return node.GetAttr(name); });
-    return {name, type, text};
-}
-
 inline json Attributes(const INode& node)
 {
-    const auto count = static_cast<size_t>(node.GetNumberOfAttrs());
-    const json told = Each(count, [&](int i) { return Attribute(node, node.GetAttrName(i)); });
+    json told = json::array();
+    for (int i = 0; i < node.GetNumberOfAttrs(); ++i)
+    {
+        const std::string name = node.GetAttrName(i);
+        const json type = Try([&] { return node.GetAttrType(name); });
+        const json text = Try([&] { return node.GetAttr(name); });
+        told.push_back({name, type, text});
+    }
     return {told, node.ListAttrs()};
 }
 
@@ -108,14 +89,12 @@ inline json Of(const IArray& array)
 
 inline json Of(IExtensibleArray2D& array)
 {
-    const unsigned int rows = array.GetNumberOfRows();
+    const auto rows = static_cast<int>(array.GetNumberOfRows());
     const unsigned int columns = array.GetNumberOfColumns();
     const json bytes = Try([&] { return array.GetSizeInBytes(); });
-    const auto read = [&](double* to)
-    {
-        array.ReadRowsToBuffer(0, static_cast<int>(rows), to, TDataType::Double);
-    };
-    return {Attributes(array), array.GetType(), rows, columns, bytes, Numbers(rows, columns, read)};
+    const json cells = Numbers(array.GetNumberOfRows(), columns,
+                               [&](double* to) { array.ReadRowsToBuffer(0, rows, to, TDataType::Double); });
+    return {Attributes(array), array.GetType(), array.GetNumberOfRows(), columns, bytes, cells};
 }
 
 inline json TextsOfColumn(const ITable& table, int column)
@@ -137,8 +116,12 @@ inline json Column(const ITable& table, int column)
 
 inline json Of(const ITable& table)
 {
-    return {Attributes(table), table.GetNumberOfRows(),
-            Each(table.GetNumberOfColumns(), [&](int i) { return Column(table, i); })};
+    json columns = json::array();
+    for (size_t i = 0; i < table.GetNumberOfColumns(); ++i)
+    {
+        columns.push_back(Column(table, static_cast<int>(i)));
+    }
+    return {Attributes(table), table.GetNumberOfRows(), columns};
 }
 
 /// How a name opens as each of the four classes.
@@ -154,7 +137,9 @@ inline json Child(IGroup& group, const std::string& name)
 template <typename Node>
 json Names(const std::vector<boost::shared_ptr<Node>>& nodes)
 {
-    return Each(nodes.size(), [&](int i) { return nodes[static_cast<size_t>(i)]->GetName(); });
+    std::vector<std::string> names(nodes.size());
+    std::transform(nodes.begin(), nodes.end(), names.begin(), [](auto& node) { return node->GetName(); });
+    return names;
 }
 
 /// Hands each document about a group and what is below it to `print`. A group that is its own descendant is walked

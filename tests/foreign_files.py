@@ -17,7 +17,7 @@ import tempfile
 
 import h5py
 import numpy as np
-from h5py import h5a, h5d, h5p, h5s, h5t, h5z
+from h5py import h5a, h5d, h5p, h5s, h5t
 
 from predict import UNLIMITED, compare, row_of
 
@@ -25,7 +25,7 @@ from predict import UNLIMITED, compare, row_of
 SHIPPED = importlib.util.find_spec('tables').submodule_search_locations[0] + '/tests'
 
 
-def string(size, cset=h5t.CSET_ASCII, pad=h5t.STR_NULLPAD):
+def string(size, cset, pad):
     t = h5t.C_S1.copy()
     t.set_size(size)
     t.set_cset(cset)
@@ -37,23 +37,24 @@ def types():
     """Each type by a name that says what it is."""
     row = [('a', 'i4'), ('b', 'S6'), ('c', 'f8')]
     row_of_all = [('a', row), ('b', 'i4', (2,)), ('c', h5py.vlen_dtype('i4')), ('d', h5py.string_dtype()), ('e', 'u1')]
+    row_of_vtexts = [('utf8', h5py.string_dtype()), ('number', 'i4'), ('latin', h5py.string_dtype('ascii'))]
     numpy_types = {name: name for name in 'i1 u1 i2 u2 i4 u4 i8 u8 f4 f8 >i2 >i8 >f4 >f8 f2 g c8 2i4 V5 ?'.split()}
-    numpy_types.update({'row': row, 'row of all': row_of_all, 'row of flags': [('a', '?')],
-                        'row BE': [('a', '>i4')], 'utf8': h5py.string_dtype(), 'latin': h5py.string_dtype('ascii'),
-                        'sequence': h5py.vlen_dtype('i4')})
-    all_types = {name: h5t.py_create(np.dtype(d), True) for name, d in numpy_types.items()}
-    fixed_texts = {f'text {kind}': string(*kind) for kind in itertools.product((1, 6), (0, 1), (0, 1, 2))}
-    all_types.update(fixed_texts)
-    all_types.update({'vtexts': h5t.vlen_create(string(6)), 'texts': h5t.array_create(string(6), (2,)),
-                      'bits': h5t.STD_B8LE, 'object': h5t.STD_REF_OBJ, 'region': h5t.STD_REF_DSETREG,
-                      'time': h5t.UNIX_D32LE, 'char BE': h5t.STD_I8BE})
-    all_types['row of texts'] = row_of({name.encode(): t for name, t in fixed_texts.items()})
-    all_types['row of vtexts'] = row_of({b'utf8': all_types['utf8'], b'number': h5t.STD_I32LE,
-                                         b'latin': all_types['latin']})
-    return all_types
+    numpy_types.update({'row': row, 'row of all': row_of_all, 'row of flags': [('a', '?')], 'row BE': [('a', '>i4')],
+                        'row of vtexts': row_of_vtexts, 'utf8': h5py.string_dtype(),
+                        'latin': h5py.string_dtype('ascii'), 'sequence': h5py.vlen_dtype('i4')})
+    texts = {f'text {kind}': string(*kind) for kind in itertools.product((1, 6), (0, 1), (0, 1, 2))}
+    return {**{name: h5t.py_create(np.dtype(d), True) for name, d in numpy_types.items()}, **texts,
+            'row of texts': row_of({name.encode(): t for name, t in texts.items()}),
+            'vtexts': h5t.vlen_create(h5t.C_S1), 'texts': h5t.array_create(h5t.C_S1, (2,)), 'bits': h5t.STD_B8LE,
+            'object': h5t.STD_REF_OBJ, 'region': h5t.STD_REF_DSETREG, 'time': h5t.UNIX_D32LE, 'char BE': h5t.STD_I8BE}
 
 
 TYPES = types()
+SOME_BYTES = np.frombuffer(b'ab\0 Z\xfcrich\xc3\xa9  \0\0c ', 'u1')
+# Instead of these bytes, what holds pointers and references gets such values, or none.
+TEXTS = [b'Z\xfc', b'', b'ab']
+VALUES = {'utf8': TEXTS, 'latin': TEXTS, 'row of vtexts': [(b'Z\xfc', 1, b'Z\xfc')],
+          'sequence': [], 'vtexts': [], 'object': [], 'region': [], 'row of all': []}
 FIXED = ((0,), (1,), (3,), (2, 3), (2, 0), (1, 1, 1))
 # Extents and their limits; () is a scalar, None is null.
 SPACES = [((), ()), (None, None), *zip(FIXED, FIXED), ((3,), (UNLIMITED,)), ((2, 3), (UNLIMITED, 3)),
@@ -61,14 +62,10 @@ SPACES = [((), ()), (None, None), *zip(FIXED, FIXED), ((3,), (UNLIMITED,)), ((2,
           ((2, 0), (UNLIMITED, UNLIMITED)), ((2, 3, 1), (UNLIMITED,) * 3)]
 ATTRIBUTE_SPACES = 6  # So many of them are for attributes too.
 
-# Creation lists: the setters of h5py and their arguments.
-CHUNKS = {'set_chunk': ((2, 2),)}
-LAYOUTS = {'compact': {'set_layout': (h5d.COMPACT,)}, 'chunks': CHUNKS,
-           'deflate': {**CHUNKS, 'set_shuffle': (), 'set_deflate': (6,), 'set_fletcher32': ()},
-           'szip': {**CHUNKS, 'set_szip': (h5z.SZIP_NN_OPTION_MASK, 4)},
-           'late': {'set_alloc_time': (h5d.ALLOC_TIME_LATE,)},
-           'scaled': {**CHUNKS, 'set_scaleoffset': (h5z.SO_INT, 0)},
-           'outside': {'set_external': (b'outside.raw', 0, 48)}}
+CHUNKS = {'chunks': (2, 2)}
+LAYOUTS = {'chunks': CHUNKS, 'deflate': {**CHUNKS, 'shuffle': True, 'compression': 6, 'fletcher32': True},
+           'szip': {**CHUNKS, 'compression': 'szip', 'compression_opts': ('nn', 4)},
+           'scaled': {**CHUNKS, 'scaleoffset': 0}, 'outside': {'external': [('outside.raw', 0, 48)]}}
 LINKS = {'soft': h5py.SoftLink('/compact'), 'to group': h5py.SoftLink('group/up/group'),
          'dangling': h5py.SoftLink('/none/x'), 'loop': h5py.SoftLink('loop'), 'into data': h5py.SoftLink('compact/x'),
          'outer': h5py.ExternalLink('huge.h5', 'none'), 'outer group': h5py.ExternalLink('mark 0.h5', '/'),
@@ -81,57 +78,41 @@ def space_of(dims, limits):
     return h5s.create_simple(dims, limits) if dims else h5s.create(h5s.SCALAR)
 
 
-def create(gid, name, t, space, **settings):
+def write(o, where, name, t):
+    count = o.get_space().get_simple_extent_npoints()
+    if count == 0 or VALUES.get(name) == []:
+        return
+    if name in VALUES:
+        o.write(*where, np.resize(np.array(VALUES[name], t.dtype), o.shape), h5t.py_create(t.dtype))
+    else:
+        o.write(*where, np.resize(SOME_BYTES, count * t.get_size()), t)
+
+
+def put_data_set(gid, name, type_name, t, dims, limits):
     p = h5p.create(h5p.DATASET_CREATE)
-    for setting, arguments in settings.items():
-        getattr(p, setting)(*arguments)
-    return h5d.create(gid, name, t, space, p)
-
-
-def values_for(name, t, dims):
-    """Values and their type in memory; None for what would be pointers and references."""
-    if t.get_class() == h5t.STRING and t.is_variable_str():
-        return np.resize(np.array([b'Z\xfc', b'', b'ab'], t.dtype), dims or ()), h5t.py_create(t.dtype)
-    if name == 'row of vtexts':
-        return np.resize(np.array([(b'Z\xfc', 1, b'Z\xfc')], t.dtype), dims or ()), h5t.py_create(t.dtype)
-    if name in ('sequence', 'vtexts', 'object', 'region', 'row of all'):
-        return None, None
-    count = int(np.prod(dims)) if dims is not None else 0
-    some_bytes = np.frombuffer(b'ab\0 Z\xfcrich\xc3\xa9  \0\0c ', 'u1')
-    return np.resize(some_bytes, count * t.get_size()), t
-
-
-def put_data_set(gid, name, type_name, t, dims, limits, **settings):
     if UNLIMITED in (limits or ()):
-        settings = {'set_chunk': (tuple(max(1, d) for d in dims),)}
-    d = create(gid, name.encode(), t, space_of(dims, limits), **settings)
-    values, mtype = values_for(type_name, t, dims)
-    if values is not None and d.get_space().get_simple_extent_npoints():
-        d.write(h5s.ALL, h5s.ALL, values, mtype)
-
-
-def put_attribute(oid, name, type_name, t, dims, limits):
-    a = h5a.create(oid, name.encode(), t, space_of(dims, limits))
-    values, mtype = values_for(type_name, t, dims)
-    if values is not None and a.get_space().get_simple_extent_npoints():
-        a.write(values, mtype)
+        p.set_chunk(tuple(max(1, d) for d in dims))
+    d = h5d.create(gid, name.encode(), t, space_of(dims, limits), p)
+    write(d, (h5s.ALL, h5s.ALL), type_name, t)
 
 
 def put_pairs(f, step):
     """Data sets and attributes of every step-th pair of a type and a space."""
-    marked = h5d.create(f.id, b'marked', h5t.STD_I32LE, h5s.create_simple((3,)))
+    marked = f.create_dataset('marked', (3,), 'i4').id
     pairs = itertools.product(TYPES.items(), enumerate(SPACES))
     for (name, t), (i, space) in itertools.islice(pairs, 0, None, step):
         put_data_set(f.id, f'{name} {space[0]}{space[1]}', name, t, *space)
         if i < ATTRIBUTE_SPACES:
-            put_attribute(marked, f'{name} {space[0]}', name, t, *space)
+            write(h5a.create(marked, f'{name} {space[0]}'.encode(), t, space_of(*space)), (), name, t)
     h5a.create(marked, b'null', TYPES['utf8'], h5s.create(h5s.SCALAR))
 
 
 def put_layouts(f):
-    for name, settings in LAYOUTS.items():
-        put_data_set(f.id, name, 'i4', h5t.STD_I32LE, (3, 4), (3, 4), **settings)
-    create(f.id, b'lost', h5t.STD_I32LE, h5s.create_simple((3,)), set_external=(b'none.raw', 0, 12))
+    compact = h5p.create(h5p.DATASET_CREATE)
+    compact.set_layout(h5d.COMPACT)
+    for name, settings in ('compact', {'dcpl': compact}), *LAYOUTS.items():
+        f.create_dataset(name, data=np.arange(12, dtype='i4').reshape(3, 4), **settings)
+    f.create_dataset('lost', (3,), 'i4', external=[('none.raw', 0, 12)])
     for name, source in ('virtual', f.filename), ('virtual of nothing', 'none.h5'):
         layout = h5py.VirtualLayout((3, 5), 'i4')
         layout[:, 1:] = h5py.VirtualSource(source, 'deflate', (3, 4))
@@ -151,31 +132,19 @@ def put_links_and_names(f):
         g.attrs[name] = i
 
 
-def make_of_every_version(step):
+def make(step=1):
+    """Makes all files here, with every step-th of the pairs of types and spaces."""
     for low in 'earliest', 'v108', 'latest':
         with h5py.File(low + '.h5', 'w', libver=(low, 'latest'), userblock_size=512) as f:
             f.create_group('group', track_order=True)
             put_pairs(f, step)
             put_layouts(f)
             put_links_and_names(f)
-
-
-def make_huge():
     with h5py.File('huge.h5', 'w') as f:
-        create(f.id, b'huge', string(8), h5s.create_simple((1 << 61,)), set_chunk=((8,),))
-
-
-def make_version_marks():
+        f.create_dataset('huge', (1 << 61,), 'S8', chunks=(8,))
     for i, mark in enumerate((7, [7, 8], 'text', 7.5)):
         with h5py.File(f'mark {i}.h5', 'w') as f:
             f.attrs['__vorl_api_version'] = mark
-
-
-def make(step=1):
-    """Makes all files here, with every step-th of the pairs of types and spaces."""
-    make_of_every_version(step)
-    make_huge()
-    make_version_marks()
     pathlib.Path('empty.h5').touch()
 
 

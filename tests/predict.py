@@ -2,7 +2,6 @@
 import io
 import itertools
 import subprocess
-import zlib
 
 import h5py
 import msgpack
@@ -20,22 +19,14 @@ def is_text(t):
     return t.get_class() == h5t.STRING
 
 
-def is_sequence_of_texts(t):
-    return t.get_class() == h5t.VLEN and t.get_super().get_class() == h5t.STRING
-
-
 def value_of(t):
     """The element type of an HDF5 type, 0 for none."""
     for value, number in enumerate(NUMBERS, 1):
         if number and t.equal(number):
             return value
-    if is_text(t):
-        return TEXT
-    return TEXTS_OF_ANY_LENGTH if is_sequence_of_texts(t) else 0
-
-
-def as_utf8(text, t):
-    return text.decode('latin-1').encode() if t.get_cset() == h5t.CSET_ASCII else text
+    if t.get_class() == h5t.VLEN and is_text(t.get_super()):
+        return TEXTS_OF_ANY_LENGTH
+    return TEXT if is_text(t) else 0
 
 
 def row_of(members):
@@ -48,41 +39,52 @@ def row_of(members):
     return compound
 
 
+# Texts.
+
+def in_memory(t):
+    """The types of a text in memory, numpy's and HDF5's: a pointer, or what is stored."""
+    if t.is_variable_str():
+        return t.dtype, h5t.py_create(t.dtype)
+    return np.dtype(f'V{t.get_size()}'), t
+
+
+def as_utf8(text, t):
+    return text.decode('latin-1').encode() if t.get_cset() == h5t.CSET_ASCII else text
+
+
+def until_nul(text, t):
+    return as_utf8(bytes(text).split(b'\0')[0], t)
+
+
 # Attributes.
 
-def text_of_fixed_length(stored, t):
-    """One NUL at the end goes; what counts as Latin-1 ends at its first."""
-    text = stored[:-1] if stored[-1:] == b'\0' else stored
-    if t.get_cset() == h5t.CSET_ASCII:
-        text = as_utf8(text.split(b'\0')[0], t)
-    return text
-
-
-def text_of_attribute(a, t, name):
-    count = a.get_space().get_simple_extent_npoints()
-    if not is_text(t):
-        return b'!could not detect charset for attribute: ' + name
-    if count != 1:
-        return b'!could not read attribute: ' + name if count > 1 else b''
+def text_of_attribute(a, t):
+    """Of a fixed length, one NUL at the end goes, and what counts as Latin-1 ends at its first."""
+    item, mtype = in_memory(t)
+    values = np.zeros(a.shape, item)
+    a.read(values, mtype=mtype)
+    text = bytes(values.flat[0])
     if t.is_variable_str():
-        values = np.zeros(a.shape, a.dtype)
-        a.read(values)
-        return bytes(values.flat[0])
-    values = np.zeros(a.shape, f'V{t.get_size()}')
-    a.read(values, mtype=t)
-    return text_of_fixed_length(bytes(values.flat[0]), t)
+        return text
+    text = text[:-1] if text[-1:] == b'\0' else text
+    return until_nul(text, t) if t.get_cset() == h5t.CSET_ASCII else text
 
 
 def attribute(oid, index):
     a = h5a.open(oid, index=index, index_type=h5.INDEX_CRT_ORDER, order=h5.ITER_INC)
-    t = a.get_type()
-    return a.name, value_of(t) or b'!invalid HDF type', text_of_attribute(a, t, a.name)
+    t, count = a.get_type(), a.get_space().get_simple_extent_npoints()
+    if not is_text(t):
+        text = b'!could not detect charset for attribute: ' + a.name
+    elif count > 1:
+        text = b'!could not read attribute: ' + a.name
+    else:
+        text = text_of_attribute(a, t) if count else b''
+    return a.name, value_of(t) or b'!invalid HDF type', text
 
 
 def attributes(oid):
     told = [attribute(oid, i) for i in range(h5a.get_num_attrs(oid))]
-    listed = [a[0] for a in told if not a[0].startswith(b'__vorl_')]
-    return told, listed
+    return told, [name for name, *_ in told if not name.startswith(b'__vorl_')]
 
 
 # Values of data sets.
@@ -91,28 +93,21 @@ def texts(d, t, count, column=None):
     """The texts of a data set, or of a column of a table."""
     if not is_text(t):
         return b'!could not detect charset from dataset'
-    item = t.dtype if t.is_variable_str() else f'V{t.get_size()}'
-    item = np.dtype([(column.decode(), item)] if column else item)
-    if t.is_variable_str():
-        mtype = h5t.py_create(item)
-    else:
-        mtype = row_of({column: t}) if column else t
+    item, mtype = in_memory(t)
+    if column:
+        item = np.dtype([('column', item)])
+        mtype = row_of({column: mtype})
     try:
         stored = np.zeros(d.get_space().get_simple_extent_npoints(), item)
         d.read(h5s.ALL, h5s.ALL, stored, mtype)
     except (OSError, ValueError):  # Python has no room for the largest either.
         return b'!error reading string buffer from dataset'
-    strings = [as_utf8(bytes(text[0] if column else text).split(b'\0')[0], t) for text in stored]
+    strings = [until_nul(text, t) for text in (stored['column'] if column else stored)]
     return (strings + [b''] * count)[:count]
 
 
 def size_of(value, count):
     return count * NUMBERS[value - 1].get_size() if value < TEXT else b'!unknown datatype!'
-
-
-def values_of(values):
-    """Each value, or of many a checksum."""
-    return values.tolist() if len(values) < 1000 else zlib.crc32(values)
 
 
 def numbers(d, value, count, words, mtype=h5t.NATIVE_DOUBLE):
@@ -126,7 +121,7 @@ def numbers(d, value, count, words, mtype=h5t.NATIVE_DOUBLE):
         d.read(h5s.ALL, h5s.ALL, values, mtype)
     except OSError:
         return words
-    return values_of(values)
+    return values.tolist()
 
 
 def read_failed(name):
@@ -191,25 +186,13 @@ def table(d, t, dims, limits, name):
 
 # Groups.
 
-def is_told(document):
-    """Instead of the words of a failure."""
-    return not isinstance(document, bytes)
-
-
-def open_object(gid, name):
-    """None if the library finds nothing there."""
-    if b'.' in name.split(b'/'):  # HDF5 passes over it when it opens, but there is no link of that name.
-        return None
-    try:
-        return h5o.open(gid, name)
-    except (KeyError, OSError, RuntimeError, ValueError):
-        return None
-
-
 def child(gid, name):
     """How a name opens as each of the four classes."""
     told = [b'!%s does not exist' % kind for kind in (b'Group', b'Array', b'ExtensibleArray', b'Array')]
-    o = open_object(gid, name)
+    try:
+        o = h5o.open(gid, name)
+    except (KeyError, RuntimeError):  # Links that lead nowhere, and in a circle.
+        return told
     if isinstance(o, h5g.GroupID):
         told[0] = group(o)
     elif isinstance(o, h5d.DatasetID):
@@ -234,27 +217,18 @@ def group(gid):
     return attributes(gid), len(kinds), kinds.count(0), 1 in kinds
 
 
-def listings(gid, names):
-    """Groups, arrays, extensible arrays and tables."""
-    listed = ([], [], [], [])
-    for name in names:
-        if kind(gid, name) < 2:
-            for names_of_kind, told in zip(listed, child(gid, name)):
-                if is_told(told):
-                    names_of_kind.append(name)
-    return listed
-
-
 def walk(gid, path, seen):
     address = h5o.get_info(gid).addr
     if address in seen:
         return
     seen.add(address)
-    names = sorted(gid)
-    yield path, group(gid), *listings(gid, names)
-    for name in names:
-        yield path + b'/' + name, kind(gid, name), child(gid, name)
-        if kind(gid, name) == 0:
+    children = [(name, kind(gid, name), child(gid, name)) for name in sorted(gid)]
+    # Listed as one of the four classes is what isn't a link and opens: the words of a failure are bytes.
+    yield path, group(gid), *([name for name, which, told in children if which < 2 and not isinstance(told[i], bytes)]
+                              for i in range(4))
+    for name, which, told in children:
+        yield path + b'/' + name, which, told
+        if which == 0:
             yield from walk(h5g.open(gid, name), path + b'/' + name, seen)
 
 
@@ -272,20 +246,16 @@ def predict(path):
 
 # The walker's documents and the comparison.
 
-def unpacked(told):
-    return [*msgpack.Unpacker(io.BytesIO(told), raw=True)]
-
-
-def plain(told):
-    """As it is after a way through MessagePack."""
-    return unpacked(b''.join(map(msgpack.packb, told)))
+def unpacked(documents):
+    return [*msgpack.Unpacker(io.BytesIO(documents), raw=True)]
 
 
 def compare(walker, path):
     """Walks a file with the library; gives the number of documents, all of which are as predicted."""
     run = subprocess.run([walker, path], check=True, capture_output=True)
     assert not run.stderr, run.stderr.decode()
-    told, predicted = unpacked(run.stdout), plain(predict(path))
+    told = unpacked(run.stdout)
+    predicted = unpacked(b''.join(map(msgpack.packb, predict(path))))
     different = [f'{path}: told\n {a}\npredicted\n {b}' for a, b in itertools.zip_longest(told, predicted)
                  if str(a) != str(b)]  # No NaN is equal to another.
     assert not different, f'{len(different)} lines differ; ' + different[0]
