@@ -88,22 +88,18 @@ def write(o, where, name, t):
         o.write(*where, np.resize(SOME_BYTES, count * t.get_size()), t)
 
 
-def put_data_set(gid, name, type_name, t, dims, limits):
-    p = h5p.create(h5p.DATASET_CREATE)
-    if UNLIMITED in (limits or ()):
-        p.set_chunk(tuple(max(1, d) for d in dims))
-    d = h5d.create(gid, name.encode(), t, space_of(dims, limits), p)
-    write(d, (h5s.ALL, h5s.ALL), type_name, t)
-
-
 def put_pairs(f, step):
     """Data sets and attributes of every step-th pair of a type and a space."""
     marked = f.create_dataset('marked', (3,), 'i4').id
     pairs = itertools.product(TYPES.items(), enumerate(SPACES))
-    for (name, t), (i, space) in itertools.islice(pairs, 0, None, step):
-        put_data_set(f.id, f'{name} {space[0]}{space[1]}', name, t, *space)
+    for (name, t), (i, (dims, limits)) in itertools.islice(pairs, 0, None, step):
+        p = h5p.create(h5p.DATASET_CREATE)
+        if UNLIMITED in (limits or ()):
+            p.set_chunk(tuple(max(1, d) for d in dims))
+        d = h5d.create(f.id, f'{name} {dims}{limits}'.encode(), t, space_of(dims, limits), p)
+        write(d, (h5s.ALL, h5s.ALL), name, t)
         if i < ATTRIBUTE_SPACES:
-            write(h5a.create(marked, f'{name} {space[0]}'.encode(), t, space_of(*space)), (), name, t)
+            write(h5a.create(marked, f'{name} {dims}'.encode(), t, space_of(dims, limits)), (), name, t)
     h5a.create(marked, b'null', TYPES['utf8'], h5s.create(h5s.SCALAR))
 
 

@@ -12,15 +12,10 @@
 
 using namespace tarnwick::hdf::tests;
 
-namespace
-{
-
-void Print(const nlohmann::json& document)
+static void Print(const nlohmann::json& document)
 {
     nlohmann::json::to_msgpack(document, std::cout);
 }
-
-} // namespace
 
 #ifdef TARNWICKHDF_FUZZER
 extern "C" int LLVMFuzzerTestOneInput(const char* data, size_t size)
