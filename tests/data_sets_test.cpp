@@ -74,16 +74,6 @@ TEST_F(DataSets, OfAnArrayOrTableThatWasReopenedInAnotherGroupAreReplacedThere)
     EXPECT_EQ(after->GetTable("t")->GetNumberOfRows(), 2U);
 }
 
-TEST_F(DataSets, OfAReplacedArrayHaveTheCompressionThatItsObjectWasMadeWith)
-{
-    int values[] = {1, 2, 3, 4};
-    const auto made = IArray::CreateFromBuffer(file, rootId, "a", values, Int, 3, 1, 6);
-
-    made->SetFromBuffer(values, Int, 4, 1);
-
-    EXPECT_EQ(StorageOf(made->LocationID()), " chunk [4] deflate 6");
-}
-
 TEST_F(DataSets, ThatHoldMoreThanTheirHandleTellsAreMovedAgainAfterTheyAreReopened)
 {
     const ScopedType row = TypeOf("H5T_COMPOUND { H5T_NATIVE_INT \"id\"; }");

@@ -33,9 +33,10 @@ const Names kAnyClass = {kGroups[0], kArrays[0], kExtensibles[0], kTables[0]};
 const Names kTexts = {
     "", "\0"s, "a", "ab\0\0"s, "a\0b"s, "Z\xfcrich", "Z\xc3\xbcrich", std::string(60000, 'x'), std::string(70000, 'x')};
 const std::vector<int> kNumbers = {5, 5, 5, 14, 14, 14, 1, 2, 3, 4, 6, 7, 8, 13}; // TDataType's
+// Of 16 and 4 bytes, and of one word more than the library copies by functions of their own.
 const char* const kRowTypes[] = {
     R"(H5T_COMPOUND { H5T_IEEE_F64LE "a"; H5T_IEEE_F64LE "b"; })", R"(H5T_COMPOUND { H5T_IEEE_F32LE "a"; })",
-    R"(H5T_COMPOUND { H5T_STRING { STRSIZE 152; STRPAD H5T_STR_NULLPAD; CSET H5T_CSET_ASCII; CTYPE H5T_C_S1; } "a";
+    R"(H5T_COMPOUND { H5T_STRING { STRSIZE 128; STRPAD H5T_STR_NULLPAD; CSET H5T_CSET_ASCII; CTYPE H5T_C_S1; } "a";
                       H5T_IEEE_F64LE "b"; })"};
 constexpr auto kReplace = json::error_handler_t::replace;
 constexpr int kBufferSize = 1 << 18;

@@ -50,26 +50,6 @@ TEST_F(Table, WithoutAFillValueLeavesTheBufferAsItIsWhereNothingWasWritten)
     }
 }
 
-// Rows of up to 16 words of 8 bytes are copied by functions of their own.
-TEST_F(Table, OfRowsOfAnySizeIsReadByBlocksToThePlacesOfASelection)
-{
-    Dims oneFurther = RowsFrom(1, kManyRows - 1);
-    oneFurther.push_back(0);
-    for (const size_t rowSize : {7U, 8U, 128U, 136U})
-    {
-        const std::string size = std::to_string(rowSize);
-        const ScopedType bytes = TypeOf("H5T_COMPOUND { H5T_ARRAY { [" + size + "] H5T_STD_I8LE } \"bytes\"; }");
-        std::string rows(kManyRows * rowSize, ' ');
-        std::iota(rows.begin(), rows.end(), '\0');
-        const auto table = root->CreateTableFromBuffer(size, rows.data(), kManyRows, bytes.get(), 0, -1, 0);
-        std::string read(rows.size(), ' ');
-
-        table->GetToSelection(read.data(), kManyRows, bytes.get(), oneFurther);
-
-        EXPECT_EQ(read, rows.substr(rows.size() - rowSize) + rows.substr(0, rows.size() - rowSize)) << size;
-    }
-}
-
 TEST_F(Table, ReadByBlocksLeavesWhatTheBuffersTypeDoesNotName)
 {
     const auto table = Store(kRows);
@@ -98,17 +78,6 @@ TEST_F(Table, RowsOutsideItOrTheBufferAreToldByTheTransfer)
                   },
                   reading},
                  {[&] { table->GetFromHyperslabToSelection(buffer, kRows, row.get(), 0, outside); }, reading}});
-}
-
-TEST_F(Table, HasTheChunkAndCompressionOfTheCallThatMakesOrReplacesIt)
-{
-    const ScopedType number = TypeOf("H5T_COMPOUND { H5T_NATIVE_INT \"number\"; }");
-
-    const auto made = root->CreateTable("t", kRows, row.get(), 4);
-    EXPECT_EQ(StorageOf(made->LocationID()), " chunk [1000] deflate 4");
-
-    const auto replaced = root->CreateTableFromSelection("t", stored.data(), kRows, {3, 1, 2}, row.get(), 5, -1, 2);
-    EXPECT_EQ(ContentOf(replaced->LocationID(), number.get()), "[3] chunk [2] deflate 5: [3,1,2]");
 }
 
 TEST_F(Table, WrittenWithItsOwnCompoundTypeStaysTheDataSetThatItIs)
