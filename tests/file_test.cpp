@@ -151,7 +151,9 @@ struct LinkedFiles : HdfTest
     {
         const auto other = Open("other.h5", "w");
         const auto root = other->GetRoot();
-        StoreArray(*root, "array", Ints{1, 2, 3});
+        const ScopedType named(H5Tcopy(H5T_NATIVE_INT));
+        H5Tcommit1(root->LocationID(), "type", named.get());
+        Make(root->LocationID(), "array", {named.get(), {3}}, Ints{1, 2, 3}.data());
         root->CreateGroup("group");
         root->CreateTable("table", 3, TypeOf("H5T_COMPOUND { H5T_STD_I32LE \"a\"; }").get(), 0);
         H5Lcreate_external("other.h5", "/", Open("main.h5", "w")->FileID(), "linked", H5P_DEFAULT, H5P_DEFAULT);
@@ -165,6 +167,7 @@ TEST_F(LinkedFiles, AreClosedWithTheFileThatLeadsToThem)
     const auto file = Open("main.h5", "r+");
     auto linked = file->GetRoot()->GetGroup("linked");
     const auto array = linked->GetArray("array");
+    const hid_t named = array->GetTypeID();
     const auto listed = linked->ListTables();
     const IArray copy(*array);
     const ITable copyAlone(*linked->GetTable("table"));
@@ -176,6 +179,7 @@ TEST_F(LinkedFiles, AreClosedWithTheFileThatLeadsToThem)
     file->Close();
 
     EXPECT_EQ(CountOpenObjects(), 0);
+    EXPECT_EQ(H5Iis_valid(named), 0) << "a named type lies in a file";
     EXPECT_FALSE(array->IsValid());
     EXPECT_TRUE(copy.IsValid()) << "a copy keeps the number of the id that is gone";
 }
