@@ -319,7 +319,7 @@ struct Random : HdfTest, ::testing::WithParamInterface<unsigned int>
         Plainly([&] { MakeEmptyArray(); });
         Add("CreateArrayFromBuffer",
             [&] { array.library = root->CreateArrayFromBuffer(at, buffer, Element(), Length(), Components()); });
-        Plainly([&] { MakeArray(); }, 8);
+        Plainly([&] { StoreArray(IsDataSet() ? twinRoot->GetArray(at) : nullptr, IsDataSet() ? 0 : fileLevel); }, 8);
         At(array.name);
         Add("SetFromBuffer", [&] { array.library->SetFromBuffer(buffer, Element(), Length(), Components()); });
         Plainly([&] { StoreArray(array.twin, array.level); });
@@ -336,12 +336,6 @@ struct Random : HdfTest, ::testing::WithParamInterface<unsigned int>
         Must(!IsDataSet() || Unlink());
         MakeTwin(INode::DataTypeToHDFType(Number()), {}, {}, 0);
         Keep(array, &IGroup::GetArray, fileLevel);
-    }
-
-    void MakeArray()
-    {
-        const bool isThere = IsDataSet();
-        StoreArray(isThere ? twinRoot->GetArray(at) : nullptr, isThere ? 0 : fileLevel);
     }
 
     // In the old array if type and shape are the same, else in its place.
