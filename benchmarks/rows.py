@@ -402,7 +402,7 @@ def parts(family, element, kind):
 FIXED_COST = "*", "a fixed cost of each call, which larger data hide", 512 * KIB
 CHUNK = "*", "HDF5 copies a chunk of up to 1 MiB through its cache, and each call has a fixed cost", 512 * KIB
 HUGE_PAGES = [(who, "numpy's buffers lie on huge pages, which takes a tenth off a large read") for who in ("h5py", "pytables")]
-OTHER_FILE = [(who, "the bytes of another file, whose pages lie elsewhere: from run to run the ratio at 8 MiB is 0.85 to 1.17")
+OTHER_FILE = [(who, "the bytes of another file, whose pages lie elsewhere: from run to run the ratio is 0.85 to 1.17")
               for who in ("plain", "cpp")]
 SMALL_CHUNKS = "its chunks fit the processor's cache, the library stores one chunk"
 DEFLATE = "*", ("what libdeflate gains depends on the data: least for noise, and for long repeats, which zlib skips; from level 5 on "
