@@ -344,22 +344,24 @@ struct Random : HdfTest, ::testing::WithParamInterface<unsigned int>
         Keep(array, &IGroup::GetArray, fileLevel);
     }
 
-    // In the old array if type and shape are the same, else in its place.
-    void StoreArray(const boost::shared_ptr<IArray> old, int level)
+    // In the array that is there if type and shape are the same, whatever has its name by now; else in its place.
+    void StoreArray(boost::shared_ptr<IArray> stored, int level)
     {
         const hid_t number = INode::DataTypeToHDFType(Number());
         const ScopedType type = IsText() ? TextType(Components(), charset) : ScopedType(H5Tcopy(number));
-        if (!old || old->GetType() != Element() || old->GetLength() != Length() || old->GetComponents() != Components())
+        const bool fits = stored && stored->GetType() == Element() && stored->GetLength() == Length() &&
+                          stored->GetComponents() == Components();
+        if (!fits)
         {
             array.name.clear();
-            if (old)
+            if (stored)
             {
                 Unlink();
             }
             const Dims extent = IsText() || Components() == 1 ? Dims{Length()} : Dims{Length(), Components()};
             MakeTwin(type.get(), extent, extent, level);
+            stored = twinRoot->GetArray(at);
         }
-        const boost::shared_ptr<IArray> stored = twinRoot->GetArray(at);
         Must(H5Dwrite(stored->LocationID(), type.get(), H5S_ALL, H5S_ALL, H5P_DEFAULT, buffer) >= 0);
         array = {{at}, array.library, stored, level};
     }
