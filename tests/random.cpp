@@ -31,8 +31,9 @@ const Names kArrays = {"Z\xc3\xbcrich", "new\nline", "%s", "a/c"};
 const Names kExtensibles = {"a b", "..", std::string(99, 'x'), "a/d"};
 const Names kTables = {"\"", "\1", "__vorl_", "a/e"};
 const Names kAnyClass = {kGroups[0], kArrays[0], kExtensibles[0], kTables[0]};
-const Names kTexts = {
-    "", "\0"s, "a", "ab\0\0"s, "a\0b"s, "Z\xfcrich", "Z\xc3\xbcrich", std::string(60000, 'x'), std::string(70000, 'x')};
+const std::string kLongText(60000, 'x');
+const std::string kTooLongText(70000, 'x'); // for an attribute
+const Names kTexts = {"", "\0"s, "a", "ab\0\0"s, "a\0b"s, "Z\xfcrich", "Z\xc3\xbcrich", kLongText, kTooLongText};
 const std::vector<int> kNumbers = {5, 5, 5, 14, 14, 14, 1, 2, 3, 4, 6, 7, 8, 13}; // TDataType's
 // Of 16 and 4 bytes, and of one word more than the library copies by functions of their own.
 const char* const kRowTypes[] = {

@@ -69,14 +69,12 @@ TEST_F(Table, RowsOutsideItOrTheBufferAreToldByTheTransfer)
     hsize_t* const buffer = stored.data();
     const Dims many = RowsFrom(0, kManyRows);
     const Dims behind = RowsFrom(1, kManyRows);
+    const Dims two = {0, 1};
     const Dims outside = {3, hsize_t{1} << 63U};
 
     ExpectWords({{[&] { table->GetToSelection(buffer, kManyRows, -1, many); }, reading},
                  {[&] { table->GetFromHyperslabToSelection(buffer, kManyRows, row.get(), 0, behind); }, reading},
-                 {[&] {
-                      table->GetFromToSelection(buffer, kRows, -1, {0, 1}, outside);
-                  },
-                  reading},
+                 {[&] { table->GetFromToSelection(buffer, kRows, -1, two, outside); }, reading},
                  {[&] { table->GetFromHyperslabToSelection(buffer, kRows, row.get(), 0, outside); }, reading}});
 }
 

@@ -91,14 +91,17 @@ TEST_F(Typed, TextsOfAnyLengthComeBack)
 
 TEST_F(Typed, ATextWithANulByteAtAnyPlaceIsRefused)
 {
-    for (size_t place = 0; place < 20; ++place)
+    for (const size_t length : {1U, 7U, 8U, 20U})
     {
-        std::string text(20, '\xFF');
-        text[place] = '\0';
+        for (size_t place = 0; place < length; ++place)
+        {
+            std::string text(length, '\xFF');
+            text[place] = '\0';
 
-        const std::string words = WordsOf([&] { StoreArray(*group, "t", Names{"ok", text}); });
+            const std::string words = WordsOf([&] { StoreArray(*group, "t", Names{"ok", text}); });
 
-        EXPECT_EQ(words, "/a/b/t: text 1 has a NUL byte in it") << place;
+            EXPECT_EQ(words, "/a/b/t: text 1 has a NUL byte in it") << "byte " << place << " of " << length;
+        }
     }
 }
 
