@@ -1,6 +1,6 @@
 #!/usr/bin/env bash
-# Installs the Debian packages that jobs need and that are missing. Usage: install-deps.sh JOB...
-# Jobs: build, demo, test, format, lint, memcheck, bench, fuzz, docs, package, clean-root, coverage, many-machines
+# Installs the Debian packages that jobs need and that are missing. Usage: install-deps.sh JOB..., for example build test.
+# A job that it doesn't know is answered with those that there are.
 set -euo pipefail
 source "$(dirname "$0")/common.sh"
 
@@ -22,7 +22,7 @@ declare -A packages=(
 
 missing=()
 for job in "$@"; do
-  [ -n "${packages[$job]:-}" ] || { echo "unknown job: $job (see --help)" >&2; exit 2; }
+  [ -n "${packages[$job]:-}" ] || { echo "unknown job: $job; there are: ${!packages[*]}" >&2; exit 2; }
   for package in ${packages[$job]}; do
     dpkg-query -W -f='${Status}' "$package" 2>/dev/null | grep -q '^install ok' || missing+=("$package")
   done
