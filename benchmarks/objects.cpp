@@ -316,8 +316,7 @@ constexpr auto kForEachAttribute = [](const auto& groups, const Task& task, cons
 // Sets texts with one space and one type.
 struct SetPlainly
 {
-    const hsize_t one = 1;
-    Id space{H5Screate_simple(1, &one, nullptr)};
+    Id space{H5Screate_simple(1, &kOne, nullptr)};
     Id type{H5Tcopy(H5T_C_S1)};
 
     SetPlainly() { H5Tset_cset(type, H5T_CSET_UTF8); }
@@ -335,10 +334,9 @@ const Work kSetTexts(
     [](hid_t group, Name name, Name text) { SetPlainly{}(group, name, text); },
     [](const H5::Group& group, Name name, Name text)
     {
-        const hsize_t one = 1;
         H5::StrType type(H5::PredType::C_S1, text.size());
         type.setCset(H5T_CSET_UTF8);
-        group.createAttribute(name, type, H5::DataSpace(1, &one)).write(type, text);
+        group.createAttribute(name, type, H5::DataSpace(1, &kOne)).write(type, text);
     });
 const Side kSetTextsAllMadeOnce("plain set texts, all made once", PlainFile, Groups{}, kOnce,
                                 [](const auto& groups, const Task& task)
